@@ -1,0 +1,248 @@
+/* SPDX-License-Identifier: MIT */
+#include "support.h"
+
+#include <veklib/vekmemory.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <unordered_map>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vektest {
+
+namespace {
+
+/** A descriptor that is sent to a temporary file, until its text is taken. */
+class Redirected {
+public:
+    explicit Redirected(int fd) : fd_(fd), saved_(dup(fd)), file_(tmpfile())
+    {
+        fflush(nullptr);
+        dup2(fileno(file_), fd_);
+    }
+    std::string take()
+    {
+        fflush(nullptr);
+        dup2(saved_, fd_);
+        close(saved_);
+        std::string text(static_cast<size_t>(lseek(fileno(file_), 0, SEEK_END)), '\0');
+        rewind(file_);
+        text.resize(fread(text.data(), 1, text.size(), file_));
+        fclose(file_);
+        return text;
+    }
+
+private:
+    int fd_;
+    int saved_;
+    FILE *file_;
+};
+
+struct AllocatorState {
+    std::unordered_map<void *, size_t> live;
+    unsigned asked = 0;
+    unsigned failing = 0;
+    bool onward = false;
+    bool failed = false;
+} state;
+
+void *allocate(size_t size)
+{
+    ++state.asked;
+    if (state.failing != 0 &&
+        (state.asked == state.failing || (state.onward && state.asked > state.failing))) {
+        state.failed = true;
+        return nullptr;
+    }
+    void *const block = malloc(size);
+    memset(block, 0xA5, size);
+    state.live.emplace(block, size);
+    return block;
+}
+
+void release(void *block, void *)
+{
+    const auto found = state.live.find(block);
+    if (found == state.live.end()) {
+        ADD_FAILURE() << "release of a block that is not live";
+        return;
+    }
+    memset(block, 0xDD, found->second);
+    state.live.erase(found);
+    free(block);
+}
+
+const VekMemoryVtable failing_table = {
+    .malloc = [](size_t size, void *) { return allocate(size); },
+    .calloc =
+        [](size_t count, size_t size, void *) {
+            void *const block = allocate(count * size);
+            return block != nullptr ? memset(block, 0, count * size) : nullptr;
+        },
+    .realloc =
+        [](void *block, size_t size, void *) -> void * {
+        void *const resized = allocate(size);
+        if (resized != nullptr && block != nullptr) {
+            memcpy(resized, block, std::min(size, state.live.at(block)));
+            release(block, nullptr);
+        }
+        return resized;
+    },
+    .free = release,
+    .mark = nullptr,
+    .malloc_if_possible = [](size_t size, void *) { return allocate(size); },
+    .malloc_if_available = [](size_t size, void *) { return allocate(size); },
+    .get_total_bytes = nullptr,
+    .get_free_bytes = nullptr,
+    .get_error = nullptr,
+    .set_error = nullptr,
+};
+
+} // namespace
+
+std::string captured(int fd, const std::function<void()> &body)
+{
+    Redirected stream(fd);
+    body();
+    return stream.take();
+}
+
+Ended in_child(const std::function<void()> &body)
+{
+    Redirected out(STDOUT_FILENO);
+    Redirected err(STDERR_FILENO);
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit no_core = {0, 0};
+        setrlimit(RLIMIT_CORE, &no_core);
+        body();
+        exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    Ended ended = {.out = out.take(), .err = err.take(), .exit_code = -1, .signal = 0};
+    if (WIFEXITED(status)) {
+        ended.exit_code = WEXITSTATUS(status);
+    } else {
+        ended.signal = WTERMSIG(status);
+    }
+    return ended;
+}
+
+Ended in_clean_child(const std::function<void()> &body)
+{
+    Ended ended = in_child(body);
+    EXPECT_EQ(ended.exit_code, 0) << ended.out << ended.err;
+    return ended;
+}
+
+std::vector<std::string> lines_of(const std::string &text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string masked(const std::string &text, const std::string &prefix, const char *characters,
+                   const std::string &replacement)
+{
+    std::string result;
+    size_t done = 0;
+    for (size_t at; (at = text.find(prefix, done)) != std::string::npos;) {
+        result += text.substr(done, at - done) + replacement;
+        done = std::min(text.size(), text.find_first_not_of(characters, at + prefix.size()));
+    }
+    return result + text.substr(done);
+}
+
+std::string content_of(const std::string &path)
+{
+    std::string text;
+    if (FILE *const file = fopen(path.c_str(), "rb")) {
+        for (int c = fgetc(file); c != EOF; c = fgetc(file)) {
+            text.push_back(static_cast<char>(c));
+        }
+        fclose(file);
+    }
+    return text;
+}
+
+void expect_warnings(const char *source, const std::vector<Check> &checks,
+                     const std::function<void()> &body)
+{
+    const std::string text = captured(STDERR_FILENO, body);
+    const std::string place = std::string("veklib/") + source + ":L: ";
+    std::string expected;
+    for (const auto &[function, condition] : checks) {
+        expected += place + function + ": assertion \"" + condition + "\" failed\n\n";
+    }
+    EXPECT_EQ(masked(text, ".cpp:", "0123456789", ".cpp:L"), expected);
+}
+
+void expect_check_rows(const char *source, std::initializer_list<CheckRow> rows)
+{
+    for (const CheckRow &row : rows) {
+        expect_warnings(source, row.checks, row.call);
+    }
+}
+
+Allocator::Allocator()
+{
+    state = {};
+    vek_set_memory_vtable(&failing_table);
+}
+
+Allocator::~Allocator()
+{
+    EXPECT_EQ(state.live.size(), 0u) << "blocks are not released";
+    vek_set_memory_vtable(nullptr);
+}
+
+void Allocator::fail_nth(unsigned n, bool onward)
+{
+    state.asked = 0;
+    state.failing = n;
+    state.onward = onward;
+    state.failed = false;
+}
+
+bool Allocator::failed() const
+{
+    return state.failed;
+}
+
+unsigned Allocator::allocations() const
+{
+    return state.asked;
+}
+
+size_t Allocator::live() const
+{
+    return state.live.size();
+}
+
+void fail_each_allocation(const std::function<void(Allocator &)> &scenario)
+{
+    for (const bool onward : {false, true}) {
+        bool failed = true;
+        for (unsigned n = 1; failed && !testing::Test::HasFailure(); ++n) {
+            SCOPED_TRACE(testing::Message() << "allocation " << n << (onward ? " and on" : ""));
+            Allocator allocator;
+            allocator.fail_nth(n, onward);
+            scenario(allocator);
+            failed = allocator.failed();
+            EXPECT_EQ(allocator.live(), 0u);
+        }
+    }
+}
+
+} // namespace vektest

@@ -1,0 +1,73 @@
+/* SPDX-License-Identifier: MIT */
+/* An application that defines entry points of the allocator itself: its definitions serve the
+ * library too, and the originals stay within reach. */
+#include <veklib/vekhash.h>
+#include <veklib/vekmemory.h>
+#include <veklib/vekstrfuncs.h>
+
+#include "support/support.h"
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+static std::atomic<int> mallocs, callocs, frees, installations, traces;
+
+void *vek_malloc_with_return(size_t size, void *return_address)
+{
+    ++mallocs;
+    return __vek_default_malloc_with_return(size, return_address);
+}
+
+void *vek_calloc(size_t count, size_t size)
+{
+    ++callocs;
+    return __vek_default_calloc(count, size);
+}
+
+void vek_free(void *block)
+{
+    ++frees;
+    __vek_default_free(block);
+}
+
+void vek_set_memory_vtable(const VekMemoryVtable *table)
+{
+    ++installations;
+    free(__vek_default_malloc(1)); // allocating in here must not wait for itself
+    __vek_default_set_memory_vtable(table);
+}
+
+void vek_memory_enable_trace(void)
+{
+    ++traces;
+}
+
+TEST(Override, ServesTheLibrary)
+{
+    vektest::in_clean_child([] {
+        char *const text = vek_strdup("text");
+        EXPECT_STREQ(text, "text");
+        vek_free(text);
+        vek_hash_destroy(vek_hash_new());
+        EXPECT_EQ(mallocs, 1);
+        EXPECT_EQ(callocs, 2);
+        EXPECT_EQ(frees, 3);
+    });
+}
+
+TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
+{
+    vektest::in_clean_child([] {
+        setenv("VEK_MALLOC_TRACE", "1", 1);
+        std::vector<std::thread> racers;
+        for (int i = 0; i < 8; ++i) {
+            racers.emplace_back([] { vek_free(vek_malloc(8)); });
+        }
+        for (std::thread &racer : racers) {
+            racer.join();
+        }
+        EXPECT_EQ(installations, 1);
+        EXPECT_EQ(traces, 1);
+    });
+}

@@ -1,0 +1,180 @@
+/* SPDX-License-Identifier: MIT */
+#include <veklib/vekdiag.h>
+#include <veklib/vekmemory.h>
+
+#include "support/support.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include <malloc.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using vektest::in_child;
+using vektest::in_clean_child;
+using vektest::lines_of;
+
+namespace {
+
+void set_environment(const char *name, const char *value)
+{
+    value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+}
+
+/** Prints what it was given and leaves the process with exit code 42. */
+void reporting_handler(const char *file, int line, const char *message)
+{
+    printf("[%s|%d|%s]", file != nullptr ? file : "null", line, message);
+    exit(42);
+}
+
+} // namespace
+
+TEST(Warnings, AreFatalAsTheEnvironmentSays)
+{
+    const struct {
+        const char *environment;
+        int answer;
+        int answer_once_unset; ///< the environment is read once, but for negative numbers
+    } rows[] = {
+        {nullptr, 0, 0}, {"0", 0, 0},  {"no", 0, 0},          {"1", 1, 1},
+        {" +7x", 1, 1},  {"-3", 1, 0}, {"99999999999", 1, 1}, {"4294967296", 1, 1},
+    };
+    for (const auto &row : rows) {
+        in_clean_child([&] {
+            set_environment("VEK_FATAL_WARNINGS", row.environment);
+            EXPECT_EQ(vek_get_warnings_fatal(), row.answer) << row.environment;
+            unsetenv("VEK_FATAL_WARNINGS");
+            EXPECT_EQ(vek_get_warnings_fatal(), row.answer_once_unset) << row.environment;
+            vek_set_warnings_fatal(0);
+            setenv("VEK_FATAL_WARNINGS", "1", 1);
+            EXPECT_EQ(vek_get_warnings_fatal(), 0);
+            vek_set_warnings_fatal(-1);
+            EXPECT_EQ(vek_get_warnings_fatal(), 1);
+        });
+    }
+}
+
+TEST(Warnings, AreThreeWritesOfAnyLength)
+{
+    const std::string text(5000, 'x');
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
+    in_clean_child([&] {
+        dup2(ends[0], STDERR_FILENO);
+        _vek_warning("dir/file.c", 7, "%s", text.c_str());
+    });
+    close(ends[0]);
+    for (const std::string &expected : {std::string("dir/file.c:7: "), text, std::string("\n")}) {
+        std::string datagram(10000, '\0');
+        const ssize_t length = recv(ends[1], datagram.data(), datagram.size(), MSG_DONTWAIT);
+        datagram.resize(length > 0 ? static_cast<size_t>(length) : 0);
+        EXPECT_EQ(datagram, expected);
+    }
+    close(ends[1]);
+}
+
+TEST(Fatal, ReachesTheHandler)
+{
+    const std::string cut(254, 'x');
+    const struct {
+        std::function<void()> report;
+        std::string expected;
+    } rows[] = {
+        {[] { vek_abort(); }, "[null|0|[no info]]"},
+        {[] { _vek_error("f.c", 3, "%0300d", 0); }, "[f.c|3|" + std::string(254, '0') + "]"},
+        {[] {
+             setenv("VEK_FATAL_WARNINGS", "7", 1);
+             vek_warn_failed_assertion("f.c", 4, "function", "x > 0");
+         },
+         "[f.c|4|function: assertion \"x > 0\" failed\n]"},
+    };
+    for (const auto &row : rows) {
+        const auto ended = in_child([&] {
+            vek_set_abort_handler(reporting_handler);
+            row.report();
+        });
+        EXPECT_EQ(ended.exit_code, 42);
+        EXPECT_EQ(ended.out, row.expected);
+        EXPECT_EQ(ended.err, "");
+    }
+}
+
+TEST(Fatal, NeverReturns)
+{
+    for (const auto &report : std::initializer_list<void (*)()>{
+             [] { vek_abort(); }, [] { VEK_ERROR("gone"); },
+             [] { vek_set_warnings_fatal(1), VEK_WARNING("gone"); }}) {
+        const auto ended = in_child([&] {
+            vek_set_abort_handler([](const char *, int, const char *) {});
+            report();
+        });
+        EXPECT_EQ(ended.signal, SIGABRT);
+        EXPECT_EQ(ended.err.find("gone"), std::string::npos);
+    }
+}
+
+TEST(Fatal, DefaultHandlerPrintsAndAborts)
+{
+    const auto ended = in_child([] {
+        vek_set_abort_handler(reporting_handler);
+        vek_set_abort_handler(nullptr);
+        setvbuf(stderr, nullptr, _IOFBF, 4096);
+        _vek_error("f.c", 3, "%s", "broken");
+    });
+    EXPECT_EQ(ended.signal, SIGABRT);
+    EXPECT_EQ(ended.err.rfind("\n----- ERROR -----\nf.c:3: broken\n", 0), 0u) << ended.err;
+    const auto unnamed = in_child([] { vek_abort(); });
+    EXPECT_EQ(unnamed.err.rfind("\n----- ERROR -----\n[no info]\n", 0), 0u) << unnamed.err;
+}
+
+/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1). */
+extern "C" __attribute__((noinline)) int descend(int depth)
+{
+    if (depth == 0) {
+        vek_dump_backtrace(STDOUT_FILENO);
+    } else {
+        descend(depth - 1);
+    }
+    return getpid(); // no tail call
+}
+
+TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
+{
+    const struct {
+        const char *size;
+        size_t frames;
+    } rows[] = {{nullptr, 100}, {"0", 100}, {"abc", 100}, {"101", 100}, {"-5", 100},
+                {"5", 5},       {"1", 1},   {"100", 100}};
+    for (const auto &row : rows) {
+        const auto ended = in_clean_child([&] {
+            set_environment("VEK_BACKTRACE_SIZE", row.size);
+            descend(150);
+        });
+        const auto frames = lines_of(ended.out);
+        EXPECT_EQ(frames.size(), row.frames);
+        for (const auto &frame : frames) {
+            EXPECT_NE(frame.find("descend"), std::string::npos) << frame;
+        }
+    }
+    // A short stack: of the 11 frames of descend() the innermost, which called, is left out.
+    const auto ended = in_clean_child([] { descend(10); });
+    size_t named = 0;
+    for (const auto &frame : lines_of(ended.out)) {
+        named += frame.find("descend") != std::string::npos;
+    }
+    EXPECT_EQ(named, 10u);
+    EXPECT_EQ(ended.out.find("_start"), std::string::npos);
+}
+
+TEST(Diagnostics, AllocateNothing)
+{
+    in_clean_child([] {
+        const auto before = mallinfo2().uordblks;
+        vek_warn_failed_assertion("f.c", 1, "f", "c");
+        vek_dump_backtrace(STDERR_FILENO);
+        EXPECT_EQ(mallinfo2().uordblks, before);
+    });
+}

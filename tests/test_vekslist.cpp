@@ -1,0 +1,249 @@
+/* SPDX-License-Identifier: MIT */
+#include <veklib/vekmemory.h>
+#include <veklib/vekslist.h>
+#include <veklib/vekstack.h>
+
+#include "support/support.h"
+
+#include <cstdint>
+
+namespace {
+
+using Numbers = std::vector<intptr_t>;
+
+void *element(intptr_t number)
+{
+    return reinterpret_cast<void *>(number);
+}
+
+VekSList *list_of(const Numbers &numbers)
+{
+    VekSList *list = nullptr;
+    for (const intptr_t number : numbers) {
+        list = vek_slist_append(list, element(number));
+    }
+    return list;
+}
+
+Numbers numbers_of(const VekSList *list)
+{
+    Numbers numbers;
+    for (; list != nullptr; list = list->next) {
+        numbers.push_back(reinterpret_cast<intptr_t>(list->data));
+    }
+    return numbers;
+}
+
+Numbers seen; ///< what a callback was called with
+
+void note(void *data)
+{
+    seen.push_back(reinterpret_cast<intptr_t>(data));
+}
+
+} // namespace
+
+TEST(SList, KeepsItsOrder)
+{
+    vektest::Allocator allocator;
+    VekSList *list = vek_slist_prepend(list_of({1, 2, 3}), element(0));
+    vek_slist_insert_after(list, element(9));
+    EXPECT_EQ(numbers_of(list), (Numbers{0, 9, 1, 2, 3}));
+    EXPECT_EQ(vek_slist_get_length(list), 5u);
+    vek_slist_set_data(vek_slist_next(list), element(8));
+    EXPECT_EQ(vek_slist_data(vek_slist_find(list, element(8))), element(8));
+    EXPECT_EQ(vek_slist_find(list, element(9)), nullptr);
+
+    VekSList *const first = list;
+    list = vek_slist_remove_link(list, first);
+    EXPECT_EQ(first->next, nullptr);
+    VekSList *const middle = vek_slist_find(list, element(1));
+    EXPECT_EQ(vek_slist_remove_link(list, middle), list);
+    EXPECT_EQ(middle->next, nullptr);
+    list = vek_slist_delete_link(list, vek_slist_find(list, element(3)));
+    EXPECT_EQ(numbers_of(list), (Numbers{8, 2}));
+
+    VekSList *const alone = vek_slist_insert_after(nullptr, element(4));
+    EXPECT_EQ(numbers_of(alone), (Numbers{4}));
+    vek_slist_free(first, nullptr);
+    vek_slist_free(middle, nullptr);
+    vek_slist_free(alone, nullptr);
+    seen.clear();
+    vek_slist_free(list, note);
+    EXPECT_EQ(seen, (Numbers{8, 2}));
+}
+
+TEST(SList, CompareAndDuplicate)
+{
+    vektest::Allocator allocator;
+    VekSList *const list = list_of({1, 2, 3});
+    const auto same_parity = [](const void *a, const void *b) -> int {
+        return (reinterpret_cast<intptr_t>(a) - reinterpret_cast<intptr_t>(b)) % 2 == 0;
+    };
+    const struct {
+        Numbers other;
+        int identical;
+        int equal;
+    } rows[] = {{{1, 2, 3}, 1, 1}, {{1, 2}, 0, 0}, {{1, 2, 3, 4}, 0, 0}, {{3, 4, 5}, 0, 1},
+                {{1, 3, 3}, 0, 0}, {{}, 0, 0}};
+    for (const auto &row : rows) {
+        VekSList *const other = list_of(row.other);
+        EXPECT_EQ(vek_slist_equal(list, other, nullptr), row.identical);
+        EXPECT_EQ(vek_slist_equal(list, other, same_parity), row.equal);
+        vek_slist_free(other, nullptr);
+    }
+
+    seen.clear();
+    VekSList *const copy = vek_slist_dup(list, [](void *data) {
+        note(data);
+        return element(10 * reinterpret_cast<intptr_t>(data));
+    });
+    EXPECT_EQ(seen, (Numbers{1, 2, 3}));
+    EXPECT_EQ(numbers_of(copy), (Numbers{10, 20, 30}));
+    VekSList *const shared = vek_slist_dup(list, nullptr);
+    EXPECT_EQ(vek_slist_equal(list, shared, nullptr), 1);
+    for (VekSList *each : {list, copy, shared}) {
+        vek_slist_free(each, nullptr);
+    }
+}
+
+TEST(SList, EmptyListIsSilent)
+{
+    vektest::expect_warnings("vekslist.cpp", {}, [] {
+        EXPECT_EQ(vek_slist_get_length(nullptr), 0u);
+        EXPECT_EQ(vek_slist_find(nullptr, nullptr), nullptr);
+        EXPECT_EQ(vek_slist_dup(nullptr, nullptr), nullptr);
+        EXPECT_EQ(vek_slist_equal(nullptr, nullptr, nullptr), 1);
+        vek_slist_free(nullptr, note);
+    });
+}
+
+TEST(SList, ChecksNameTheFault)
+{
+    static VekSList other = {nullptr, nullptr};
+    static VekSList list = {nullptr, nullptr};
+    vektest::expect_check_rows(
+        "vekslist.cpp",
+        {
+            {{{"vek_slist_set_data", "slist != NULL"}}, [] { vek_slist_set_data(nullptr, &list); }},
+            {{{"vek_slist_data", "slist != NULL"}},
+             [] { EXPECT_EQ(vek_slist_data(nullptr), nullptr); }},
+            {{{"vek_slist_next", "slist != NULL"}},
+             [] { EXPECT_EQ(vek_slist_next(nullptr), nullptr); }},
+            {{{"vek_slist_remove_link", "slist != NULL"}},
+             [] { EXPECT_EQ(vek_slist_remove_link(nullptr, nullptr), nullptr); }},
+            {{{"vek_slist_remove_link", "target != NULL"}},
+             [] { EXPECT_EQ(vek_slist_remove_link(&list, nullptr), nullptr); }},
+            {{{"vek_slist_remove_link", "before != NULL"}},
+             [] { EXPECT_EQ(vek_slist_remove_link(&list, &other), &list); }},
+            {{{"vek_slist_remove_link", "target != NULL"}, {"slist_destroy", "slist != NULL"}},
+             [] { EXPECT_EQ(vek_slist_delete_link(&list, nullptr), nullptr); }},
+            {{{"vek_slist_remove_link", "before != NULL"}}, // and `other` is left alone
+             [] { EXPECT_EQ(vek_slist_delete_link(&list, &other), &list); }},
+            {{{"vek_slist_remove_link", "slist != NULL"}},
+             [] { EXPECT_EQ(vek_slist_delete_link(nullptr, &other), nullptr); }},
+        });
+}
+
+TEST(SList, FailCleanly)
+{
+    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+        VekSList *list = nullptr;
+        Numbers expected;
+        for (const intptr_t number : {1, 2, 3}) {
+            const bool failed = allocator.failed();
+            list = vek_slist_append(list, element(number));
+            if (vek_slist_find(list, element(number)) != nullptr) {
+                expected.push_back(number);
+            } else {
+                EXPECT_TRUE(allocator.failed() || failed);
+            }
+        }
+        if (VekSList *const front = vek_slist_prepend(list, element(0))) {
+            list = front;
+            expected.insert(expected.begin(), 0);
+        }
+        if (vek_slist_insert_after(list, element(5)) != nullptr && list != nullptr) {
+            expected.insert(expected.begin() + 1, 5);
+        }
+        EXPECT_EQ(numbers_of(list), expected);
+
+        const size_t live = allocator.live();
+        seen.clear();
+        VekSList *const copy = vek_slist_dup(list, [](void *data) {
+            note(data);
+            return data;
+        });
+        if (copy == nullptr) { // all or nothing: no element is copied that nobody could release
+            EXPECT_EQ(seen, Numbers());
+            EXPECT_EQ(allocator.live(), live);
+        }
+        vek_slist_free(copy, nullptr);
+        vek_slist_free(list, nullptr);
+    });
+}
+
+TEST(Stack, IsLastInFirstOut)
+{
+    vektest::Allocator allocator;
+    VekStack stack = {nullptr};
+    EXPECT_EQ(vek_stack_is_empty(&stack), 1);
+    for (const intptr_t number : {1, 2, 3}) {
+        vek_stack_push(&stack, element(number));
+    }
+    EXPECT_EQ(vek_stack_get_depth(&stack), 3u);
+    EXPECT_EQ(vek_stack_peek(&stack), element(3));
+    seen.clear();
+    vek_stack_foreach(
+        &stack,
+        [](void *data, void *stop) -> int {
+            note(data);
+            return data == stop;
+        },
+        element(2));
+    EXPECT_EQ(seen, (Numbers{3, 2}));
+    EXPECT_EQ(vek_stack_pop(&stack), element(3));
+    seen.clear();
+    vek_stack_free(&stack, note);
+    EXPECT_EQ(seen, (Numbers{2, 1}));
+    EXPECT_EQ(stack.top, nullptr);
+
+    vek_stack_push(&stack, nullptr);
+    EXPECT_EQ(vek_stack_is_empty(&stack), 0);
+    EXPECT_EQ(vek_stack_pop(&stack), nullptr);
+    EXPECT_EQ(vek_stack_is_empty(&stack), 1);
+}
+
+TEST(Stack, ChecksNameTheFault)
+{
+    static VekStack empty = {nullptr};
+    vektest::expect_check_rows(
+        "vekslist.cpp", {
+                            {{{"vek_slist_data", "slist != NULL"}},
+                             [] { EXPECT_EQ(vek_stack_peek(&empty), nullptr); }},
+                            {{{"vek_slist_data", "slist != NULL"},
+                              {"vek_slist_remove_link", "slist != NULL"},
+                              {"slist_destroy", "slist != NULL"}},
+                             [] { EXPECT_EQ(vek_stack_pop(&empty), nullptr); }},
+                        });
+    vektest::expect_check_rows(
+        "vekstack.cpp",
+        {
+            {{{"vek_stack_foreach", "stack != NULL"}},
+             [] { vek_stack_foreach(nullptr, nullptr, nullptr); }},
+            {{{"vek_stack_foreach", "func != NULL"}},
+             [] { vek_stack_foreach(&empty, nullptr, nullptr); }},
+        });
+}
+
+TEST(Stack, PushThatFailsWarnsAndLeavesTheStack)
+{
+    vektest::Allocator allocator;
+    VekStack stack = {nullptr};
+    vek_stack_push(&stack, element(1));
+    allocator.fail_nth(1);
+    const std::string text =
+        vektest::captured(2, [&] { vek_stack_push(&stack, element(2)); });
+    EXPECT_NE(text.find("vek_stack_push"), std::string::npos) << text;
+    EXPECT_EQ(vek_stack_pop(&stack), element(1));
+}

@@ -1,0 +1,114 @@
+/* SPDX-License-Identifier: MIT */
+#include <veklib/vekmemory.h>
+#include <veklib/vekstrfuncs.h>
+
+#include "support/support.h"
+
+#include <cstring>
+
+namespace {
+
+/** Compares a new string with the expected one (null: none) and releases it. */
+void expect_text(char *text, const char *expected)
+{
+    EXPECT_STREQ(text, expected);
+    vek_free(text);
+}
+
+char *format(const char *text, ...)
+{
+    va_list args;
+    va_start(args, text);
+    char *const first = vek_strdup_vprintf(text, args);
+    char *const again = vek_strdup_vprintf(text, args); // the argument list is left as it was
+    va_end(args);
+    EXPECT_STREQ(first, again);
+    vek_free(again);
+    return first;
+}
+
+const char *const null_format = nullptr;
+
+} // namespace
+
+TEST(StrFuncs, Copy)
+{
+    vektest::Allocator allocator;
+    const std::string brief(255, 'b');
+    const std::string longer(256, 'l');
+    expect_text(vek_strdup("text"), "text");
+    expect_text(vek_strdup(""), "");
+    expect_text(vek_strndup("abcdef", 3), "abc");
+    expect_text(vek_strndup("ab", 10), "ab");
+    expect_text(vek_strndup("", 1), "");
+    expect_text(vek_strdup_printf("%d-%s", 7, "x"), "7-x");
+    for (const std::string &text : {brief, longer}) {
+        expect_text(vek_strdup_printf("%s", text.c_str()), text.c_str());
+        expect_text(format("%s", text.c_str()), text.c_str());
+    }
+    allocator.fail_nth(0);
+    expect_text(vek_strndup("abc", 0), nullptr);
+    expect_text(vek_strndup(nullptr, 0), nullptr);
+    expect_text(vek_strdup_printf("%s", ""), nullptr);
+    EXPECT_EQ(vek_memdup(nullptr, 0), nullptr);
+    EXPECT_EQ(allocator.allocations(), 0u);
+
+    const char bytes[] = {1, 0, 2};
+    void *const copy = vek_memdup(bytes, sizeof bytes);
+    EXPECT_EQ(memcmp(copy, bytes, sizeof bytes), 0);
+    vek_free(copy);
+}
+
+TEST(StrFuncs, BoundedCopy)
+{
+    const struct {
+        size_t size;
+        const char *text;
+    } rows[] = {{0, "######"}, {1, ""}, {4, "hel"}, {5, "hell"}, {6, "hello"}, {7, "hello"}};
+    for (const auto &row : rows) {
+        char buffer[8] = "######";
+        EXPECT_EQ(vek_strlcpy(buffer, "hello", row.size), 5u);
+        EXPECT_STREQ(buffer, row.text);
+    }
+    EXPECT_EQ(vek_strlcpy(nullptr, "hello", 0), 5u);
+}
+
+TEST(StrFuncs, ChecksNameTheFault)
+{
+    vektest::expect_check_rows(
+        "vekstrfuncs.cpp",
+        {
+            {{{"vek_memdup", "byte_size == 0 || mem != NULL"}},
+             [] { EXPECT_EQ(vek_memdup(nullptr, 4), nullptr); }},
+            {{{"vek_strdup", "s != NULL"}}, [] { EXPECT_EQ(vek_strdup(nullptr), nullptr); }},
+            {{{"vek_strndup", "n == 0 || s != NULL"}},
+             [] { EXPECT_EQ(vek_strndup(nullptr, 1), nullptr); }},
+            {{{"vek_strdup_printf", "format != NULL"}},
+             [] { EXPECT_EQ(vek_strdup_printf(null_format), nullptr); }},
+            {{{"vek_strdup_vprintf_with_return", "format != NULL"},
+              {"vek_strdup_vprintf_with_return", "format != NULL"}},
+             [] { EXPECT_EQ(format(nullptr), nullptr); }},
+            {{{"vek_strlcpy", "src != NULL"}},
+             [] { EXPECT_EQ(vek_strlcpy(nullptr, nullptr, 4), 0u); }},
+            {{{"vek_strlcpy", "dest != NULL || destlen == 0"}},
+             [] { EXPECT_EQ(vek_strlcpy(nullptr, "x", 4), 0u); }},
+        });
+}
+
+TEST(StrFuncs, FailCleanly)
+{
+    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+        for (const auto &make : std::initializer_list<void *(*)()>{
+                 [] { return vek_memdup("x", 1); },
+                 [] { return static_cast<void *>(vek_strdup("x")); },
+                 [] { return static_cast<void *>(vek_strndup("x", 1)); },
+                 [] { return static_cast<void *>(vek_strdup_printf("x")); },
+                 [] { return static_cast<void *>(vek_strdup_printf("%300d", 1)); }}) {
+            const bool failed_before = allocator.failed();
+            void *const copy = make();
+            EXPECT_TRUE(copy != nullptr || allocator.failed());
+            EXPECT_TRUE(copy == nullptr || failed_before || !allocator.failed());
+            vek_free(copy);
+        }
+    });
+}

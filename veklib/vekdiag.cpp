@@ -1,0 +1,165 @@
+/* SPDX-License-Identifier: MIT */
+#include "veklib/vekdiag.h"
+
+#include "veklib/vekdiag_internal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+
+#include <execinfo.h>
+
+#define UNW_LOCAL_ONLY
+#include <libunwind.h>
+
+namespace {
+
+constexpr int max_backtrace_depth = 100;
+
+/* vek_dump_backtrace() leaves out its caller's frame and the two outermost ones. */
+constexpr int frames_skipped_first = 1;
+constexpr int frames_left_out = 3;
+
+constexpr size_t error_message_size = 255;
+
+void default_abort_handler(const char *file, int line, const char *message)
+{
+    fputs("\n----- ERROR -----\n", stderr);
+    if (file != nullptr) {
+        fprintf(stderr, "%s:%d: %s\n", file, line, message);
+    } else {
+        fprintf(stderr, "%s\n", message);
+    }
+    // Costs nothing on the unbuffered stream; an application that buffers it keeps its report.
+    fflush(stderr);
+    vek_dump_backtrace(fileno(stderr));
+    abort();
+}
+
+/* The three settings are single words, read and written whole; nothing else depends on the order
+ * in which threads see them. */
+constinit std::atomic<VekAbortHandler> abort_handler{default_abort_handler};
+constinit std::atomic<int> warnings_fatal{-1};
+constinit std::atomic<int> backtrace_depth{0};
+
+[[noreturn]] void end_process(const char *file, int line, const char *message)
+{
+    abort_handler.load(std::memory_order_relaxed)(file, line, message);
+    abort(); // a handler that returns must not lead back into the failing operation
+}
+
+int get_backtrace_depth()
+{
+    int depth = backtrace_depth.load(std::memory_order_relaxed);
+    if (depth == 0) {
+        depth = vek_environment_number("VEK_BACKTRACE_SIZE").value_or(max_backtrace_depth);
+        if (depth < 1 || depth > max_backtrace_depth) {
+            depth = max_backtrace_depth;
+        }
+        backtrace_depth.store(depth, std::memory_order_relaxed);
+    }
+    return depth;
+}
+
+} // namespace
+
+std::optional<int> vek_environment_number(const char *name)
+{
+    const char *const text = getenv(name);
+    if (text == nullptr) {
+        return std::nullopt;
+    }
+    const int saved_errno = errno;
+    const long number = strtol(text, nullptr, 10);
+    errno = saved_errno;
+    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+}
+
+void vek_set_abort_handler(VekAbortHandler handler)
+{
+    abort_handler.store(handler != nullptr ? handler : default_abort_handler,
+                        std::memory_order_relaxed);
+}
+
+void vek_abort()
+{
+    end_process(nullptr, 0, "[no info]");
+}
+
+int vek_get_warnings_fatal()
+{
+    int setting = warnings_fatal.load(std::memory_order_relaxed);
+    if (setting >= 0) {
+        return setting > 0;
+    }
+    const int fatal = vek_environment_number("VEK_FATAL_WARNINGS").value_or(0);
+    // Only the unknown setting is filled in: a decision made meanwhile by the application stays.
+    warnings_fatal.compare_exchange_strong(setting, fatal, std::memory_order_relaxed);
+    return fatal != 0;
+}
+
+void vek_set_warnings_fatal(int fatal)
+{
+    warnings_fatal.store(fatal, std::memory_order_relaxed);
+}
+
+void _vek_warning(const char *file, int line, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    _vek_warning_va(file, line, format, args);
+    va_end(args);
+}
+
+void _vek_warning_va(const char *file, int line, const char *format, va_list args)
+{
+    if (vek_get_warnings_fatal()) {
+        _vek_error_va(file, line, format, args);
+    }
+    fprintf(stderr, "%s:%d: ", file, line);
+    vfprintf(stderr, format, args);
+    fputc('\n', stderr);
+}
+
+void _vek_error(const char *file, int line, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    _vek_error_va(file, line, format, args);
+}
+
+void _vek_error_va(const char *file, int line, const char *format, va_list args)
+{
+    char message[error_message_size];
+    vsnprintf(message, sizeof message, format, args);
+    end_process(file, line, message);
+}
+
+void vek_warn_failed_assertion(const char *file, int line, const char *function,
+                               const char *condition)
+{
+    _vek_warning(file, line, "%s: assertion \"%s\" failed\n", function, condition);
+}
+
+void vek_dump_backtrace(int fd)
+{
+    const int wanted = get_backtrace_depth() + frames_left_out;
+    void *frames[max_backtrace_depth + frames_left_out];
+    int recorded = 0;
+
+    unw_context_t context;
+    unw_cursor_t cursor;
+    unw_word_t address;
+    unw_getcontext(&context);
+    unw_init_local(&cursor, &context);
+    while (recorded < wanted && unw_step(&cursor) > 0) {
+        unw_get_reg(&cursor, UNW_REG_IP, &address);
+        frames[recorded++] = reinterpret_cast<void *>(address);
+    }
+    if (recorded > frames_left_out) {
+        backtrace_symbols_fd(frames + frames_skipped_first, recorded - frames_left_out, fd);
+    }
+}

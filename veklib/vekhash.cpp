@@ -1,0 +1,251 @@
+/* SPDX-License-Identifier: MIT */
+#include "veklib/vekhash.h"
+
+#include "veklib/vekdiag.h"
+#include "veklib/vekmemory.h"
+#include "veklib/vekmemory_internal.h"
+
+#include <cstdio>
+
+namespace {
+
+constexpr uint32_t smallest_size = 8;
+constexpr uint32_t entries_per_slot = 8;
+
+uint32_t hash_int(const void *key)
+{
+    const auto integer = reinterpret_cast<uintptr_t>(key);
+    if constexpr (sizeof integer > sizeof(uint32_t)) {
+        return static_cast<uint32_t>(integer ^ (integer >> 32));
+    } else {
+        return integer;
+    }
+}
+
+/* The library's own integer functions need no call per entry. */
+uint32_t hash_of(const VekHash *hash, const void *key)
+{
+    return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
+}
+
+/** The key's slot among `table_size` slots: the remainder, which a mask gives for powers of two. */
+uint32_t slot_of(const VekHash *hash, const void *key, uint32_t table_size)
+{
+    return hash_of(hash, key) & (table_size - 1);
+}
+
+/** Where a key is, or where it would go. */
+struct Place {
+    VekHashEntry **link; ///< points at the entry, or is the null link that ends the chain
+    uint32_t position;   ///< entries passed in the chain
+};
+
+template <typename Equal>
+Place walk_chain(VekHashEntry **link, const void *key, Equal equal)
+{
+    uint32_t position = 0;
+    for (; *link != nullptr && !equal((*link)->key, key); link = &(*link)->next) {
+        ++position;
+    }
+    return {link, position};
+}
+
+Place find_slot(const VekHash *hash, const void *key)
+{
+    VekHashEntry **const slot = &hash->table[slot_of(hash, key, hash->table_size)];
+    if (hash->equal_func == vek_hash_int_equal_func) {
+        return walk_chain(slot, key, [](const void *a, const void *b) { return a == b; });
+    }
+    return walk_chain(slot, key, hash->equal_func);
+}
+
+VekHashEntry **new_slots(uint32_t size)
+{
+    return static_cast<VekHashEntry **>(vek_calloc(size, sizeof(VekHashEntry *)));
+}
+
+void rehash(VekHash *hash, uint32_t new_size)
+{
+    VekHashEntry **const slots = new_slots(new_size);
+    if (slots == nullptr) {
+        VEK_WARNING("WARNING: failed to allocate new hash table in rehash\n");
+        return;
+    }
+    for (uint32_t i = 0; i < hash->table_size; ++i) {
+        VekHashEntry *entry = hash->table[i];
+        while (entry != nullptr) {
+            VekHashEntry *const next = entry->next;
+            VekHashEntry **const head = &slots[slot_of(hash, entry->key, new_size)];
+            entry->next = *head;
+            *head = entry;
+            entry = next;
+        }
+    }
+    vek_free(hash->table);
+    hash->table = slots;
+    hash->table_size = new_size;
+}
+
+/** Doubles a table that is crowded: as a whole, or in the chain that a new entry joined behind
+ *  `position` others. */
+void grow_if_crowded(VekHash *hash, uint32_t position)
+{
+    const uint64_t size = hash->table_size;
+    if (hash->entry_count > entries_per_slot * size || 3 * uint64_t{position} >= size) {
+        rehash(hash, hash->table_size * 2);
+    }
+}
+
+void shrink_if_sparse(VekHash *hash)
+{
+    if (hash->table_size > 2 * smallest_size - 1 && hash->entry_count < hash->table_size) {
+        rehash(hash, hash->table_size / 2);
+    }
+}
+
+void destroy_content(const VekHash *hash, VekHashEntry *entry)
+{
+    if (hash->key_destroy_func != nullptr) {
+        hash->key_destroy_func(entry->key);
+    }
+    if (hash->value_destroy_func != nullptr) {
+        hash->value_destroy_func(entry->value);
+    }
+}
+
+} // namespace
+
+VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_func,
+                           VekDestroyFunc key_destroy_func, VekDestroyFunc value_destroy_func)
+{
+    VEK_RETURN_VAL_IF_FAIL(hash_func != NULL, nullptr);
+    VEK_RETURN_VAL_IF_FAIL(equal_func != NULL, nullptr);
+
+    auto *const hash = static_cast<VekHash *>(vek_calloc(1, sizeof(VekHash)));
+    if (hash == nullptr) {
+        return nullptr;
+    }
+    hash->table = new_slots(smallest_size);
+    if (hash->table == nullptr) {
+        vek_free(hash);
+        return nullptr;
+    }
+    hash->table_size = smallest_size;
+    hash->hash_func = hash_func;
+    hash->equal_func = equal_func;
+    hash->key_destroy_func = key_destroy_func;
+    hash->value_destroy_func = value_destroy_func;
+    return hash;
+}
+
+VekHash *vek_hash_new()
+{
+    return vek_hash_new_full(vek_hash_int_hash_func, vek_hash_int_equal_func, nullptr, nullptr);
+}
+
+void vek_hash_destroy(VekHash *hash)
+{
+    VEK_RETURN_IF_FAIL(hash != NULL);
+
+    for (uint32_t i = 0; i < hash->table_size; ++i) {
+        VekHashEntry *entry = hash->table[i];
+        while (entry != nullptr) {
+            VekHashEntry *const next = entry->next;
+            destroy_content(hash, entry);
+            vek_free(entry);
+            entry = next;
+        }
+    }
+    vek_free(hash->table);
+    vek_free(hash);
+}
+
+VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
+{
+    VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, 0);
+
+    const Place place = find_slot(hash, key);
+    if (*place.link != nullptr) {
+        VekHashEntry *const present = *place.link;
+        destroy_content(hash, present);
+        present->key = key;
+        present->value = value;
+        return 1;
+    }
+
+    void *const block = vek_malloc_with_return(sizeof(VekHashEntry), VEK_CALLER);
+    if (block == nullptr) {
+        return 0;
+    }
+    auto *const entry = static_cast<VekHashEntry *>(block);
+    *entry = {.key = key, .value = value, .next = nullptr};
+    *place.link = entry;
+    ++hash->entry_count;
+    grow_if_crowded(hash, place.position);
+    return 1;
+}
+
+int vek_hash_remove(VekHash *hash, const void *key)
+{
+    VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, 0);
+
+    VekHashEntry **const link = find_slot(hash, key).link;
+    VekHashEntry *const entry = *link;
+    if (entry == nullptr) {
+        return 0;
+    }
+    *link = entry->next;
+    --hash->entry_count;
+    shrink_if_sparse(hash);
+    destroy_content(hash, entry);
+    vek_free(entry);
+    return 1;
+}
+
+void *vek_hash_lookup(const VekHash *hash, const void *key)
+{
+    VEK_RETURN_VAL_IF_FAIL(hash != NULL, nullptr);
+    VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, nullptr);
+
+    const VekHashEntry *const entry = *find_slot(hash, key).link;
+    return entry != nullptr ? entry->value : nullptr;
+}
+
+void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user_data)
+{
+    VEK_RETURN_IF_FAIL(hash != NULL);
+    VEK_RETURN_IF_FAIL(func != NULL);
+
+    for (uint32_t i = 0; i < hash->table_size; ++i) {
+        for (const VekHashEntry *entry = hash->table[i]; entry != nullptr; entry = entry->next) {
+            if (func(entry->key, entry->value, user_data)) {
+                return;
+            }
+        }
+    }
+}
+
+uint32_t vek_hash_int_hash_func(const void *key)
+{
+    return hash_int(key);
+}
+
+int vek_hash_int_equal_func(const void *a, const void *b)
+{
+    return a == b;
+}
+
+void _vek_hash_dump(const VekHash *hash)
+{
+    VEK_RETURN_IF_FAIL(hash != NULL);
+
+    for (uint32_t i = 0; i < hash->table_size; ++i) {
+        printf("Bucket; %d\t", static_cast<int>(i));
+        for (const VekHashEntry *entry = hash->table[i]; entry != nullptr; entry = entry->next) {
+            printf("%p\t", static_cast<const void *>(entry));
+        }
+        printf("\n");
+    }
+}

@@ -1,0 +1,134 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekhash.h
+ *  A hash table from untyped keys to untyped values: chains in a power of two of slots, which
+ *  doubles and halves with the number of entries. The table stores the pointers that it is given
+ *  and copies nothing; with destroy functions set it owns the keys or values that it holds.
+ *
+ *      VekHash *ages = vek_hash_new();                                    // integer keys
+ *      vek_hash_insert(ages, (void *)(intptr_t)7, vek_strdup("seven"));
+ *      const char *text = vek_hash_lookup(ages, (void *)(intptr_t)7);
+ *      vek_hash_destroy(ages);
+ *
+ *  Threads: a table is used by one thread at a time, lookups included. Callbacks must not insert
+ *  into or remove from the table that calls them.
+ */
+#ifndef VEKLIB_VEKHASH_H
+#define VEKLIB_VEKHASH_H
+
+#include <stdint.h>
+
+#include <veklib/vekslist.h>
+
+VEK_BEGIN_DECLS
+
+/** Returns the hash of a key; equal keys have equal hashes. */
+typedef uint32_t (*VekHashFunc)(const void *key);
+
+/** Receives one entry and the caller's data; a nonzero result stops the walk. */
+typedef int (*VekHashForeachFunc)(void *key, void *value, void *user_data);
+
+/** One entry. */
+typedef struct VekHashEntry VekHashEntry;
+struct VekHashEntry {
+    void *key;          /**< as inserted */
+    void *value;        /**< as inserted */
+    VekHashEntry *next; /**< the next entry of the same chain, or null */
+};
+
+/** A hash table. */
+typedef struct VekHash {
+    VekHashEntry **table;              /**< the slots: the head of a chain, or null */
+    uint32_t table_size;               /**< number of slots: 8 times a power of two */
+    uint32_t entry_count;              /**< number of entries */
+    VekHashFunc hash_func;             /**< never null; called again for each entry at a rehash */
+    VekEqualFunc equal_func;           /**< never null; receives the stored key first */
+    VekDestroyFunc key_destroy_func;   /**< releases a key that the table lets go; may be null */
+    VekDestroyFunc value_destroy_func; /**< releases a value that the table lets go; may be null */
+} VekHash;
+
+/* ---- Create and release ---- */
+
+/** Makes an empty table of 8 slots.
+ *  @param hash_func           hashes a key
+ *  @param equal_func          compares a stored key with the one that is searched
+ *  @param key_destroy_func    releases a key; may be null: the keys stay the caller's
+ *  @param value_destroy_func  releases a value; may be null: the values stay the caller's
+ *  @return  the table; release with vek_hash_destroy()
+ *  Fails:   no memory -> null; null `hash_func` or null `equal_func` -> null, with a warning
+ */
+VEK_API VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_func,
+                                   VekDestroyFunc key_destroy_func,
+                                   VekDestroyFunc value_destroy_func);
+
+/** Makes an empty table for integer keys carried in the pointers, which owns neither its keys nor
+ *  its values.
+ *  @return  the table; release with vek_hash_destroy()
+ *  Fails:   no memory -> null
+ */
+VEK_API VekHash *vek_hash_new(void);
+
+/** Releases a table, its entries, and what the destroy functions release.
+ *  @param hash  the table, taken
+ *  Fails: null `hash` -> nothing done, with a warning
+ */
+VEK_API void vek_hash_destroy(VekHash *hash);
+
+/* ---- Change ---- */
+
+/** Stores a value under a key. For a key that is present the destroy functions get the stored key
+ *  and value first, and the new ones take their place: never pass the stored key object itself to a
+ *  table that destroys its keys.
+ *  @param hash   the table
+ *  @param key    the key; taken on success if the table destroys keys, else borrowed
+ *  @param value  the value; may be null; taken on success if the table destroys values
+ *  @return  1, also when a larger table was wanted and there was no memory for it (a warning tells)
+ *  Fails:   no memory for the entry, or null `hash` or a table without slots (with a warning) -> 0;
+ *           the table is unchanged, key and value stay the caller's
+ */
+VEK_API int vek_hash_insert(VekHash *hash, void *key, void *value);
+
+/** Removes an entry and releases its key and value with the destroy functions.
+ *  @param hash  the table
+ *  @param key   the key to search; borrowed
+ *  @return  1 when an entry was removed, 0 when there is none
+ *  Fails:   null `hash` or a table without slots -> 0, with a warning
+ */
+VEK_API int vek_hash_remove(VekHash *hash, const void *key);
+
+/* ---- Read and walk ---- */
+
+/** Finds the value of a key.
+ *  @param hash  the table
+ *  @param key   the key to search; borrowed
+ *  @return  the value, borrowed; null when the key is absent (or its value is null)
+ *  Fails:   null `hash` or a table without slots -> null, with a warning
+ */
+VEK_API void *vek_hash_lookup(const VekHash *hash, const void *key);
+
+/** Calls a function for each entry, slot by slot, until it returns nonzero.
+ *  @param hash       the table
+ *  @param func       the function
+ *  @param user_data  handed to it; may be null; borrowed
+ *  Fails: null `hash` or null `func` -> nothing called, with a warning
+ */
+VEK_API void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user_data);
+
+/* ---- Integer keys ---- */
+
+/** Hashes an integer carried in a pointer: the integer itself; the upper half of a wide pointer is
+ *  folded into the lower one. */
+VEK_API uint32_t vek_hash_int_hash_func(const void *key);
+
+/** Returns 1 when two integers carried in pointers are equal, else 0. */
+VEK_API int vek_hash_int_equal_func(const void *a, const void *b);
+
+/* ---- Diagnostics ---- */
+
+/** Prints the chains to standard output, a line a slot: its number and its entries' addresses.
+ *  Fails: null `hash` -> nothing printed, with a warning
+ */
+VEK_API void _vek_hash_dump(const VekHash *hash);
+
+VEK_END_DECLS
+
+#endif

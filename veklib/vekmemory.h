@@ -1,0 +1,190 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekmemory.h
+ *  Memory: one process-wide, replaceable table of allocator operations that every allocation of
+ *  the library passes through, and tracing of every allocation and release.
+ *
+ *  The default table uses the C library's allocator. An application may install a table of its own
+ *  (vek_set_memory_vtable), or replace a single entry point by defining a function of the same
+ *  name: the library calls its own entry points through the dynamic symbol table, so such a
+ *  definition serves the library too and reaches the original under the name `__vek_default_...`.
+ *
+ *      char *copy = vek_malloc(size);
+ *      ...
+ *      vek_free(copy);
+ *
+ *  Every entry point hands the address that it returns to (the code that asked) to the table;
+ *  traces print it. The `_with_return` forms take that address as an argument, for functions that
+ *  allocate on behalf of their caller.
+ *
+ *  Threads: allocation is as thread-safe as the table's operations; the default ones are. Tables,
+ *  the error state and tracing are switched while no other thread allocates through the library.
+ *
+ *  Environment: VEK_MALLOC_TRACE, a decimal number other than 0, switches tracing on whenever a
+ *  table is installed, the first use included; VEK_MALLOC_TRACE_FILE names the file that trace
+ *  lines go to, instead of the standard error stream.
+ */
+#ifndef VEKLIB_VEKMEMORY_H
+#define VEKLIB_VEKMEMORY_H
+
+#include <stddef.h>
+
+#include <veklib/vekmacros.h>
+
+VEK_BEGIN_DECLS
+
+/** The allocator operations. `return_address` is always the address of the code that asked. */
+typedef struct VekMemoryVtable {
+    /** Returns a block of `size` bytes (never 0 here), or null. Required. */
+    void *(*malloc)(size_t size, void *return_address);
+    /** Returns a zero-filled block of `count` times `size` bytes, or null. Required. */
+    void *(*calloc)(size_t count, size_t size, void *return_address);
+    /** Resizes `block` (null: a new block) to `size` bytes and returns it, or null with the block
+     *  left as it was; size 0 releases the block. Required. */
+    void *(*realloc)(void *block, size_t size, void *return_address);
+    /** Releases `block`, which is never null here. Required. */
+    void (*free)(void *block, void *return_address);
+    /** What vek_mark() calls. May be null. */
+    void (*mark)(void);
+    /** As malloc, for a request that the caller can do without. Required. */
+    void *(*malloc_if_possible)(size_t size, void *return_address);
+    /** As malloc, for a request that is served whenever memory is there. Required. */
+    void *(*malloc_if_available)(size_t size, void *return_address);
+    /** Returns the machine's memory in bytes, all ones if unknown. May be null. */
+    size_t (*get_total_bytes)(void);
+    /** Returns the machine's free memory in bytes, all ones if unknown. May be null. */
+    size_t (*get_free_bytes)(void);
+    /** Returns 1 in the error state, else 0. May be null. */
+    int (*get_error)(void);
+    /** Enters (`error` not 0) or leaves (0) the error state. May be null. */
+    void (*set_error)(int error);
+} VekMemoryVtable;
+
+/* ---- The allocator table ---- */
+
+/** Returns the table that was installed last, the default one at start: never tracing wrappers.
+ *  @return  the library's own storage, borrowed, valid for the life of the process; it changes
+ *           when a table is installed, so copy it to restore it later
+ */
+VEK_API const VekMemoryVtable *vek_get_memory_vtable(void);
+
+/** Installs an allocator table, then switches tracing on if VEK_MALLOC_TRACE asks for it. Tracing
+ *  that is on stays on and traces the new table.
+ *  @param table  the table, copied; null installs the default table
+ *  Blocks stay with the table that they came from: install before the first allocation, or a table
+ *  whose operations understand the live blocks.
+ */
+VEK_API void vek_set_memory_vtable(const VekMemoryVtable *table);
+
+/* ---- Allocation ---- */
+
+/** Allocates a block.
+ *  @param size  bytes
+ *  @return  the block, uninitialised; release with vek_free()
+ *  Fails:   size 0 -> null, without asking the table; no memory or error state -> null
+ */
+VEK_API void *vek_malloc(size_t size);
+
+/** vek_malloc() on behalf of the code at `return_address`. */
+VEK_API void *vek_malloc_with_return(size_t size, void *return_address);
+
+/** Allocates a zero-filled block.
+ *  @param count  number of elements
+ *  @param size   bytes of one element
+ *  @return  the block; release with vek_free()
+ *  Fails:   count times size is 0 -> null, without asking the table; no memory, more bytes than
+ *           a size can tell, or error state -> null
+ */
+VEK_API void *vek_calloc(size_t count, size_t size);
+
+/** vek_calloc() on behalf of the code at `return_address`. */
+VEK_API void *vek_calloc_with_return(size_t count, size_t size, void *return_address);
+
+/** Resizes a block.
+ *  @param block  the block, taken on success; null allocates a new one
+ *  @param size   new size in bytes; 0 releases the block
+ *  @return  the resized block, which may have moved; release with vek_free()
+ *  Fails:   no memory or error state -> null, the block stays as it was; size 0 -> null
+ */
+VEK_API void *vek_realloc(void *block, size_t size);
+
+/** vek_realloc() on behalf of the code at `return_address`. */
+VEK_API void *vek_realloc_with_return(void *block, size_t size, void *return_address);
+
+/** vek_malloc() for memory that the caller can do without; a table may refuse it earlier. The
+ *  default table treats both alike. */
+VEK_API void *vek_malloc_if_possible(size_t size);
+
+/** vek_malloc_if_possible() on behalf of the code at `return_address`. */
+VEK_API void *vek_malloc_if_possible_with_return(size_t size, void *return_address);
+
+/** vek_malloc() that the default table serves even in the error state. */
+VEK_API void *vek_malloc_if_available(size_t size);
+
+/** vek_malloc_if_available() on behalf of the code at `return_address`. */
+VEK_API void *vek_malloc_if_available_with_return(size_t size, void *return_address);
+
+/** Releases a block of any of the functions above.
+ *  @param block  the block, taken; null does nothing
+ */
+VEK_API void vek_free(void *block);
+
+/** vek_free() on behalf of the code at `return_address`. */
+VEK_API void vek_free_with_return(void *block, void *return_address);
+
+/* ---- Queries and the error state ---- */
+
+/** Returns the machine's memory in bytes, all ones if unknown. Leaves errno alone. */
+VEK_API size_t vek_malloc_get_total_bytes(void);
+
+/** Returns the machine's free memory in bytes; the total if the table tells only that; all ones if
+ *  unknown. Leaves errno alone. */
+VEK_API size_t vek_malloc_get_free_bytes(void);
+
+/** Returns 1 in the error state, 0 otherwise or if the table has none. */
+VEK_API int vek_malloc_get_error(void);
+
+/** Enters or leaves the error state, in which the default table refuses new memory (all but
+ *  vek_malloc_if_available) with a line on the trace destination, and still releases.
+ *  @param error  0 leaves it, anything else enters it; nothing happens if the table has none
+ */
+VEK_API void vek_malloc_set_error(int error);
+
+/** Calls the table's `mark` hook; nothing if there is none. The library never calls it itself. */
+VEK_API void vek_mark(void);
+
+/* ---- Tracing ---- */
+
+/** Switches tracing on: from now on every allocation and release writes one line with the address
+ *  that asked, the operation, the result and a running number. Nothing if it is on. Tracing ahead
+ *  of the first allocation traces that one too.
+ */
+VEK_API void vek_memory_enable_trace(void);
+
+/** Switches tracing off; nothing if it is off. Numbers go on from here when it is on again. */
+VEK_API void vek_memory_disable_trace(void);
+
+/* ---- The originals, for applications that define an entry point of their own ---- */
+
+VEK_API const VekMemoryVtable *__vek_default_get_memory_vtable(void);
+VEK_API void __vek_default_set_memory_vtable(const VekMemoryVtable *table);
+VEK_API void *__vek_default_malloc(size_t size);
+VEK_API void *__vek_default_malloc_with_return(size_t size, void *return_address);
+VEK_API void *__vek_default_calloc(size_t count, size_t size);
+VEK_API void *__vek_default_calloc_with_return(size_t count, size_t size, void *return_address);
+VEK_API void *__vek_default_realloc(void *block, size_t size);
+VEK_API void *__vek_default_realloc_with_return(void *block, size_t size, void *return_address);
+VEK_API void *__vek_default_malloc_if_possible(size_t size);
+VEK_API void *__vek_default_malloc_if_possible_with_return(size_t size, void *return_address);
+VEK_API void *__vek_default_malloc_if_available(size_t size);
+VEK_API void *__vek_default_malloc_if_available_with_return(size_t size, void *return_address);
+VEK_API void __vek_default_free(void *block);
+VEK_API void __vek_default_free_with_return(void *block, void *return_address);
+VEK_API size_t __vek_default_malloc_get_total_bytes(void);
+VEK_API size_t __vek_default_malloc_get_free_bytes(void);
+VEK_API int __vek_default_malloc_get_error(void);
+VEK_API void __vek_default_malloc_set_error(int error);
+VEK_API void __vek_default_mark(void);
+
+VEK_END_DECLS
+
+#endif

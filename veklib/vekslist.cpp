@@ -1,0 +1,180 @@
+/* SPDX-License-Identifier: MIT */
+#include "veklib/vekslist.h"
+
+#include "veklib/vekdiag.h"
+#include "veklib/vekmemory.h"
+#include "veklib/vekmemory_internal.h"
+
+namespace {
+
+VekSList *new_node(void *data, VekSList *next, void *return_address)
+{
+    void *const block = vek_malloc_with_return(sizeof(VekSList), return_address);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    auto *const node = static_cast<VekSList *>(block);
+    node->data = data;
+    node->next = next;
+    return node;
+}
+
+void slist_destroy(VekSList *slist)
+{
+    VEK_RETURN_IF_FAIL(slist != NULL);
+
+    vek_free(slist);
+}
+
+/** vek_slist_remove_link() that also tells whether the target was there. It carries the public name
+ *  because its checks report that name, for vek_slist_delete_link() as well. */
+VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target, bool &removed)
+{
+    removed = false;
+    VEK_RETURN_VAL_IF_FAIL(slist != NULL, nullptr);
+    VEK_RETURN_VAL_IF_FAIL(target != NULL, nullptr);
+
+    VekSList *rest = slist;
+    if (target == slist) {
+        rest = target->next;
+    } else {
+        VekSList *before = slist;
+        while (before != nullptr && before->next != target) {
+            before = before->next;
+        }
+        VEK_RETURN_VAL_IF_FAIL(before != NULL, slist);
+        before->next = target->next;
+    }
+    target->next = nullptr;
+    removed = true;
+    return rest;
+}
+
+} // namespace
+
+VEK_ENTRY VekSList *vek_slist_prepend(VekSList *slist, void *data)
+{
+    return new_node(data, slist, VEK_CALLER);
+}
+
+VEK_ENTRY VekSList *vek_slist_append(VekSList *slist, void *data)
+{
+    VekSList **end = &slist;
+    while (*end != nullptr) {
+        end = &(*end)->next;
+    }
+    *end = new_node(data, nullptr, VEK_CALLER);
+    return slist;
+}
+
+VEK_ENTRY VekSList *vek_slist_insert_after(VekSList *slist, void *data)
+{
+    VekSList *const node = new_node(data, nullptr, VEK_CALLER);
+    if (node != nullptr && slist != nullptr) {
+        node->next = slist->next;
+        slist->next = node;
+    }
+    return node;
+}
+
+VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
+{
+    // All nodes first: copies that were made could not be released if a later node failed. The
+    // public function makes them, so they are charged to the call in here.
+    VekSList *result = nullptr;
+    for (const VekSList *node = slist; node != nullptr; node = node->next) {
+        VekSList *const longer = vek_slist_prepend(result, nullptr);
+        if (longer == nullptr) {
+            vek_slist_free(result, nullptr);
+            return nullptr;
+        }
+        result = longer;
+    }
+    VekSList *target = result;
+    for (const VekSList *node = slist; node != nullptr; node = node->next) {
+        target->data = copy != nullptr ? copy(node->data) : node->data;
+        target = target->next;
+    }
+    return result;
+}
+
+void vek_slist_free(VekSList *slist, VekDestroyFunc destroy)
+{
+    while (slist != nullptr) {
+        if (destroy != nullptr) {
+            destroy(slist->data);
+        }
+        VekSList *const next = slist->next;
+        vek_free(slist);
+        slist = next;
+    }
+}
+
+void *vek_slist_data(const VekSList *slist)
+{
+    VEK_RETURN_VAL_IF_FAIL(slist != NULL, nullptr);
+
+    return slist->data;
+}
+
+VekSList *vek_slist_next(const VekSList *slist)
+{
+    VEK_RETURN_VAL_IF_FAIL(slist != NULL, nullptr);
+
+    return slist->next;
+}
+
+VekSList *vek_slist_find(VekSList *slist, const void *data)
+{
+    while (slist != nullptr && slist->data != data) {
+        slist = slist->next;
+    }
+    return slist;
+}
+
+int vek_slist_equal(const VekSList *a, const VekSList *b, VekEqualFunc equal)
+{
+    if (a == b) {
+        return 1;
+    }
+    for (; a != nullptr && b != nullptr; a = a->next, b = b->next) {
+        const bool same = a->data == b->data;
+        if (!same && (equal == nullptr || !equal(a->data, b->data))) {
+            return 0;
+        }
+    }
+    return a == b;
+}
+
+unsigned int vek_slist_get_length(const VekSList *slist)
+{
+    unsigned int length = 0;
+    for (; slist != nullptr; slist = slist->next) {
+        ++length;
+    }
+    return length;
+}
+
+void vek_slist_set_data(VekSList *slist, void *data)
+{
+    VEK_RETURN_IF_FAIL(slist != NULL);
+
+    slist->data = data;
+}
+
+VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target)
+{
+    bool removed;
+    return vek_slist_remove_link(slist, target, removed);
+}
+
+VekSList *vek_slist_delete_link(VekSList *slist, VekSList *target)
+{
+    bool removed;
+    VekSList *const rest = vek_slist_remove_link(slist, target, removed);
+    // A target that is not in the list may be in another one, and stays there.
+    if (removed || target == nullptr) {
+        slist_destroy(target);
+    }
+    return rest;
+}

@@ -1,0 +1,132 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekslist.h
+ *  A singly linked list of untyped pointers. A list is a pointer to its first node; null is the
+ *  empty list. Functions that can change the first node return the new one, and the caller stores
+ *  it. The caller owns the nodes; the list owns nothing else: elements are released, copied and
+ *  compared by the callbacks that are passed.
+ *
+ *      VekSList *paths = vek_slist_append(NULL, vek_strdup("/etc"));
+ *      for (const VekSList *node = paths; node != NULL; node = node->next) puts(node->data);
+ *      vek_slist_free(paths, vek_free);
+ *
+ *  Threads: a list is used by one thread at a time.
+ */
+#ifndef VEKLIB_VEKSLIST_H
+#define VEKLIB_VEKSLIST_H
+
+#include <veklib/vekmacros.h>
+
+VEK_BEGIN_DECLS
+
+/** One node of a list. */
+typedef struct VekSList VekSList;
+struct VekSList {
+    void *data;     /**< the element; not owned by the list */
+    VekSList *next; /**< the following node; null in the last one */
+};
+
+/** Releases one element. */
+typedef void (*VekDestroyFunc)(void *element);
+
+/** Returns the copy of one element, which belongs to whoever asked for it. */
+typedef void *(*VekCopyFunc)(void *element);
+
+/** Returns nonzero when two elements are equal. */
+typedef int (*VekEqualFunc)(const void *a, const void *b);
+
+/* ---- Create and release ---- */
+
+/** Puts an element in front.
+ *  @param slist  the list, taken on success; null is the empty list
+ *  @param data   the element; may be null; stored
+ *  @return  the new first node
+ *  Fails:   no memory -> null, the list stays as it was: keep its pointer until you have the result
+ */
+VEK_API VekSList *vek_slist_prepend(VekSList *slist, void *data);
+
+/** Puts an element at the end; walks the whole list.
+ *  @param slist  the list, taken; null is the empty list
+ *  @param data   the element; may be null; stored
+ *  @return  the first node
+ *  Fails:   no memory -> `slist`, unchanged (null for the empty list)
+ */
+VEK_API VekSList *vek_slist_append(VekSList *slist, void *data);
+
+/** Puts an element behind a node.
+ *  @param slist  the node; null makes a new list of one node
+ *  @param data   the element; may be null; stored
+ *  @return  the new node
+ *  Fails:   no memory -> null, nothing changed
+ */
+VEK_API VekSList *vek_slist_insert_after(VekSList *slist, void *data);
+
+/** Copies a list: new nodes with the same elements, or with copies of them.
+ *  @param slist  the list; null gives null; borrowed
+ *  @param copy   called once for each element, first to last, when all nodes are there; what it
+ *                returns is stored as it is. May be null: the elements are shared
+ *  @return  the new list; release with vek_slist_free()
+ *  Fails:   no memory for the nodes -> null; nothing was copied and nothing is left behind
+ */
+VEK_API VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy);
+
+/** Releases a list.
+ *  @param slist    the list, taken; null does nothing
+ *  @param destroy  called for each element, first to last, just before its node is released; may
+ *                  be null
+ */
+VEK_API void vek_slist_free(VekSList *slist, VekDestroyFunc destroy);
+
+/* ---- Read ---- */
+
+/** Returns the element of a node, borrowed.
+ *  Fails: null `slist` -> null, with a warning
+ */
+VEK_API void *vek_slist_data(const VekSList *slist);
+
+/** Returns the node behind a node, borrowed; null behind the last one.
+ *  Fails: null `slist` -> null, with a warning
+ */
+VEK_API VekSList *vek_slist_next(const VekSList *slist);
+
+/** Returns the first node whose element is the pointer `data`, borrowed; null if there is none. */
+VEK_API VekSList *vek_slist_find(VekSList *slist, const void *data);
+
+/** Returns 1 when two lists have equal elements in the same order, else 0.
+ *  @param a, b   the lists; null is the empty list; borrowed
+ *  @param equal  compares an element of a with one of b when they are not the same pointer; may
+ *                be null: only the same pointers are equal
+ */
+VEK_API int vek_slist_equal(const VekSList *a, const VekSList *b, VekEqualFunc equal);
+
+/** Returns the number of nodes; walks the whole list. */
+VEK_API unsigned int vek_slist_get_length(const VekSList *slist);
+
+/* ---- Change ---- */
+
+/** Replaces the element of a node; the old one is not released.
+ *  @param data  the element; may be null; stored
+ *  Fails: null `slist` -> nothing stored, with a warning
+ */
+VEK_API void vek_slist_set_data(VekSList *slist, void *data);
+
+/** Takes a node out of a list without releasing it: it becomes a list of its own.
+ *  @param slist   the list, taken
+ *  @param target  the node
+ *  @return  the first node of what is left
+ *  Fails:   null `slist` or null `target` -> null, with a warning; `target` not in the list ->
+ *           `slist`, with a warning. Nothing is changed
+ */
+VEK_API VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target);
+
+/** Takes a node out of a list and releases it; its element is not released.
+ *  @param slist   the list, taken
+ *  @param target  the node, taken
+ *  @return  the first node of what is left
+ *  Fails:   as vek_slist_remove_link(), with one more warning for a null `target`. A node that is
+ *           not in the list is left alone
+ */
+VEK_API VekSList *vek_slist_delete_link(VekSList *slist, VekSList *target);
+
+VEK_END_DECLS
+
+#endif

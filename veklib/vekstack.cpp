@@ -1,0 +1,54 @@
+/* SPDX-License-Identifier: MIT */
+#include "veklib/vekstack.h"
+
+#include "veklib/vekdiag.h"
+
+void vek_stack_free(VekStack *stack, VekDestroyFunc destroy)
+{
+    vek_slist_free(stack->top, destroy);
+    stack->top = nullptr;
+}
+
+void vek_stack_push(VekStack *stack, void *data)
+{
+    VekSList *const top = vek_slist_prepend(stack->top, data);
+    if (top == nullptr) {
+        VEK_WARNING("%s: no memory, the element was not pushed", __func__);
+        return;
+    }
+    stack->top = top;
+}
+
+void *vek_stack_pop(VekStack *stack)
+{
+    void *const data = vek_slist_data(stack->top);
+    stack->top = vek_slist_delete_link(stack->top, stack->top);
+    return data;
+}
+
+void *vek_stack_peek(const VekStack *stack)
+{
+    return vek_slist_data(stack->top);
+}
+
+int vek_stack_is_empty(const VekStack *stack)
+{
+    return stack->top == nullptr;
+}
+
+unsigned int vek_stack_get_depth(const VekStack *stack)
+{
+    return vek_slist_get_length(stack->top);
+}
+
+void vek_stack_foreach(VekStack *stack, VekStackForeachFunc func, void *user_data)
+{
+    VEK_RETURN_IF_FAIL(stack != NULL);
+    VEK_RETURN_IF_FAIL(func != NULL);
+
+    for (const VekSList *node = stack->top; node != nullptr; node = node->next) {
+        if (func(node->data, user_data)) {
+            return;
+        }
+    }
+}

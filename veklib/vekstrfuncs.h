@@ -1,0 +1,69 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekstrfuncs.h
+ *  Copies of memory and of NUL-terminated strings. Every copy is allocated on behalf of the code
+ *  that called, belongs to the caller and is released with vek_free().
+ *
+ *      char *label = vek_strdup_printf("%s-%d", name, number);
+ *      ...
+ *      vek_free(label);
+ *
+ *  No shared state: any thread may call any function.
+ */
+#ifndef VEKLIB_VEKSTRFUNCS_H
+#define VEKLIB_VEKSTRFUNCS_H
+
+#include <stdarg.h>
+#include <stddef.h>
+
+#include <veklib/vekmacros.h>
+
+VEK_BEGIN_DECLS
+
+/** Copies a block of memory.
+ *  @param mem        the block; may be null if `byte_size` is 0; borrowed
+ *  @param byte_size  bytes to copy
+ *  @return  the copy; release with vek_free()
+ *  Fails:   `byte_size` 0 -> null; no memory -> null; null `mem` with bytes to copy -> null, with
+ *           a warning
+ */
+VEK_API void *vek_memdup(const void *mem, size_t byte_size);
+
+/** Copies a string.
+ *  @param s  the string; borrowed
+ *  @return  the copy (one byte for the empty string); release with vek_free()
+ *  Fails:   no memory -> null; null `s` -> null, with a warning
+ */
+VEK_API char *vek_strdup(const char *s);
+
+/** Copies at most the first `n` characters of a string.
+ *  @param s  the string, read up to `n` characters; may be null if `n` is 0; borrowed
+ *  @param n  characters
+ *  @return  the copy, NUL-terminated; release with vek_free()
+ *  Fails:   `n` 0 -> null, not an empty string; no memory -> null; null `s` otherwise -> null,
+ *           with a warning
+ */
+VEK_API char *vek_strndup(const char *s, size_t n);
+
+/** Formats a new string.
+ *  @param format  printf format; borrowed
+ *  @return  the text; release with vek_free()
+ *  Fails:   empty result -> null, not an empty string; no memory -> null; null `format` -> null,
+ *           with a warning
+ */
+VEK_API VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...);
+
+/** vek_strdup_printf() with an argument list, which is left as it was. */
+VEK_API VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
+
+/** Copies as much of a string as fits into a buffer, always NUL-terminated.
+ *  @param dest     the buffer; may be null if `destlen` is 0
+ *  @param src      the string; borrowed
+ *  @param destlen  size of the buffer in bytes; 0 writes nothing
+ *  @return  the length of `src`; `destlen` or more tells that the copy was cut
+ *  Fails:   null `src`, or null `dest` with room to fill -> 0, with a warning
+ */
+VEK_API size_t vek_strlcpy(char *dest, const char *src, size_t destlen);
+
+VEK_END_DECLS
+
+#endif
