@@ -27,6 +27,9 @@ constexpr size_t error_message_size = 255;
 
 void default_abort_handler(const char *file, int line, const char *message)
 {
+    if (stderr == nullptr) {
+        abort();
+    }
     fputs("\n----- ERROR -----\n", stderr);
     if (file != nullptr) {
         fprintf(stderr, "%s:%d: %s\n", file, line, message);
