@@ -37,8 +37,13 @@ uint32_t poor_hash(const void *)
     return 4294967295u;
 }
 
+const void *searched_key = nullptr; ///< the key searched for, if a test watches it
+
 int equal_text(const void *stored, const void *searched)
 {
+    if (searched_key != nullptr) {
+        EXPECT_EQ(searched, searched_key);
+    }
     return strcmp(static_cast<const char *>(stored), static_cast<const char *>(searched)) == 0;
 }
 
@@ -107,6 +112,7 @@ TEST(Hash, OwnsWhatItDestroys)
 {
     vektest::Allocator allocator;
     VekHash *const hash = vek_hash_new_full(poor_hash, equal_text, release_text, release_text);
+    released.clear();
     const auto insert = [&](const char *text, const char *value) {
         EXPECT_EQ(vek_hash_insert(hash, vek_strdup(text), vek_strdup(value)), 1);
     };
@@ -115,7 +121,9 @@ TEST(Hash, OwnsWhatItDestroys)
     insert("a", "3");
     EXPECT_EQ(released, "a 1 ");
     EXPECT_EQ(hash->entry_count, 2u);
-    EXPECT_STREQ(static_cast<char *>(vek_hash_lookup(hash, "a")), "3");
+    searched_key = "a";
+    EXPECT_STREQ(static_cast<char *>(vek_hash_lookup(hash, searched_key)), "3");
+    searched_key = nullptr;
     EXPECT_EQ(vek_hash_remove(hash, "c"), 0);
     EXPECT_EQ(vek_hash_remove(hash, "b"), 1);
     EXPECT_EQ(released, "a 1 b 2 ");
@@ -130,12 +138,27 @@ TEST(Hash, OwnsWhatItDestroys)
     EXPECT_EQ(released, "e 6 d 5 c 4 a 3 ");
 }
 
+TEST(Hash, ShrinksBeforeItReleases)
+{
+    static VekHash *hash; // the destroy function looks at it
+    hash = vek_hash_new_full(vek_hash_int_hash_func, vek_hash_int_equal_func, nullptr,
+                             [](void *) { EXPECT_EQ(hash->table_size, 8u); });
+    for (const intptr_t i : {0, 8, 16, 24}) {
+        vek_hash_insert(hash, key(i), nullptr);
+    }
+    EXPECT_EQ(hash->table_size, 16u);
+    EXPECT_EQ(vek_hash_remove(hash, key(8)), 1);
+    EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{24, 0, 16}));
+    vek_hash_destroy(hash);
+}
+
 TEST(Hash, IntegersHashToThemselves)
 {
     EXPECT_EQ(vek_hash_int_hash_func(key(0)), 0u);
     EXPECT_EQ(vek_hash_int_hash_func(key(123456)), 123456u);
     EXPECT_EQ(vek_hash_int_hash_func(key(INT32_MAX)), uint32_t{INT32_MAX});
-    EXPECT_NE(vek_hash_int_hash_func(key(-1)), vek_hash_int_hash_func(key(-2)));
+    EXPECT_EQ(vek_hash_int_hash_func(key(-2)), 4294967294u);
+    EXPECT_EQ(vek_hash_int_hash_func(key(INT32_MIN)), 2147483648u);
     EXPECT_EQ(vek_hash_int_equal_func(key(-1), key(-1)), 1);
     EXPECT_EQ(vek_hash_int_equal_func(key(-1), key(1)), 0);
 }
@@ -215,11 +238,18 @@ TEST(Hash, FailCleanly)
             }
         }
         EXPECT_EQ(keys_in_order(hash).size(), hash->entry_count);
-        vektest::captured(2, [&] {
-            for (intptr_t i = 0; i < 25; ++i) {
-                vek_hash_remove(hash, key(i));
-            }
-        });
+        for (intptr_t i = 0; i < 25; ++i) {
+            const uint32_t count = hash->entry_count;
+            const uint32_t size = hash->table_size;
+            const unsigned allocations = allocator.allocations();
+            int removed = -1;
+            const std::string text =
+                vektest::captured(2, [&] { removed = vek_hash_remove(hash, key(i)); });
+            EXPECT_EQ(hash->entry_count, count - (removed ? 1 : 0));
+            // A smaller table was asked for: either it is there, or one warning tells.
+            EXPECT_EQ(allocator.allocations() - allocations,
+                      (hash->table_size != size) + (text != "")) << text;
+        }
         EXPECT_EQ(hash->entry_count, 0u);
         vek_hash_destroy(hash);
     });

@@ -12,13 +12,16 @@ namespace {
 constexpr uint32_t smallest_size = 8;
 constexpr uint32_t entries_per_slot = 8;
 
+/** A 32-bit integer, negative or not, hashes to itself: the upper half of a wide pointer counts only
+ *  where it is more than the sign of the lower one. */
 uint32_t hash_int(const void *key)
 {
     const auto integer = reinterpret_cast<uintptr_t>(key);
-    if constexpr (sizeof integer > sizeof(uint32_t)) {
-        return static_cast<uint32_t>(integer ^ (integer >> 32));
+    const auto low = static_cast<uint32_t>(integer);
+    if constexpr (sizeof integer > sizeof low) {
+        return low ^ (static_cast<uint32_t>(integer >> 32) + (low >> 31));
     } else {
-        return integer;
+        return low;
     }
 }
 
@@ -81,9 +84,10 @@ void rehash(VekHash *hash, uint32_t new_size)
             entry = next;
         }
     }
-    vek_free(hash->table);
+    VekHashEntry **const old_slots = hash->table;
     hash->table = slots;
     hash->table_size = new_size;
+    vek_free(old_slots);
 }
 
 /** Doubles a table that is crowded: as a whole, or in the chain that a new entry joined behind

@@ -4,13 +4,14 @@
  *  doubles and halves with the number of entries. The table stores the pointers that it is given
  *  and copies nothing; with destroy functions set it owns the keys or values that it holds.
  *
- *      VekHash *ages = vek_hash_new();                                    // integer keys
- *      vek_hash_insert(ages, (void *)(intptr_t)7, vek_strdup("seven"));
- *      const char *text = vek_hash_lookup(ages, (void *)(intptr_t)7);
- *      vek_hash_destroy(ages);
+ *      VekHash *names = vek_hash_new_full(vek_hash_int_hash_func, vek_hash_int_equal_func,
+ *                                         NULL, vek_free);
+ *      vek_hash_insert(names, (void *)(intptr_t)7, vek_strdup("seven"));
+ *      const char *text = vek_hash_lookup(names, (void *)(intptr_t)7);
+ *      vek_hash_destroy(names);
  *
- *  Threads: a table is used by one thread at a time, lookups included. Callbacks must not insert
- *  into or remove from the table that calls them.
+ *  Threads: a table is used by one thread at a time, lookups included. The callback of a walk must
+ *  not insert into or remove from the table; a destroy function must not use it at all.
  */
 #ifndef VEKLIB_VEKHASH_H
 #define VEKLIB_VEKHASH_H
@@ -35,7 +36,7 @@ struct VekHashEntry {
     VekHashEntry *next; /**< the next entry of the same chain, or null */
 };
 
-/** A hash table. */
+/** A hash table. The fields are for reading; the functions below change them. */
 typedef struct VekHash {
     VekHashEntry **table;              /**< the slots: the head of a chain, or null */
     uint32_t table_size;               /**< number of slots: 8 times a power of two */
@@ -76,12 +77,15 @@ VEK_API void vek_hash_destroy(VekHash *hash);
 /* ---- Change ---- */
 
 /** Stores a value under a key. For a key that is present the destroy functions get the stored key
- *  and value first, and the new ones take their place: never pass the stored key object itself to a
- *  table that destroys its keys.
+ *  and value first, and the new ones take their place: never pass the stored key or value object
+ *  itself to a table that destroys it.
  *  @param hash   the table
- *  @param key    the key; taken on success if the table destroys keys, else borrowed
- *  @param value  the value; may be null; taken on success if the table destroys values
- *  @return  1, also when a larger table was wanted and there was no memory for it (a warning tells)
+ *  @param key    the key; may be null if the functions accept it (the integer 0). Taken on success
+ *                if the table destroys keys, else borrowed for as long as it is stored
+ *  @param value  the value; may be null. Taken on success if the table destroys values, else
+ *                borrowed for as long as it is stored
+ *  @return  1, also when a larger table was wanted and there was no memory for it: a warning tells,
+ *           and the table works on with longer chains
  *  Fails:   no memory for the entry, or null `hash` or a table without slots (with a warning) -> 0;
  *           the table is unchanged, key and value stay the caller's
  */
@@ -90,7 +94,8 @@ VEK_API int vek_hash_insert(VekHash *hash, void *key, void *value);
 /** Removes an entry and releases its key and value with the destroy functions.
  *  @param hash  the table
  *  @param key   the key to search; borrowed
- *  @return  1 when an entry was removed, 0 when there is none
+ *  @return  1 when an entry was removed (also when there was no memory for the smaller table that
+ *           was wanted: a warning tells), 0 when there is none
  *  Fails:   null `hash` or a table without slots -> 0, with a warning
  */
 VEK_API int vek_hash_remove(VekHash *hash, const void *key);
@@ -115,8 +120,8 @@ VEK_API void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user
 
 /* ---- Integer keys ---- */
 
-/** Hashes an integer carried in a pointer: the integer itself; the upper half of a wide pointer is
- *  folded into the lower one. */
+/** Hashes an integer carried in a pointer: every 32-bit integer to itself; what a wide pointer holds
+ *  beyond that is folded into the lower half. */
 VEK_API uint32_t vek_hash_int_hash_func(const void *key);
 
 /** Returns 1 when two integers carried in pointers are equal, else 0. */
@@ -124,7 +129,8 @@ VEK_API int vek_hash_int_equal_func(const void *a, const void *b);
 
 /* ---- Diagnostics ---- */
 
-/** Prints the chains to standard output, a line a slot: its number and its entries' addresses.
+/** Prints the chains to standard output, a line a slot: "Bucket; ", the slot's number, a tab, and
+ *  for each entry its address and a tab. Nothing is flushed.
  *  Fails: null `hash` -> nothing printed, with a warning
  */
 VEK_API void _vek_hash_dump(const VekHash *hash);

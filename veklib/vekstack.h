@@ -27,25 +27,28 @@ typedef int (*VekStackForeachFunc)(void *element, void *user_data);
 
 /** Releases the nodes and leaves the stack empty and usable; the record stays the caller's.
  *  @param stack    the stack; not null
- *  @param destroy  called for each element from the top down; may be null
+ *  @param destroy  called for each element from the top down; may be null; must not use the stack
  */
 VEK_API void vek_stack_free(VekStack *stack, VekDestroyFunc destroy);
 
 /** Puts an element on top.
  *  @param stack  the stack; not null
- *  @param data   the element; may be null (vek_stack_is_empty() tells it from an empty stack)
- *  Fails: no memory -> the stack stays as it was, with a warning
+ *  @param data   the element; may be null (vek_stack_is_empty() tells it from an empty stack);
+ *                stored, never released but by the `destroy` of vek_stack_free()
+ *  Fails: no memory -> the stack stays as it was and the element the caller's, with a warning
  */
 VEK_API void vek_stack_push(VekStack *stack, void *data);
 
-/** Takes the top element off and returns it.
+/** Takes the top element off.
  *  @param stack  the stack; not null
+ *  @return  the element, which is the caller's again
  *  Fails: empty stack -> null, with three warnings
  */
 VEK_API void *vek_stack_pop(VekStack *stack);
 
-/** Returns the top element, left in place.
+/** Looks at the top element and leaves it in place.
  *  @param stack  the stack; not null
+ *  @return  the element, borrowed
  *  Fails: empty stack -> null, with a warning
  */
 VEK_API void *vek_stack_peek(const VekStack *stack);
@@ -58,7 +61,7 @@ VEK_API unsigned int vek_stack_get_depth(const VekStack *stack);
 
 /** Calls a function for each element from the top down until it returns nonzero.
  *  @param stack      the stack
- *  @param func       the function
+ *  @param func       the function; must not take elements off the stack
  *  @param user_data  handed to it; may be null; borrowed
  *  Fails: null `stack` or null `func` -> nothing called, with a warning
  */
