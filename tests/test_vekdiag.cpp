@@ -146,8 +146,8 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
     const struct {
         const char *size;
         size_t frames;
-    } rows[] = {{nullptr, 100}, {"0", 100}, {"abc", 100}, {"101", 100}, {"-5", 100},
-                {"5", 5},       {"1", 1},   {"100", 100}};
+    } rows[] = {{nullptr, 100}, {"0", 100}, {"abc", 100}, {"101", 100},
+                {"-5", 100},    {"5", 5},   {"1", 1},     {"100", 100}};
     for (const auto &row : rows) {
         const auto ended = in_clean_child([&] {
             set_environment("VEK_BACKTRACE_SIZE", row.size);

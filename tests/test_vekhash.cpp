@@ -21,7 +21,8 @@ std::vector<intptr_t> keys_in_order(VekHash *hash)
     vek_hash_foreach(
         hash,
         [](void *found, void *, void *into) {
-            static_cast<std::vector<intptr_t> *>(into)->push_back(reinterpret_cast<intptr_t>(found));
+            static_cast<std::vector<intptr_t> *>(into)->push_back(
+                reinterpret_cast<intptr_t>(found));
             return 0;
         },
         &keys);
@@ -102,8 +103,8 @@ TEST(Hash, OrderFollowsTheChains)
     EXPECT_EQ(hash->table_size, 16u);
     EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{16, 0, 1, 24, 8}));
     int calls = 0;
-    vek_hash_foreach(hash, [](void *, void *, void *count) { return ++*static_cast<int *>(count); },
-                     &calls);
+    vek_hash_foreach(
+        hash, [](void *, void *, void *count) { return ++*static_cast<int *>(count); }, &calls);
     EXPECT_EQ(calls, 1);
     vek_hash_destroy(hash);
 }
@@ -248,7 +249,8 @@ TEST(Hash, FailCleanly)
             EXPECT_EQ(hash->entry_count, count - (removed ? 1 : 0));
             // A smaller table was asked for: either it is there, or one warning tells.
             EXPECT_EQ(allocator.allocations() - allocations,
-                      (hash->table_size != size) + (text != "")) << text;
+                      (hash->table_size != size) + (text != ""))
+                << text;
         }
         EXPECT_EQ(hash->entry_count, 0u);
         vek_hash_destroy(hash);

@@ -137,7 +137,8 @@ TEST(Memory, ErrorStateRefusesWithALine)
                             "vek_calloc(2, 5) => NULL, in error state",
                             "vek_realloc(P, 20) => NULL, in error state",
                             "vek_malloc_if_possible(3) => NULL, in error state",
-                            "vek_malloc(-1) => NULL, in error state", "vek_malloc(-1) => (nil) [#1]"};
+                            "vek_malloc(-1) => NULL, in error state",
+                            "vek_malloc(-1) => (nil) [#1]"};
     EXPECT_EQ(plain_lines(ended.err), expected);
 }
 
@@ -153,7 +154,8 @@ TEST(Memory, QueriesReadMeminfo)
         {"MemTotal: 7 MB\n", 7168, "unknown unit M in /proc/meminfo\n"},
         {late.c_str(), 5120, ""},
         {"MemTotal: -1 kB\n", SIZE_MAX, ""},
-        {"MemTotal: 2147483647 kB\n", sizeof(size_t) == 4 ? SIZE_MAX : size_t{2147483647} << 10, ""},
+        {"MemTotal: 2147483647 kB\n", sizeof(size_t) == 4 ? SIZE_MAX : size_t{2147483647} << 10,
+         ""},
         {"MemTotal: much\n", SIZE_MAX, ""},
         {"", SIZE_MAX, ""},
     };
@@ -262,8 +264,8 @@ TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
         const auto ended = in_clean_child([&] {
             bool own = false;
             for (int rest = sequence; rest != 0; rest /= actions) {
-                const VekMemoryVtable table = rest % actions == install_own ? own_table()
-                                                                             : VekMemoryVtable{};
+                const VekMemoryVtable table =
+                    rest % actions == install_own ? own_table() : VekMemoryVtable{};
                 switch (rest % actions) {
                 case enable:
                     vek_memory_enable_trace();
@@ -338,23 +340,54 @@ extern "C" __attribute__((noinline)) void *asker(int operation, ...)
     va_start(args, operation);
     void *volatile result = nullptr; // keeps every call from being a tail call
     switch (operation) {
-    case 0: result = vek_malloc(1); break;
-    case 1: result = vek_calloc(1, 1); break;
-    case 2: result = vek_realloc(nullptr, 1); break;
-    case 3: result = vek_malloc_if_possible(1); break;
-    case 4: result = vek_malloc_if_available(1); break;
-    case 5: result = vek_memdup("x", 2); break;
-    case 6: result = vek_strdup("x"); break;
-    case 7: result = vek_strndup("x", 1); break;
-    case 8: result = vek_strdup_printf("%s", "x"); break;
-    case 9: result = vek_strdup_printf("%300d", 1); break;
-    case 10: result = vek_strdup_vprintf("%d", args); break;
-    case 11: result = vek_slist_prepend(nullptr, nullptr); break;
-    case 12: result = vek_slist_append(nullptr, nullptr); break;
-    case 13: result = vek_slist_insert_after(nullptr, nullptr); break;
-    case 14: vek_memory_disable_trace(), hash = vek_hash_new(), vek_memory_enable_trace();
-             result = reinterpret_cast<void *>(intptr_t{vek_hash_insert(hash, nullptr, nullptr)}); break;
-    default: break;
+    case 0:
+        result = vek_malloc(1);
+        break;
+    case 1:
+        result = vek_calloc(1, 1);
+        break;
+    case 2:
+        result = vek_realloc(nullptr, 1);
+        break;
+    case 3:
+        result = vek_malloc_if_possible(1);
+        break;
+    case 4:
+        result = vek_malloc_if_available(1);
+        break;
+    case 5:
+        result = vek_memdup("x", 2);
+        break;
+    case 6:
+        result = vek_strdup("x");
+        break;
+    case 7:
+        result = vek_strndup("x", 1);
+        break;
+    case 8:
+        result = vek_strdup_printf("%s", "x");
+        break;
+    case 9:
+        result = vek_strdup_printf("%300d", 1);
+        break;
+    case 10:
+        result = vek_strdup_vprintf("%d", args);
+        break;
+    case 11:
+        result = vek_slist_prepend(nullptr, nullptr);
+        break;
+    case 12:
+        result = vek_slist_append(nullptr, nullptr);
+        break;
+    case 13:
+        result = vek_slist_insert_after(nullptr, nullptr);
+        break;
+    case 14:
+        vek_memory_disable_trace(), hash = vek_hash_new(), vek_memory_enable_trace();
+        result = reinterpret_cast<void *>(intptr_t{vek_hash_insert(hash, nullptr, nullptr)});
+        break;
+    default:
+        break;
     }
     va_end(args);
     return result;

@@ -84,8 +84,8 @@ TEST(SList, CompareAndDuplicate)
         Numbers other;
         int identical;
         int equal;
-    } rows[] = {{{1, 2, 3}, 1, 1}, {{1, 2}, 0, 0}, {{1, 2, 3, 4}, 0, 0}, {{3, 4, 5}, 0, 1},
-                {{1, 3, 3}, 0, 0}, {{}, 0, 0}};
+    } rows[] = {{{1, 2, 3}, 1, 1}, {{1, 2}, 0, 0},    {{1, 2, 3, 4}, 0, 0},
+                {{3, 4, 5}, 0, 1}, {{1, 3, 3}, 0, 0}, {{}, 0, 0}};
     for (const auto &row : rows) {
         VekSList *const other = list_of(row.other);
         EXPECT_EQ(vek_slist_equal(list, other, nullptr), row.identical);
@@ -217,23 +217,22 @@ TEST(Stack, IsLastInFirstOut)
 TEST(Stack, ChecksNameTheFault)
 {
     static VekStack empty = {nullptr};
-    vektest::expect_check_rows(
-        "vekslist.cpp", {
-                            {{{"vek_slist_data", "slist != NULL"}},
-                             [] { EXPECT_EQ(vek_stack_peek(&empty), nullptr); }},
-                            {{{"vek_slist_data", "slist != NULL"},
-                              {"vek_slist_remove_link", "slist != NULL"},
-                              {"slist_destroy", "slist != NULL"}},
-                             [] { EXPECT_EQ(vek_stack_pop(&empty), nullptr); }},
-                        });
-    vektest::expect_check_rows(
-        "vekstack.cpp",
-        {
-            {{{"vek_stack_foreach", "stack != NULL"}},
-             [] { vek_stack_foreach(nullptr, nullptr, nullptr); }},
-            {{{"vek_stack_foreach", "func != NULL"}},
-             [] { vek_stack_foreach(&empty, nullptr, nullptr); }},
-        });
+    vektest::expect_check_rows("vekslist.cpp",
+                               {
+                                   {{{"vek_slist_data", "slist != NULL"}},
+                                    [] { EXPECT_EQ(vek_stack_peek(&empty), nullptr); }},
+                                   {{{"vek_slist_data", "slist != NULL"},
+                                     {"vek_slist_remove_link", "slist != NULL"},
+                                     {"slist_destroy", "slist != NULL"}},
+                                    [] { EXPECT_EQ(vek_stack_pop(&empty), nullptr); }},
+                               });
+    vektest::expect_check_rows("vekstack.cpp",
+                               {
+                                   {{{"vek_stack_foreach", "stack != NULL"}},
+                                    [] { vek_stack_foreach(nullptr, nullptr, nullptr); }},
+                                   {{{"vek_stack_foreach", "func != NULL"}},
+                                    [] { vek_stack_foreach(&empty, nullptr, nullptr); }},
+                               });
 }
 
 TEST(Stack, PushThatFailsWarnsAndLeavesTheStack)
@@ -242,8 +241,7 @@ TEST(Stack, PushThatFailsWarnsAndLeavesTheStack)
     VekStack stack = {nullptr};
     vek_stack_push(&stack, element(1));
     allocator.fail_nth(1);
-    const std::string text =
-        vektest::captured(2, [&] { vek_stack_push(&stack, element(2)); });
+    const std::string text = vektest::captured(2, [&] { vek_stack_push(&stack, element(2)); });
     EXPECT_NE(text.find("vek_stack_push"), std::string::npos) << text;
     EXPECT_EQ(vek_stack_pop(&stack), element(1));
 }

@@ -12,8 +12,8 @@ namespace {
 constexpr uint32_t smallest_size = 8;
 constexpr uint32_t entries_per_slot = 8;
 
-/** A 32-bit integer, negative or not, hashes to itself: the upper half of a wide pointer counts only
- *  where it is more than the sign of the lower one. */
+/** A 32-bit integer, negative or not, hashes to itself: the upper half of a wide pointer counts
+ * only where it is more than the sign of the lower one. */
 uint32_t hash_int(const void *key)
 {
     const auto integer = reinterpret_cast<uintptr_t>(key);

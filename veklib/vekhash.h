@@ -120,8 +120,8 @@ VEK_API void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user
 
 /* ---- Integer keys ---- */
 
-/** Hashes an integer carried in a pointer: every 32-bit integer to itself; what a wide pointer holds
- *  beyond that is folded into the lower half. */
+/** Hashes an integer carried in a pointer: every 32-bit integer to itself; what a wide pointer
+ * holds beyond that is folded into the lower half. */
 VEK_API uint32_t vek_hash_int_hash_func(const void *key);
 
 /** Returns 1 when two integers carried in pointers are equal, else 0. */

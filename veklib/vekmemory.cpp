@@ -19,12 +19,13 @@
 /* Two tables carry the state. `installed` is what the application installed, the default table
  * until then; it never holds a wrapper. `active` is what every call goes through: first-use entries
  * at load, afterwards always `installed`, under tracing wrappers if tracing is on. Whoever touches
- * the tables first (an allocation, a query, a table exchange, the trace switch) brings the first-use
- * installation to its end before anything else happens; racing threads wait for it.
+ * the tables first (an allocation, a query, a table exchange, the trace switch) brings the
+ * first-use installation to its end before anything else happens; racing threads wait for it.
  *
  * The slots are read and written one by one as whole words, because allocations on other threads
  * may race with the first-use installation. An entry point is a zero test and a jump through its
- * slot, without further ordering; the wrappers, which read `installed` as well, order themselves. */
+ * slot, without further ordering; the wrappers, which read `installed` as well, order themselves.
+ */
 
 namespace {
 
@@ -446,8 +447,8 @@ void first_use_set_error(int error)
 
 /* The name that applications and the library call, which an application may define itself. */
 #define WEAK_NAME(name)                                                                            \
-    extern "C" [[gnu::weak, gnu::alias("__vek_default_" #name)]] decltype(__vek_default_##name)    \
-        vek_##name
+    extern "C" [[gnu::weak,                                                                        \
+                 gnu::alias("__vek_default_" #name)]] decltype(__vek_default_##name) vek_##name
 
 const VekMemoryVtable *__vek_default_get_memory_vtable()
 {

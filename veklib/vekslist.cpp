@@ -79,8 +79,8 @@ VEK_ENTRY VekSList *vek_slist_insert_after(VekSList *slist, void *data)
 
 VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
 {
-    // All nodes first: copies that were made could not be released if a later node failed. The
-    // public function makes them, so they are charged to the call in here.
+    // All nodes first: copies that were made could not be released if a later node failed. Nodes
+    // come from the public function, so that a trace charges them to this one.
     VekSList *result = nullptr;
     for (const VekSList *node = slist; node != nullptr; node = node->next) {
         VekSList *const longer = vek_slist_prepend(result, nullptr);
@@ -90,10 +90,9 @@ VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
         }
         result = longer;
     }
-    VekSList *target = result;
-    for (const VekSList *node = slist; node != nullptr; node = node->next) {
-        target->data = copy != nullptr ? copy(node->data) : node->data;
-        target = target->next;
+    for (VekSList *target = result; target != nullptr && slist != nullptr; target = target->next) {
+        target->data = copy != nullptr ? copy(slist->data) : slist->data;
+        slist = slist->next;
     }
     return result;
 }

@@ -5,11 +5,11 @@
  *  it. The caller owns the nodes; the list owns nothing else: elements are released, copied and
  *  compared by the callbacks that are passed.
  *
- *      VekSList *paths = vek_slist_append(NULL, vek_strdup("/etc"));
+ *      VekSList *paths = vek_slist_append(NULL, (void *)"/etc");
  *      for (const VekSList *node = paths; node != NULL; node = node->next) puts(node->data);
- *      vek_slist_free(paths, vek_free);
+ *      vek_slist_free(paths, NULL);
  *
- *  Threads: a list is used by one thread at a time.
+ *  Threads: a list is used by one thread at a time; different lists may be used by different ones.
  */
 #ifndef VEKLIB_VEKSLIST_H
 #define VEKLIB_VEKSLIST_H
@@ -53,7 +53,7 @@ VEK_API VekSList *vek_slist_prepend(VekSList *slist, void *data);
 VEK_API VekSList *vek_slist_append(VekSList *slist, void *data);
 
 /** Puts an element behind a node.
- *  @param slist  the node; null makes a new list of one node
+ *  @param slist  the node, borrowed; null makes a new list of one node
  *  @param data   the element; may be null; stored
  *  @return  the new node
  *  Fails:   no memory -> null, nothing changed
@@ -63,9 +63,11 @@ VEK_API VekSList *vek_slist_insert_after(VekSList *slist, void *data);
 /** Copies a list: new nodes with the same elements, or with copies of them.
  *  @param slist  the list; null gives null; borrowed
  *  @param copy   called once for each element, first to last, when all nodes are there; what it
- *                returns is stored as it is. May be null: the elements are shared
+ *                returns is stored as it is. Must not change the list. May be null: the elements
+ *                are shared
  *  @return  the new list; release with vek_slist_free()
  *  Fails:   no memory for the nodes -> null; nothing was copied and nothing is left behind
+ *  Traces charge the nodes to this function, not to its caller.
  */
 VEK_API VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy);
 
@@ -78,17 +80,25 @@ VEK_API void vek_slist_free(VekSList *slist, VekDestroyFunc destroy);
 
 /* ---- Read ---- */
 
-/** Returns the element of a node, borrowed.
+/** Returns the element of a node.
+ *  @param slist  the node, borrowed
+ *  @return  the element, borrowed; may be null
  *  Fails: null `slist` -> null, with a warning
  */
 VEK_API void *vek_slist_data(const VekSList *slist);
 
-/** Returns the node behind a node, borrowed; null behind the last one.
+/** Returns the node behind a node.
+ *  @param slist  the node, borrowed
+ *  @return  the next node, borrowed; null behind the last one
  *  Fails: null `slist` -> null, with a warning
  */
 VEK_API VekSList *vek_slist_next(const VekSList *slist);
 
-/** Returns the first node whose element is the pointer `data`, borrowed; null if there is none. */
+/** Finds an element by its address.
+ *  @param slist  the list, borrowed; null is the empty list
+ *  @param data   the pointer to look for; may be null
+ *  @return  the first node that holds it, borrowed; null if there is none
+ */
 VEK_API VekSList *vek_slist_find(VekSList *slist, const void *data);
 
 /** Returns 1 when two lists have equal elements in the same order, else 0.
@@ -98,29 +108,32 @@ VEK_API VekSList *vek_slist_find(VekSList *slist, const void *data);
  */
 VEK_API int vek_slist_equal(const VekSList *a, const VekSList *b, VekEqualFunc equal);
 
-/** Returns the number of nodes; walks the whole list. */
+/** Returns the number of nodes of a list (borrowed; 0 for null); walks it whole. */
 VEK_API unsigned int vek_slist_get_length(const VekSList *slist);
 
 /* ---- Change ---- */
 
 /** Replaces the element of a node; the old one is not released.
+ *  @param slist  the node, borrowed
  *  @param data  the element; may be null; stored
  *  Fails: null `slist` -> nothing stored, with a warning
  */
 VEK_API void vek_slist_set_data(VekSList *slist, void *data);
 
-/** Takes a node out of a list without releasing it: it becomes a list of its own.
- *  @param slist   the list, taken
- *  @param target  the node
- *  @return  the first node of what is left
+/** Takes a node out of a list without releasing it: it becomes a list of its own, which the caller
+ *  releases with vek_slist_free().
+ *  @param slist   the list, taken on success
+ *  @param target  the node, handed back to the caller on success
+ *  @return  the first node of what is left, null if nothing is
  *  Fails:   null `slist` or null `target` -> null, with a warning; `target` not in the list ->
- *           `slist`, with a warning. Nothing is changed
+ *           `slist`, with a warning. Nothing is changed: a target that may be null is tested
+ *           before the result replaces the list's pointer
  */
 VEK_API VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target);
 
 /** Takes a node out of a list and releases it; its element is not released.
- *  @param slist   the list, taken
- *  @param target  the node, taken
+ *  @param slist   the list, taken on success
+ *  @param target  the node, taken on success
  *  @return  the first node of what is left
  *  Fails:   as vek_slist_remove_link(), with one more warning for a null `target`. A node that is
  *           not in the list is left alone

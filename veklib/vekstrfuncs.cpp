@@ -44,11 +44,16 @@ char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *ret
     }
 
     auto *const text = static_cast<char *>(vek_malloc_with_return(length + 1, return_address));
-    if (text != nullptr) {
-        va_list formatted;
-        va_copy(formatted, args);
-        vsnprintf(text, length + 1, format, formatted);
-        va_end(formatted);
+    if (text == nullptr) {
+        return nullptr;
+    }
+    va_list formatted;
+    va_copy(formatted, args);
+    const int written = vsnprintf(text, length + 1, format, formatted);
+    va_end(formatted);
+    if (written != result) { // the C library itself ran out of memory
+        vek_free(text);
+        return nullptr;
     }
     return text;
 }

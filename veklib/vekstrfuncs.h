@@ -7,7 +7,7 @@
  *      ...
  *      vek_free(label);
  *
- *  No shared state: any thread may call any function.
+ *  No shared state: any thread may call any function, as far as the allocator table allows.
  */
 #ifndef VEKLIB_VEKSTRFUNCS_H
 #define VEKLIB_VEKSTRFUNCS_H
@@ -45,14 +45,21 @@ VEK_API char *vek_strdup(const char *s);
 VEK_API char *vek_strndup(const char *s, size_t n);
 
 /** Formats a new string.
- *  @param format  printf format; borrowed
+ *  @param format  printf format, followed by its values; borrowed
  *  @return  the text; release with vek_free()
- *  Fails:   empty result -> null, not an empty string; no memory -> null; null `format` -> null,
- *           with a warning
+ *  Fails:   empty result -> null, not an empty string; a value that cannot be converted, or more
+ *           than INT_MAX characters -> null; no memory -> null; null `format` -> null, with a
+ *           warning
  */
 VEK_API VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...);
 
-/** vek_strdup_printf() with an argument list, which is left as it was. */
+/** Formats a new string from an argument list.
+ *  @param format  printf format; borrowed
+ *  @param args    its values; left as they were, for the caller to end
+ *  @return  the text; release with vek_free()
+ *  Fails:   as vek_strdup_printf(); the warning for a null `format` names the function that both
+ *           share, vek_strdup_vprintf_with_return
+ */
 VEK_API VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
 
 /** Copies as much of a string as fits into a buffer, always NUL-terminated.

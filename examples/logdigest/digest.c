@@ -144,8 +144,8 @@ static bool extend_span(struct digest *digest, const char *line, const struct re
             ++digest->year;
         }
         digest->month = record->month;
-        seconds += days_from_date(2000 + digest->year, 1, 1) * 86400 -
-                   days_from_date(2000, 1, 1) * 86400;
+        seconds +=
+            days_from_date(2000 + digest->year, 1, 1) * 86400 - days_from_date(2000, 1, 1) * 86400;
     }
     if (digest->first_stamp == NULL || seconds < digest->first_seconds) {
         digest->first_seconds = seconds;

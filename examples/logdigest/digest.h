@@ -14,18 +14,19 @@
 struct digest {
     unsigned long lines;
     unsigned long unreadable;
-    VekHash *counts;      /**< the name of a program or package -> its struct count, owned */
-    VekSList *samples;    /**< the first unreadable lines: struct sample, owned */
+    VekHash *counts;   /**< the name of a program or package -> its struct count, owned */
+    VekSList *samples; /**< the first unreadable lines: struct sample, owned */
     VekSList *last_sample;
-    char *first_stamp;    /**< time stamp of the earliest line, owned; null before the first one */
-    char *last_stamp;     /**< of the latest line */
+    char *first_stamp; /**< time stamp of the earliest line, owned; null before the first one */
+    char *last_stamp;  /**< of the latest line */
     int64_t first_seconds;
     int64_t last_seconds;
-    int year;             /**< passed New Years of a log without years */
-    int month;            /**< of the last line without a year; 0 before it */
+    int year;  /**< passed New Years of a log without years */
+    int month; /**< of the last line without a year; 0 before it */
 };
 
-/** Makes an empty digest; release it with digest_release(). False: no memory, nothing to release. */
+/** Makes an empty digest; release it with digest_release(). False: no memory, nothing to release.
+ */
 bool digest_init(struct digest *digest);
 void digest_release(struct digest *digest);
 

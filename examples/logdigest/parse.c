@@ -23,9 +23,8 @@ static bool set_time(struct record *record, int year, int month, int day, int ho
     }
     record->year = year;
     record->month = month;
-    record->seconds =
-        days_from_date(year != 0 ? year : year_without_one, month, day) * 86400 +
-        (hour * 60 + minute) * 60 + second;
+    record->seconds = days_from_date(year != 0 ? year : year_without_one, month, day) * 86400 +
+                      ((int64_t)hour * 60 + minute) * 60 + second;
     return true;
 }
 

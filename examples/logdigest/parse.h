@@ -16,9 +16,9 @@
 struct record {
     int year; /**< 0 when the time stamp has none */
     int month;
-    int64_t seconds;        /**< since 1970, as if `year` 0 were 2000 */
-    size_t stamp_length;    /**< the time stamp is the line's start */
-    const char *subject;    /**< the program or package */
+    int64_t seconds;     /**< since 1970, as if `year` 0 were 2000 */
+    size_t stamp_length; /**< the time stamp is the line's start */
+    const char *subject; /**< the program or package */
     size_t subject_length;
 };
 

@@ -85,8 +85,7 @@ const VekMemoryVtable failing_table = {
             void *const block = allocate(count * size);
             return block != nullptr ? memset(block, 0, count * size) : nullptr;
         },
-    .realloc =
-        [](void *block, size_t size, void *) -> void * {
+    .realloc = [](void *block, size_t size, void *) -> void * {
         void *const resized = allocate(size);
         if (resized != nullptr && block != nullptr) {
             memcpy(resized, block, std::min(size, state.live.at(block)));

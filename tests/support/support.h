@@ -25,8 +25,8 @@ struct Ended {
     int signal;    ///< 0 when it exited
 };
 
-/** Runs `body` in a forked process whose library is as it was loaded, as long as the parent does not
- *  use it. The child exits with 1 when an expectation in `body` failed. */
+/** Runs `body` in a forked process whose library is as it was loaded, as long as the parent does
+ * not use it. The child exits with 1 when an expectation in `body` failed. */
 Ended in_child(const std::function<void()> &body);
 
 /** in_child() that expects a clean exit. */
@@ -66,9 +66,9 @@ public:
 
     /** Lets the n-th allocation from now fail (0: none); with `onward` all later ones too. */
     void fail_nth(unsigned n, bool onward = false);
-    bool failed() const;         ///< an allocation has failed since fail_nth()
+    bool failed() const;          ///< an allocation has failed since fail_nth()
     unsigned allocations() const; ///< allocations asked for since fail_nth()
-    size_t live() const;         ///< blocks that are not released
+    size_t live() const;          ///< blocks that are not released
 };
 
 /** Runs `scenario` with the first allocation failing, then the second, and so on until a run meets
