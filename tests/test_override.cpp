@@ -34,7 +34,9 @@ void vek_free(void *block)
 void vek_set_memory_vtable(const VekMemoryVtable *table)
 {
     ++installations;
-    free(__vek_default_malloc(1)); // allocating in here must not wait for itself
+    if (table != nullptr) {
+        free(__vek_default_malloc(1)); // allocating in here must not wait for itself
+    }
     __vek_default_set_memory_vtable(table);
 }
 
@@ -69,5 +71,21 @@ TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
         }
         EXPECT_EQ(installations, 1);
         EXPECT_EQ(traces, 1);
+    });
+}
+
+TEST(Override, InstallationThatComesFirstIsTheFirstUse)
+{
+    vektest::in_clean_child([] {
+        setenv("VEK_MALLOC_TRACE", "1", 1);
+        VekMemoryVtable table = {};
+        table.malloc = [](size_t, void *) -> void * { return &installations; };
+        __vek_default_set_memory_vtable(&table);
+        EXPECT_EQ(installations, 0);
+        EXPECT_EQ(traces, 1);
+        EXPECT_EQ(vek_malloc(1), &installations);
+        vek_set_memory_vtable(nullptr);
+        EXPECT_EQ(installations, 1);
+        vek_free(vek_malloc(1));
     });
 }

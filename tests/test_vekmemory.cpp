@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* Every case runs in a process of its own: what happens at first use is most of what is tested. */
+#include <veklib/vekdiag.h>
 #include <veklib/vekhash.h>
 #include <veklib/vekmemory.h>
 #include <veklib/vekstack.h>
@@ -233,12 +234,15 @@ TEST(Trace, GoesWhereTheEnvironmentSays)
         return in_clean_child([&] {
             setenv("VEK_MALLOC_TRACE", "1", 1);
             setenv("VEK_MALLOC_TRACE_FILE", file, 1);
+            errno = EDOM;
             vek_free(vek_malloc(16));
+            EXPECT_EQ(errno, EDOM);
             _exit(testing::Test::HasFailure()); // a line is in the file at its newline
         });
     };
     const Lines expected = {"vek_malloc(16) => P [#1]", "vek_free(P)"};
     EXPECT_EQ(traced(path.c_str()).err, "");
+    EXPECT_EQ(traced(path.c_str()).err, ""); // empties the file
     EXPECT_EQ(plain_lines(vektest::content_of(path)), expected);
     unlink(path.c_str());
 
@@ -248,10 +252,17 @@ TEST(Trace, GoesWhereTheEnvironmentSays)
     EXPECT_EQ(plain(lines[1]), expected[0]);
 
     const auto lost = vektest::in_child([] {
+        setenv("VEK_MALLOC_TRACE_FILE", "/nonexistent/trace", 1);
         stderr = nullptr;
         vek_memory_enable_trace();
+        vek_set_abort_handler([](const char *file, int, const char *message) {
+            vek_set_abort_handler(nullptr);
+            printf("%s: %s", file, message);
+            fflush(stdout);
+        });
         vek_malloc(1);
     });
+    EXPECT_EQ(lost.out, "veklib/vekmemory.cpp: Assertion trace_destination failed.\n");
     EXPECT_EQ(lost.signal, SIGABRT);
 }
 
@@ -305,6 +316,7 @@ TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
 TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
 {
     constexpr int threads = 8;
+    constexpr int calls = 50;
     for (int round = 0; round < 20; ++round) {
         const auto ended = in_clean_child([] {
             setenv("VEK_MALLOC_TRACE", "1", 1);
@@ -314,7 +326,9 @@ TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
                 racers.emplace_back([&] {
                     for (waiting.fetch_sub(1); waiting.load() > 0;) {
                     }
-                    vek_free(vek_calloc(1, 8));
+                    for (int call = 0; call < calls; ++call) {
+                        vek_free(vek_calloc(1, 8));
+                    }
                 });
             }
             for (std::thread &racer : racers) {
@@ -327,8 +341,8 @@ TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
                 EXPECT_TRUE(numbers.insert(line).second) << line;
             }
         }
-        EXPECT_EQ(numbers.size(), size_t{threads});
-        EXPECT_EQ(lines_of(ended.err).size(), size_t{2 * threads});
+        EXPECT_EQ(numbers.size(), size_t{threads * calls});
+        EXPECT_EQ(lines_of(ended.err).size(), size_t{2 * threads * calls});
     }
 }
 
@@ -425,5 +439,53 @@ TEST(Trace, AttributesToTheCodeThatAsked)
             EXPECT_EQ(lines_of(text).size(), 1u);
             _exit(testing::Test::HasFailure());
         });
+    }
+}
+
+TEST(Trace, TellsOfAReleaseBeforeItIsMade)
+{
+    const auto ended = in_clean_child([] {
+        VekMemoryVtable table = *vek_get_memory_vtable();
+        table.free = [](void *block, void *) {
+            fputs("released\n", stderr);
+            free(block);
+        };
+        vek_set_memory_vtable(&table);
+        vek_memory_enable_trace();
+        EXPECT_EQ(vek_get_memory_vtable()->free, table.free); // the table, not its wrappers
+        vek_free(vek_calloc(1, 1));
+    });
+    const Lines lines = lines_of(ended.err);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(plain(lines[1]), "vek_free(P)");
+    EXPECT_EQ(lines[2], "released");
+}
+
+TEST(Trace, HandsOnTheAddressGiven)
+{
+    const auto ended = in_clean_child([] {
+        void *const there = reinterpret_cast<void *>(0x1234);
+        setenv("VEK_MALLOC_TRACE", "0", 1);
+        vek_set_memory_vtable(nullptr);
+        vek_free(vek_malloc(1)); // not traced
+        setenv("VEK_MALLOC_TRACE", "1", 1);
+        vek_set_memory_vtable(nullptr);
+        vek_free_with_return(vek_malloc_with_return(1, there), there);
+        vek_free_with_return(vek_calloc_with_return(1, 1, there), there);
+        vek_free_with_return(vek_realloc_with_return(nullptr, 1, there), there);
+        vek_free_with_return(vek_malloc_if_possible_with_return(1, there), there);
+        vek_free_with_return(vek_malloc_if_available_with_return(1, there), there);
+        vek_malloc_set_error(1);
+        vek_malloc_with_return(1, there);
+        void *const block = vek_malloc_if_available_with_return(1, there); // not refused
+        EXPECT_NE(block, nullptr);
+        printf("0x1234: vek_free(%p)\n", block);
+        vek_free_with_return(block, there);
+    });
+    const Lines lines = lines_of(ended.err);
+    EXPECT_EQ(lines.size(), 14u);
+    EXPECT_EQ(lines.back() + "\n", ended.out);
+    for (const std::string &line : lines) {
+        EXPECT_EQ(line.rfind("0x1234: ", 0), 0u) << line;
     }
 }

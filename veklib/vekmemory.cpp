@@ -19,8 +19,9 @@
 /* Two tables carry the state. `installed` is what the application installed, the default table
  * until then; it never holds a wrapper. `active` is what every call goes through: first-use entries
  * at load, afterwards always `installed`, under tracing wrappers if tracing is on. Whoever touches
- * the tables first (an allocation, a query, a table exchange, the trace switch) brings the
- * first-use installation to its end before anything else happens; racing threads wait for it.
+ * the tables first (an allocation, a query, the trace switch) brings the first-use installation to
+ * its end before anything else happens; racing threads wait for it. A table exchange that comes
+ * first takes its place.
  *
  * The slots are read and written one by one as whole words, because allocations on other threads
  * may race with the first-use installation. An entry point is a zero test and a jump through its
@@ -63,7 +64,7 @@ void store_table(VekMemoryVtable &to, const VekMemoryVtable &from)
 /* ---- The trace writer ---- */
 
 constexpr size_t trace_buffer_size = 1024;
-constexpr int trace_line_limit = 1021;
+constexpr int trace_line_limit = 1021; // longer lines are dropped; scripts may rely on it
 
 constinit FILE *trace_destination = nullptr;
 constinit pthread_once_t trace_destination_once = PTHREAD_ONCE_INIT;
@@ -77,13 +78,16 @@ void choose_trace_destination()
             setlinebuf(trace_destination);
             return;
         }
-        perror(path);
+        if (stderr != nullptr) {
+            perror(path);
+        }
     }
     trace_destination = stderr;
 }
 
-/** Writes "address: message" and a newline in one write; a line over the limit is dropped. Leaves
- *  errno as the traced operation left it. */
+/** Writes "address: message" and a newline in one write; a line over the limit is dropped. The
+ * first line chooses the destination; if there is none at all, that is fatal. Leaves errno as the
+ * traced operation left it. */
 [[gnu::format(printf, 2, 3)]] void write_trace(void *return_address, const char *format, ...)
 {
     const int saved_errno = errno;
@@ -346,6 +350,9 @@ constinit pthread_once_t first_use_once = PTHREAD_ONCE_INIT;
 /* The thread that makes the first-use installation, while it does; 0 is no thread. */
 constinit std::atomic<pthread_t> installer{0};
 
+/* The active table has lost its first-use entries. */
+constinit std::atomic<bool> published{false};
+
 bool installing_here()
 {
     return installer.load(std::memory_order_relaxed) == pthread_self();
@@ -369,6 +376,7 @@ void publish()
         next.malloc_if_available = traced_malloc_if_available;
     }
     store_table(active, next);
+    published.store(true, std::memory_order_release);
 }
 
 void install_for_first_use()
@@ -379,18 +387,26 @@ void install_for_first_use()
     publish();
 }
 
-void complete_first_use()
+/** Runs `routine` unless the first use is over or, on another thread, under way, which is waited
+ * for. An application's own vek_set_memory_vtable() may come back here while it is being called. */
+void on_first_use(void (*routine)())
 {
-    // An application's own vek_set_memory_vtable() may come back here while it is being called.
     if (!installing_here()) {
-        pthread_once(&first_use_once, install_for_first_use);
+        pthread_once(&first_use_once, routine);
     }
 }
 
+void complete_first_use()
+{
+    on_first_use(install_for_first_use);
+}
+
+/** What serves a call that came in through a first-use entry. The active table still holds that
+ * entry when the call comes from within the installation. */
 const VekMemoryVtable &table_after_first_use()
 {
     complete_first_use();
-    return installing_here() ? installed : active;
+    return published.load(std::memory_order_acquire) ? active : installed;
 }
 
 /* ---- Optional slots ---- */
@@ -459,7 +475,7 @@ WEAK_NAME(get_memory_vtable);
 
 void __vek_default_set_memory_vtable(const VekMemoryVtable *table)
 {
-    complete_first_use();
+    on_first_use([] {}); // this is the first use: no entry may install over it later
     store_table(installed, table != nullptr ? *table : default_table);
     publish();
     if (vek_environment_number("VEK_MALLOC_TRACE").value_or(0) != 0) {

@@ -7,6 +7,8 @@
  *  (vek_set_memory_vtable), or replace a single entry point by defining a function of the same
  *  name: the library calls its own entry points through the dynamic symbol table, so such a
  *  definition serves the library too and reaches the original under the name `__vek_default_...`.
+ *  The plain and the `_with_return` forms are independent of each other, and the library uses both:
+ *  definitions that do not end in the originals must cover all of them, releases included.
  *
  *      char *copy = vek_malloc(size);
  *      ...
@@ -18,10 +20,28 @@
  *
  *  Threads: allocation is as thread-safe as the table's operations; the default ones are. Tables,
  *  the error state and tracing are switched while no other thread allocates through the library.
+ *  The first use may be raced: one thread makes it, through vek_set_memory_vtable(), and the others
+ *  wait. A definition of that name by the application may itself allocate then, but must not wait
+ *  for other threads, must return, and prepares what its table needs before threads are started.
  *
  *  Environment: VEK_MALLOC_TRACE, a decimal number other than 0, switches tracing on whenever a
- *  table is installed, the first use included; VEK_MALLOC_TRACE_FILE names the file that trace
- *  lines go to, instead of the standard error stream.
+ *  table is installed, the first use included, also after an explicit switching off.
+ *  VEK_MALLOC_TRACE_FILE names the file that trace lines go to, instead of the standard error
+ * stream. It is read once, for the first line; the file is emptied, has every line at its newline,
+ * and stays open. If it cannot be opened, one message says so and the lines go to the standard
+ * error stream; without any stream the first line is a fatal error.
+ *
+ *  Trace lines, as tools may read them (addresses in the form of "%p", null as "(nil)"):
+ *
+ *      0x401136: vek_malloc(16) => 0x1f2e2a0 [#1]
+ *      0x401144: vek_calloc(2, 8) => 0x1f2e2c0 [#2]
+ *      0x401152: vek_realloc(0x1f2e2a0, 32) => 0x1f2e2e0 [#3]
+ *      0x401160: vek_free(0x1f2e2e0)
+ *
+ *  vek_malloc_if_possible and vek_malloc_if_available look like vek_malloc. An allocation's line
+ * comes after the operation, a release's before it; lines of different threads come in any order.
+ * Refusals in the error state are lines without result and number, written also while tracing is
+ * off.
  */
 #ifndef VEKLIB_VEKMEMORY_H
 #define VEKLIB_VEKMEMORY_H
@@ -36,10 +56,11 @@ VEK_BEGIN_DECLS
 typedef struct VekMemoryVtable {
     /** Returns a block of `size` bytes (never 0 here), or null. Required. */
     void *(*malloc)(size_t size, void *return_address);
-    /** Returns a zero-filled block of `count` times `size` bytes, or null. Required. */
+    /** Returns a zero-filled block of `count` times `size` bytes (the product is never 0 here, but
+     * may be more than a size can tell: null then), or null. Required. */
     void *(*calloc)(size_t count, size_t size, void *return_address);
     /** Resizes `block` (null: a new block) to `size` bytes and returns it, or null with the block
-     *  left as it was; size 0 releases the block. Required. */
+     *  left as it was; size 0 releases the block. Both may be null and 0 at once. Required. */
     void *(*realloc)(void *block, size_t size, void *return_address);
     /** Releases `block`, which is never null here. Required. */
     void (*free)(void *block, void *return_address);
@@ -62,6 +83,7 @@ typedef struct VekMemoryVtable {
 /* ---- The allocator table ---- */
 
 /** Returns the table that was installed last, the default one at start: never tracing wrappers.
+ *  Ahead of any other use it makes the first-use installation, which applies VEK_MALLOC_TRACE.
  *  @return  the library's own storage, borrowed, valid for the life of the process; it changes
  *           when a table is installed, so copy it to restore it later
  */
@@ -103,7 +125,9 @@ VEK_API void *vek_calloc_with_return(size_t count, size_t size, void *return_add
  *  @param block  the block, taken on success; null allocates a new one
  *  @param size   new size in bytes; 0 releases the block
  *  @return  the resized block, which may have moved; release with vek_free()
- *  Fails:   no memory or error state -> null, the block stays as it was; size 0 -> null
+ *  Fails:   no memory or error state -> null, the block stays as it was. A block with size 0 is
+ *           released, also in the error state -> null. Null with size 0 is the table's choice: the
+ *           default one returns a block to release
  */
 VEK_API void *vek_realloc(void *block, size_t size);
 
@@ -133,14 +157,16 @@ VEK_API void vek_free_with_return(void *block, void *return_address);
 
 /* ---- Queries and the error state ---- */
 
-/** Returns the machine's memory in bytes, all ones if unknown. Leaves errno alone. */
+/** Returns the machine's memory in bytes, all ones if unknown. The default table reads it from
+ *  "/proc/meminfo" and leaves errno alone. */
 VEK_API size_t vek_malloc_get_total_bytes(void);
 
 /** Returns the machine's free memory in bytes; the total if the table tells only that; all ones if
- *  unknown. Leaves errno alone. */
+ *  unknown. The default table reads it from "/proc/meminfo" and leaves errno alone. */
 VEK_API size_t vek_malloc_get_free_bytes(void);
 
-/** Returns 1 in the error state, 0 otherwise or if the table has none. */
+/** Returns what the table says: the default one 1 in the error state, else 0. A table that has no
+ *  error state gives 0. */
 VEK_API int vek_malloc_get_error(void);
 
 /** Enters or leaves the error state, in which the default table refuses new memory (all but
@@ -154,16 +180,19 @@ VEK_API void vek_mark(void);
 
 /* ---- Tracing ---- */
 
-/** Switches tracing on: from now on every allocation and release writes one line with the address
- *  that asked, the operation, the result and a running number. Nothing if it is on. Tracing ahead
- *  of the first allocation traces that one too.
+/** Switches tracing on, from the first allocation if that is still to come; nothing if it is on.
+ * Each allocation that reaches the table, failed ones included, then writes one line with the
+ * address that asked, the operation, the result and a running number; each release writes one
+ * without result and number.
  */
 VEK_API void vek_memory_enable_trace(void);
 
-/** Switches tracing off; nothing if it is off. Numbers go on from here when it is on again. */
+/** Switches tracing off; nothing if it is off. The table that was installed last stays in force,
+ * the destination stays chosen, and numbers go on where they were when tracing is on again. */
 VEK_API void vek_memory_disable_trace(void);
 
-/* ---- The originals, for applications that define an entry point of their own ---- */
+/* ---- The originals, for applications that define an entry point of their own ----
+ * (The two trace switches can be defined too, but have no second name.) */
 
 VEK_API const VekMemoryVtable *__vek_default_get_memory_vtable(void);
 VEK_API void __vek_default_set_memory_vtable(const VekMemoryVtable *table);

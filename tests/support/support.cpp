@@ -82,8 +82,10 @@ const VekMemoryVtable failing_table = {
     .malloc = [](size_t size, void *) { return allocate(size); },
     .calloc =
         [](size_t count, size_t size, void *) {
-            void *const block = allocate(count * size);
-            return block != nullptr ? memset(block, 0, count * size) : nullptr;
+            size_t bytes;
+            void *const block =
+                __builtin_mul_overflow(count, size, &bytes) ? nullptr : allocate(bytes);
+            return block != nullptr ? memset(block, 0, bytes) : nullptr;
         },
     .realloc = [](void *block, size_t size, void *) -> void * {
         void *const resized = allocate(size);
