@@ -63,6 +63,7 @@ TEST(Warnings, AreThreeWritesOfAnyLength)
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, ends), 0);
     in_clean_child([&] {
+        vek_set_warnings_fatal(0);
         dup2(ends[0], STDERR_FILENO);
         _vek_warning("dir/file.c", 7, "%s", text.c_str());
     });
@@ -105,7 +106,7 @@ TEST(Fatal, ReachesTheHandler)
 TEST(Fatal, NeverReturns)
 {
     for (const auto &report : std::initializer_list<void (*)()>{
-             [] { vek_abort(); }, [] { VEK_ERROR("gone"); },
+             [] { vek_abort(); }, [] { VEK_FATAL_ERROR("gone"); },
              [] { vek_set_warnings_fatal(1), VEK_WARNING("gone"); }}) {
         const auto ended = in_child([&] {
             vek_set_abort_handler([](const char *, int, const char *) {});
@@ -126,6 +127,7 @@ TEST(Fatal, DefaultHandlerPrintsAndAborts)
     });
     EXPECT_EQ(ended.signal, SIGABRT);
     EXPECT_EQ(ended.err.rfind("\n----- ERROR -----\nf.c:3: broken\n", 0), 0u) << ended.err;
+    EXPECT_NE(ended.err.find("TestBody"), std::string::npos) << "no back-trace: " << ended.err;
     const auto unnamed = in_child([] { vek_abort(); });
     EXPECT_EQ(unnamed.err.rfind("\n----- ERROR -----\n[no info]\n", 0), 0u) << unnamed.err;
 }

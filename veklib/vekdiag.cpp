@@ -48,7 +48,9 @@ constinit std::atomic<VekAbortHandler> abort_handler{default_abort_handler};
 constinit std::atomic<int> warnings_fatal{-1};
 constinit std::atomic<int> backtrace_depth{0};
 
-[[noreturn]] void end_process(const char *file, int line, const char *message)
+/* Inline, for a back-trace may show few frames, and this one says nothing. */
+[[noreturn, gnu::always_inline]] inline void end_process(const char *file, int line,
+                                                         const char *message)
 {
     abort_handler.load(std::memory_order_relaxed)(file, line, message);
     abort(); // a handler that returns must not lead back into the failing operation
@@ -122,6 +124,9 @@ void _vek_warning_va(const char *file, int line, const char *format, va_list arg
     if (vek_get_warnings_fatal()) {
         _vek_error_va(file, line, format, args);
     }
+    if (stderr == nullptr) {
+        return;
+    }
     fprintf(stderr, "%s:%d: ", file, line);
     vfprintf(stderr, format, args);
     fputc('\n', stderr);
@@ -156,10 +161,11 @@ void vek_dump_backtrace(int fd)
     unw_context_t context;
     unw_cursor_t cursor;
     unw_word_t address;
-    unw_getcontext(&context);
-    unw_init_local(&cursor, &context);
-    while (recorded < wanted && unw_step(&cursor) > 0) {
-        unw_get_reg(&cursor, UNW_REG_IP, &address);
+    if (unw_getcontext(&context) != 0 || unw_init_local(&cursor, &context) != 0) {
+        return;
+    }
+    while (recorded < wanted && unw_step(&cursor) > 0 &&
+           unw_get_reg(&cursor, UNW_REG_IP, &address) == 0) {
         frames[recorded++] = reinterpret_cast<void *>(address);
     }
     if (recorded > frames_left_out) {

@@ -26,13 +26,14 @@ VEK_BEGIN_DECLS
  *  @param file     source path of the report; may be null; borrowed
  *  @param line     line of the report, 0 if unknown
  *  @param message  the report; borrowed, valid during the call
- *  Must not return. If it does, the library calls abort().
+ *  Must not return, nor leave by longjmp() or an exception. If it returns, the library calls abort().
  */
 typedef void (*VekAbortHandler)(const char *file, int line, const char *message);
 
 /** Sets the function that every fatal error ends in.
- *  @param handler  the new handler; null puts the default back, which prints the report and a
- *                  back-trace to the standard error stream and calls abort()
+ *  @param handler  the new handler; null puts the default back, which writes the line
+ *                  "----- ERROR -----", "file:line: message" (the message alone if there is no file)
+ *                  and a back-trace to the standard error stream, and ends the process with SIGABRT
  *  Start-up operation: a report that another thread has begun may still use the old handler.
  */
 VEK_API void vek_set_abort_handler(VekAbortHandler handler);
@@ -42,33 +43,36 @@ VEK_API VEK_NORETURN VEK_COLD void vek_abort(void);
 
 /** Tells whether warnings are fatal.
  *  @return  1 if they are, 0 if not. While the setting is negative (as at start) the answer comes
- *           from VEK_FATAL_WARNINGS: a decimal number other than 0 makes them fatal. The answer is
- *           kept, except that a negative number is read again each time.
+ *           from VEK_FATAL_WARNINGS: a decimal number other than 0 makes them fatal; 0, text without
+ *           digits or an unset variable does not. The answer is kept, except that a negative number
+ *           (which also makes them fatal) is read again each time.
  */
 VEK_API int vek_get_warnings_fatal(void);
 
 /** Decides whether warnings are fatal, whatever the environment says.
  *  @param fatal  0: they are not; positive: they are; negative: ask the environment again
+ *  Start-up operation, as vek_set_abort_handler().
  */
 VEK_API void vek_set_warnings_fatal(int fatal);
 
 /** Writes a warning to the standard error stream: "file:line: ", the message, a newline.
  *  @param file    source path; borrowed
  *  @param line    source line
- *  @param format  printf format of the message, of any length; a newline is added to it
+ *  @param format  printf format of the message, of any length; borrowed. A newline is added, so a
+ *                 message that ends in one is followed by an empty line
  *  When warnings are fatal this is _vek_error() with the same arguments, and does not return.
  */
 VEK_API VEK_COLD VEK_PRINTF(3, 4) void _vek_warning(const char *file, int line, const char *format,
                                                     ...);
 
-/** _vek_warning() with an argument list. */
+/** _vek_warning() with an argument list, which the caller ends. */
 VEK_API VEK_COLD VEK_PRINTF(3, 0) void _vek_warning_va(const char *file, int line,
                                                        const char *format, va_list args);
 
 /** Reports a fatal error to the abort handler; does not return.
- *  @param file    source path; borrowed
+ *  @param file    source path; may be null; borrowed
  *  @param line    source line
- *  @param format  printf format of the message, which is cut after 254 characters
+ *  @param format  printf format of the message, which is cut after 254 characters; borrowed
  */
 VEK_API VEK_NORETURN VEK_COLD VEK_PRINTF(3, 4) void _vek_error(const char *file, int line,
                                                                const char *format, ...);
@@ -77,7 +81,9 @@ VEK_API VEK_NORETURN VEK_COLD VEK_PRINTF(3, 4) void _vek_error(const char *file,
 VEK_API VEK_NORETURN VEK_COLD VEK_PRINTF(3, 0) void _vek_error_va(const char *file, int line,
                                                                   const char *format, va_list args);
 
-/** Warns about an argument check that failed; the checks below call it.
+/** Warns about an argument check that failed; the checks below call it. The warning reads
+ *  "file:line: function: assertion "condition" failed" and is followed by an empty line. When warnings
+ *  are fatal the call does not return.
  *  @param file       source path of the check; borrowed
  *  @param line       line of the check
  *  @param function   name of the function that checks; borrowed
@@ -87,11 +93,12 @@ VEK_API VEK_COLD void vek_warn_failed_assertion(const char *file, int line, cons
                                                 const char *condition);
 
 /** Writes the caller's stack to a file descriptor, one line a frame, innermost first. The frame of
- *  the caller itself and the two outermost ones are left out. Needs unwind tables in the code that
- *  is walked (GCC writes them on ARM only with -funwind-tables).
+ *  the caller itself and the two outermost ones are left out; lines look as those of
+ *  backtrace_symbols_fd(). Needs unwind tables in the code that is walked (GCC writes them on ARM
+ *  only with -funwind-tables) and some 20 KB of stack.
  *  @param fd  file descriptor open for writing; stays open
  *  The environment variable VEK_BACKTRACE_SIZE (1 to 100, else 100) limits the frames; it is read
- *  once.
+ *  once. Of a deeper stack the innermost frames are shown.
  */
 VEK_API void vek_dump_backtrace(int fd);
 
@@ -117,8 +124,8 @@ VEK_API void vek_dump_backtrace(int fd);
 /** _vek_warning() with the place of the call: VEK_WARNING(format, ...). */
 #define VEK_WARNING(...) _vek_warning(__FILE__, __LINE__, __VA_ARGS__)
 
-/** _vek_error() with the place of the call: VEK_ERROR(format, ...); does not return. */
-#define VEK_ERROR(...) _vek_error(__FILE__, __LINE__, __VA_ARGS__)
+/** _vek_error() with the place of the call: VEK_FATAL_ERROR(format, ...); does not return. */
+#define VEK_FATAL_ERROR(...) _vek_error(__FILE__, __LINE__, __VA_ARGS__)
 
 VEK_END_DECLS
 

@@ -23,6 +23,14 @@
 /** A function on the failing side of a check: kept away from the code that runs every day. */
 #define VEK_COLD __attribute__((__cold__))
 
+/** The type behind an enumeration whose values travel through plain integers: in C++ every number of
+ *  an int is then a valid value of it, as in C. */
+#ifdef __cplusplus
+#define VEK_INT_ENUM : int
+#else
+#define VEK_INT_ENUM
+#endif
+
 /** A printf-like function: argument `text` is its format, the values start at argument `values`
  *  (0 for an argument list). Both count from 1. */
 #define VEK_PRINTF(text, values) __attribute__((__format__(__printf__, text, values)))
