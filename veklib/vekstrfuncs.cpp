@@ -25,37 +25,44 @@ char *duplicate(const char *text, size_t length, void *return_address)
 
 } // namespace
 
+char *vek_format_block(size_t header, int shortest, const char *format, va_list args,
+                       void *return_address)
+{
+    // Most texts are short: one pass formats and measures them, and a copy is left to do.
+    char brief[256];
+    va_list measured;
+    va_copy(measured, args);
+    const int length = vsnprintf(brief, sizeof brief, format, measured);
+    va_end(measured);
+    if (length < shortest) {
+        return nullptr;
+    }
+
+    const size_t size = static_cast<size_t>(length) + 1;
+    auto *const block = static_cast<char *>(vek_malloc_with_return(header + size, return_address));
+    if (block == nullptr) {
+        return nullptr;
+    }
+    if (size <= sizeof brief) {
+        memcpy(block + header, brief, size);
+        return block;
+    }
+    va_list formatted;
+    va_copy(formatted, args);
+    const int written = vsnprintf(block + header, size, format, formatted);
+    va_end(formatted);
+    if (written != length) { // the C library itself ran out of memory
+        vek_free(block);
+        return nullptr;
+    }
+    return block;
+}
+
 char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *return_address)
 {
     VEK_RETURN_VAL_IF_FAIL(format != NULL, nullptr);
 
-    // Most texts are short: one pass formats and measures them, and a copy of known length is left.
-    char brief[256];
-    va_list measured;
-    va_copy(measured, args);
-    const int result = vsnprintf(brief, sizeof brief, format, measured);
-    va_end(measured);
-    if (result <= 0) {
-        return nullptr;
-    }
-    const auto length = static_cast<size_t>(result);
-    if (length < sizeof brief) {
-        return duplicate(brief, length, return_address);
-    }
-
-    auto *const text = static_cast<char *>(vek_malloc_with_return(length + 1, return_address));
-    if (text == nullptr) {
-        return nullptr;
-    }
-    va_list formatted;
-    va_copy(formatted, args);
-    const int written = vsnprintf(text, length + 1, format, formatted);
-    va_end(formatted);
-    if (written != result) { // the C library itself ran out of memory
-        vek_free(text);
-        return nullptr;
-    }
-    return text;
+    return vek_format_block(0, 1, format, args, return_address);
 }
 
 VEK_ENTRY void *vek_memdup(const void *mem, size_t byte_size)

@@ -4,11 +4,21 @@
 #define VEKLIB_VEKSTRFUNCS_INTERNAL_H
 
 #include <stdarg.h>
+#include <stddef.h>
 
 #include "veklib/vekmacros.h"
 
 /** vek_strdup_vprintf() on behalf of the code at `return_address`: same result, same failures. */
 VEK_PRINTF(1, 0)
 char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *return_address);
+
+/** Formats a text behind a header of `header` bytes, in one new block.
+ *  @param shortest  the fewest characters that make a result
+ *  @return  the block, its header uninitialised; release with vek_free()
+ *  Fails:   a shorter text, a value that cannot be converted, or no memory -> null
+ */
+VEK_PRINTF(3, 0)
+char *vek_format_block(size_t header, int shortest, const char *format, va_list args,
+                       void *return_address);
 
 #endif

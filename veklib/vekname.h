@@ -1,0 +1,91 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekname.h
+ *  Interned names. A name table holds one VekName for each distinct text, so names of one table are
+ *  equal exactly when they are the same pointer. The table owns its names for its whole life.
+ *
+ *      VekNameTable *table = vek_name_table_create(NULL);
+ *      VekName *eth0 = vek_name_from_string(table, "eth0", 7);
+ *      assert(vek_name_try_string(table, "eth0") == eth0);
+ *      vek_name_table_destroy(&table);
+ *
+ *  Threads: a table is used by one thread at a time, look-ups included.
+ */
+#ifndef VEKLIB_VEKNAME_H
+#define VEKLIB_VEKNAME_H
+
+#include <stdint.h>
+
+#include <veklib/vekhash.h>
+#include <veklib/vekstr.h>
+
+VEK_BEGIN_DECLS
+
+/** A name, owned by its table. */
+typedef struct VekName {
+    int32_t id;   /**< the number given by whoever interned the text first */
+    char *string; /**< the table's own copy of the text */
+} VekName;
+
+/** A table of names. */
+typedef struct VekNameTable {
+    VekHash *hash; /**< from the text of each name to its VekName */
+} VekNameTable;
+
+/* ---- Create and release ---- */
+
+/** Makes an empty table.
+ *  @param name_table  address of the variable that receives it as well; may be null
+ *  @return  the table; release with vek_name_table_destroy()
+ *  Fails:   no memory -> null (the variable is then untouched or null)
+ */
+VEK_API VekNameTable *vek_name_table_create(VekNameTable **name_table);
+
+/** Releases a table and all its names, and clears the caller's variable.
+ *  @param name_table  address of the variable; nothing happens when it holds null
+ *  Fails: null address -> nothing done, with a warning
+ */
+VEK_API void vek_name_table_destroy(VekNameTable **name_table);
+
+/* ---- Intern and look up ---- */
+
+/** Interns a text.
+ *  @param name_table  the table
+ *  @param string      the text; copied if it is new
+ *  @param id          number for a new name; ignored for a text that has one
+ *  @return  the name, existing or new, borrowed from the table
+ *  Fails:   no memory -> null, the table is as before; null table or text -> null, with a warning
+ */
+VEK_API VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int32_t id);
+
+/** vek_name_from_string() with the text of a VekStr, which is only read. */
+VEK_API VekName *vek_name_from_vek_str(VekNameTable *name_table, const VekStr *vek_str, int32_t id);
+
+/** Finds the name of a text and creates none.
+ *  @param name_table  the table
+ *  @param string      the text; borrowed
+ *  @return  the name, borrowed from the table; null when the text has none
+ *  Fails:   null table or text -> null, with a warning
+ */
+VEK_API VekName *vek_name_try_string(const VekNameTable *name_table, const char *string);
+
+/* ---- Read ---- */
+
+/** Returns the text of a name, borrowed from its table.
+ *  Fails: null `name` -> null, with a warning
+ */
+VEK_API const char *vek_name_to_string(const VekName *name);
+
+/** Makes a new string of the text of a name.
+ *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
+ *  Fails:   no memory -> null; null `name` -> null, with a warning
+ */
+VEK_API VekStr *vek_name_to_vek_str(const VekName *name);
+
+/** Returns the number of a name.
+ *  Fails: null `name` -> 0, with a warning
+ */
+VEK_API int32_t vek_name_get_id(const VekName *name);
+
+VEK_END_DECLS
+
+#endif
