@@ -26,15 +26,16 @@ VEK_BEGIN_DECLS
  *  @param file     source path of the report; may be null; borrowed
  *  @param line     line of the report, 0 if unknown
  *  @param message  the report; borrowed, valid during the call
- *  Must not return, nor leave by longjmp() or an exception. If it returns, the library calls abort().
+ *  Must not return, nor leave by longjmp() or an exception. If it returns, the library calls
+ * abort().
  */
 typedef void (*VekAbortHandler)(const char *file, int line, const char *message);
 
 /** Sets the function that every fatal error ends in.
  *  @param handler  the new handler; null puts the default back, which writes the line
- *                  "----- ERROR -----", "file:line: message" (the message alone if there is no file)
- *                  and a back-trace to the standard error stream, and ends the process with SIGABRT
- *  Start-up operation: a report that another thread has begun may still use the old handler.
+ *                  "----- ERROR -----", "file:line: message" (the message alone if there is no
+ * file) and a back-trace to the standard error stream, and ends the process with SIGABRT Start-up
+ * operation: a report that another thread has begun may still use the old handler.
  */
 VEK_API void vek_set_abort_handler(VekAbortHandler handler);
 
@@ -43,8 +44,8 @@ VEK_API VEK_NORETURN VEK_COLD void vek_abort(void);
 
 /** Tells whether warnings are fatal.
  *  @return  1 if they are, 0 if not. While the setting is negative (as at start) the answer comes
- *           from VEK_FATAL_WARNINGS: a decimal number other than 0 makes them fatal; 0, text without
- *           digits or an unset variable does not. The answer is kept, except that a negative number
+ *           from VEK_FATAL_WARNINGS: a decimal number other than 0 makes them fatal; 0, text
+ * without digits or an unset variable does not. The answer is kept, except that a negative number
  *           (which also makes them fatal) is read again each time.
  */
 VEK_API int vek_get_warnings_fatal(void);
@@ -82,8 +83,8 @@ VEK_API VEK_NORETURN VEK_COLD VEK_PRINTF(3, 0) void _vek_error_va(const char *fi
                                                                   const char *format, va_list args);
 
 /** Warns about an argument check that failed; the checks below call it. The warning reads
- *  "file:line: function: assertion "condition" failed" and is followed by an empty line. When warnings
- *  are fatal the call does not return.
+ *  "file:line: function: assertion "condition" failed" and is followed by an empty line. When
+ * warnings are fatal the call does not return.
  *  @param file       source path of the check; borrowed
  *  @param line       line of the check
  *  @param function   name of the function that checks; borrowed

@@ -10,8 +10,8 @@
 #include <optional>
 
 /** Ends the process through the platform's assertion facility when an invariant does not hold, in
- *  every build type. Prints the condition as it is written and the plain name of the function, which
- *  assert() does not in C++. */
+ *  every build type. Prints the condition as it is written and the plain name of the function,
+ * which assert() does not in C++. */
 #define VEK_ASSERT(condition)                                                                      \
     ((condition) ? static_cast<void>(0) : __assert_fail(#condition, __FILE__, __LINE__, __func__))
 

@@ -23,8 +23,8 @@
 /** A function on the failing side of a check: kept away from the code that runs every day. */
 #define VEK_COLD __attribute__((__cold__))
 
-/** The type behind an enumeration whose values travel through plain integers: in C++ every number of
- *  an int is then a valid value of it, as in C. */
+/** The type behind an enumeration whose values travel through plain integers: in C++ every number
+ * of an int is then a valid value of it, as in C. */
 #ifdef __cplusplus
 #define VEK_INT_ENUM : int
 #else

@@ -5,8 +5,8 @@
 
 #include <stdint.h>
 
-/** Hashes a NUL-terminated string: Jenkins' lookup2 over its bytes, as a number that is not negative
- *  when read as signed (but for the most negative one). */
+/** Hashes a NUL-terminated string: Jenkins' lookup2 over its bytes, as a number that is not
+ * negative when read as signed (but for the most negative one). */
 uint32_t name_hash_func(const void *key);
 
 /** Returns 1 when two NUL-terminated strings are equal, else 0. */

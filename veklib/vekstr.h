@@ -95,7 +95,8 @@ VEK_API VekStr *vek_str_assign(VekStr **dest, VekStr *const *src);
 
 /* ---- Read and compare ---- */
 
-/** Returns the text, borrowed: valid as long as the string lives and is not changed; null for null. */
+/** Returns the text, borrowed: valid as long as the string lives and is not changed; null for null.
+ */
 VEK_API const char *vek_str_to_c_str(const VekStr *vekstr);
 
 /** Returns the number of characters in front of the NUL; counts them.
@@ -118,9 +119,9 @@ VEK_API int vek_str_eq(const VekStr *s1, const VekStr *s2);
  */
 VEK_API int vek_str_eq_c_str(const VekStr *s1, const char *s2);
 
-/** Returns 1 when the first `n` characters of the text of `s1` and of `s2` are equal ("n equal", not
- *  "not equal"), else 0. `s2` may be null if `n` is 0.
- *  Fails: null `s1`, or null `s2` with characters to compare -> 0, with a warning
+/** Returns 1 when the first `n` characters of the text of `s1` and of `s2` are equal ("n equal",
+ * not "not equal"), else 0. `s2` may be null if `n` is 0. Fails: null `s1`, or null `s2` with
+ * characters to compare -> 0, with a warning
  */
 VEK_API int vek_str_neq_c_str(const VekStr *s1, const char *s2, size_t n);
 
@@ -136,8 +137,8 @@ VEK_API void vek_str_toupper(VekStr *vekstr);
  */
 VEK_API void vek_str_tolower(VekStr *vekstr);
 
-/** Turns the first letter of each word (what begins the text or follows white space) into upper case.
- *  Fails: null `vekstr` -> nothing done, with a warning
+/** Turns the first letter of each word (what begins the text or follows white space) into upper
+ * case. Fails: null `vekstr` -> nothing done, with a warning
  */
 VEK_API void vek_str_capitalize(VekStr *vekstr);
 

@@ -1,0 +1,311 @@
+/* SPDX-License-Identifier: MIT */
+#include <veklib/vekmemory.h>
+#include <veklib/vekname.h>
+#include <veklib/vekstr.h>
+
+#include "support/support.h"
+
+#include <climits>
+#include <cstring>
+
+namespace {
+
+/** Compares a new string with the expected text (null: no string) and drops it. */
+void expect_text(VekStr *vekstr, const char *expected)
+{
+    EXPECT_STREQ(vek_str_to_c_str(vekstr), expected);
+    if (vekstr != nullptr) {
+        EXPECT_EQ(_vek_str_get_ref_count(vekstr), 1u);
+    }
+    EXPECT_EQ(vek_str_unref(vekstr), nullptr);
+}
+
+VekStr *format(const char *text, ...)
+{
+    va_list args;
+    va_start(args, text);
+    VekStr *const vekstr = vek_str_create_vprintf(text, args);
+    va_end(args);
+    return vekstr;
+}
+
+const char *const null_format = nullptr;
+
+/* The replacing edits, each on a variable, with what becomes of "mid". */
+const struct {
+    int (*edit)(VekStr **variable);
+    const char *result;
+} edits[] = {
+    {[](VekStr **s) { return vek_str_prepend_char(s, '<'); }, "<mid"},
+    {[](VekStr **s) { return vek_str_prepend_c_str(s, "pre"); }, "premid"},
+    {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
+    {[](VekStr **s) { return vek_str_append_c_str(s, vek_str_to_c_str(*s)); }, "midmid"},
+    {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
+};
+
+} // namespace
+
+TEST(Str, Create)
+{
+    vektest::Allocator allocator;
+    expect_text(vek_str_create("text"), "text");
+    expect_text(vek_str_create(""), "");
+    expect_text(vek_str_ncreate("abc", 2), "ab");
+    expect_text(vek_str_ncreate("abc", 5), "abc");
+    expect_text(vek_str_ncreate(nullptr, 0), "");
+    expect_text(vek_str_create_printf("%d-%s", 7, "x"), "7-x");
+    expect_text(vek_str_create_printf("%s", ""), "");
+    expect_text(format("%300d", 1), (std::string(299, ' ') + "1").c_str());
+    VekStr *const padded = vek_str_ncreate("abc", 5);
+    EXPECT_EQ(memcmp(padded->text, "abc\0\0", 6), 0); // room as asked for
+    vek_str_unref(padded);
+}
+
+TEST(Str, ReferencesAndPersistence)
+{
+    vektest::Allocator allocator;
+    VekStr *first = vek_str_create("a");
+    VekStr *second = vek_str_ref(first);
+    EXPECT_EQ(second, first);
+    vek_str_force_destroy(first); // has another holder: only a reference goes
+    EXPECT_EQ(_vek_str_get_ref_count(second), 1u);
+    EXPECT_EQ(vek_str_assign(&second, &second), second);
+    EXPECT_EQ(_vek_str_get_ref_count(second), 1u);
+
+    first = nullptr;
+    EXPECT_EQ(vek_str_assign(&first, &second), second);
+    vek_str_make_persistent(first);
+    EXPECT_EQ(vek_str_ref(first), first);
+    vek_str_unref(first);
+    EXPECT_EQ(_vek_str_get_ref_count(first), 0u);
+    EXPECT_EQ(vek_str_append_c_str(&second, "b"), 1); // the persistent string stays
+    expect_text(second, "ab");
+    EXPECT_STREQ(vek_str_to_c_str(first), "a");
+    vek_str_force_destroy(first);
+    vek_str_force_destroy(nullptr);
+}
+
+TEST(Str, Compare)
+{
+    vektest::Allocator allocator;
+    VekStr *const a = vek_str_create("hello");
+    VekStr *const b = vek_str_create("help");
+    EXPECT_LT(vek_strcmp(a, b), 0);
+    EXPECT_EQ(vek_strncmp(a, b, 3), 0);
+    EXPECT_EQ(vek_strcmp(nullptr, a), -1);
+    EXPECT_EQ(vek_strncmp(a, nullptr, 0), 1);
+    EXPECT_EQ(vek_strcmp(nullptr, nullptr), 0);
+    EXPECT_EQ(vek_str_eq(nullptr, nullptr), 1);
+    EXPECT_EQ(vek_str_eq(a, nullptr), 0);
+    EXPECT_EQ(vek_str_eq(a, b), 0);
+    EXPECT_EQ(vek_str_eq_c_str(a, "hello"), 1);
+    EXPECT_EQ(vek_str_neq_c_str(a, "help", 3), 1);
+    EXPECT_EQ(vek_str_neq_c_str(a, "help", 4), 0);
+    EXPECT_EQ(vek_strlen(a), 5u);
+    vek_str_unref(a);
+    vek_str_unref(b);
+}
+
+TEST(Str, EditInPlaceForAllHolders)
+{
+    vektest::Allocator allocator;
+    const struct {
+        void (*edit)(VekStr *vekstr);
+        const char *before;
+        const char *after;
+    } rows[] = {
+        {vek_str_toupper, "aBc1\xe4\xff", "ABC1\xe4\xff"},
+        {vek_str_tolower, "aBC1\xc4", "abc1\xc4"},
+        {vek_str_capitalize, "hello big\tworld  x", "Hello Big\tWorld  X"},
+        {vek_str_capitalize, "", ""},
+        {[](VekStr *s) { vek_str_char_swap(s, 'l', 'L'); }, "hello", "heLLo"},
+        {[](VekStr *s) { vek_str_char_swap(s, '\0', 'x'); }, "hello", "hello"},
+    };
+    for (const auto &row : rows) {
+        VekStr *const vekstr = vek_str_create(row.before);
+        VekStr *const holder = vek_str_ref(vekstr);
+        row.edit(vekstr);
+        EXPECT_STREQ(vek_str_to_c_str(holder), row.after);
+        vek_str_unref(holder);
+        vek_str_unref(vekstr);
+    }
+    VekStr *const cut = vek_str_create("a.b.c");
+    vek_str_char_swap(cut, '.', '\0'); // goes on behind the terminators that it writes
+    EXPECT_EQ(memcmp(cut->text, "a\0b\0c", 6), 0);
+    vek_str_char_swap(nullptr, 'a', 'b');
+    vek_str_unref(cut);
+}
+
+TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
+{
+    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+        for (const auto &row : edits) {
+            VekStr *variable = vek_str_create("mid");
+            if (variable == nullptr) {
+                continue;
+            }
+            VekStr *const holder = vek_str_ref(variable);
+            const int done = row.edit(&variable);
+            EXPECT_TRUE(done || allocator.failed());
+            EXPECT_STREQ(vek_str_to_c_str(holder), "mid");
+            EXPECT_STREQ(vek_str_to_c_str(variable), done ? row.result : "mid");
+            EXPECT_EQ(_vek_str_get_ref_count(holder), done ? 1u : 2u);
+            vek_str_unref(holder);
+            vek_str_unref(variable);
+        }
+        vek_str_unref(vek_str_create_printf("%300d", 1));
+        vek_str_unref(vek_str_ncreate("x", 3));
+    });
+}
+
+TEST(Str, ChecksNameTheFault)
+{
+    static VekStr *text;
+    static VekStr *null;
+    text = vek_str_create("x");
+    const auto edit_of_null = [](int number) {
+        null = nullptr;
+        EXPECT_EQ(edits[number].edit(&null), 0);
+        EXPECT_EQ(null, nullptr);
+    };
+    vektest::expect_check_rows(
+        "vekstr.cpp",
+        {
+            {{{"vek_str_ncreate", "len >= 0"}},
+             [] { EXPECT_EQ(vek_str_ncreate("x", -1), nullptr); }},
+            {{{"vek_str_ncreate", "len == 0 || cstr != NULL"}},
+             [] { EXPECT_EQ(vek_str_ncreate(nullptr, 1), nullptr); }},
+            {{}, [] { EXPECT_EQ(vek_str_create(nullptr), nullptr); }},
+            {{{"vek_str_create_vprintf_with_return", "format != NULL"}},
+             [] { EXPECT_EQ(vek_str_create_printf(null_format), nullptr); }},
+            {{{"vek_str_create_vprintf_with_return", "format != NULL"}},
+             [] { EXPECT_EQ(format(nullptr), nullptr); }},
+            {{{"vek_str_make_persistent", "str != NULL"}},
+             [] { vek_str_make_persistent(nullptr); }},
+            {{{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}},
+             [] {
+                 text->count = UINT_MAX - 2;
+                 EXPECT_EQ(vek_str_ref(text), text); // the last one that is granted
+                 EXPECT_EQ(vek_str_ref(text), nullptr);
+                 EXPECT_EQ(text->count, UINT_MAX - 1);
+                 text->count = 1;
+             }},
+            {{{"vek_str_eq_c_str", "s1 != NULL"}},
+             [] { EXPECT_EQ(vek_str_eq_c_str(nullptr, nullptr), 0); }},
+            {{{"vek_str_eq_c_str", "s2 != NULL"}},
+             [] { EXPECT_EQ(vek_str_eq_c_str(text, nullptr), 0); }},
+            {{{"vek_str_neq_c_str", "s1 != NULL"}},
+             [] { EXPECT_EQ(vek_str_neq_c_str(nullptr, "x", 1), 0); }},
+            {{{"vek_str_neq_c_str", "n==0 || s2 != NULL"}},
+             [] { EXPECT_EQ(vek_str_neq_c_str(text, nullptr, 1), 0); }},
+            {{}, [] { EXPECT_EQ(vek_str_neq_c_str(text, nullptr, 0), 1); }},
+            {{{"vek_strlen", "vekstr"}}, [] { EXPECT_EQ(vek_strlen(nullptr), 0u); }},
+            {{{"vek_str_toupper", "vekstr"}}, [] { vek_str_toupper(nullptr); }},
+            {{{"vek_str_tolower", "vekstr"}}, [] { vek_str_tolower(nullptr); }},
+            {{{"vek_str_capitalize", "vekstr"}}, [] { vek_str_capitalize(nullptr); }},
+            {{{"vek_str_prepend_char", "vekstr != NULL"}},
+             [] { EXPECT_EQ(vek_str_prepend_char(nullptr, 'x'), 0); }},
+            {{{"vek_str_prepend_c_str", "vekstr != NULL"}},
+             [] { EXPECT_EQ(vek_str_prepend_c_str(nullptr, nullptr), 0); }},
+            {{{"vek_str_prepend_c_str", "c != NULL"}},
+             [] { EXPECT_EQ(vek_str_prepend_c_str(&text, nullptr), 0); }},
+            {{{"vek_str_append_c_str", "vekstr != NULL"}},
+             [] { EXPECT_EQ(vek_str_append_c_str(nullptr, nullptr), 0); }},
+            {{{"vek_str_append_c_str", "c != NULL"}},
+             [] { EXPECT_EQ(vek_str_append_c_str(&text, nullptr), 0); }},
+            {{{"vek_str_append_vek_str", "vekstr1 != NULL"}},
+             [] { EXPECT_EQ(vek_str_append_vek_str(nullptr, nullptr), 0); }},
+            {{{"vek_str_append_vek_str", "vekstr != NULL"}},
+             [] { EXPECT_EQ(vek_str_append_vek_str(&text, nullptr), 0); }},
+            {{{"vek_strlen", "vekstr"}}, [&] { edit_of_null(0); }},
+            {{{"vek_strlen", "vekstr"}}, [&] { edit_of_null(1); }},
+            {{{"vek_strlen", "vekstr"}}, [&] { edit_of_null(2); }},
+            {{{"vek_strlen", "vekstr"}}, [] { EXPECT_EQ(vek_str_append_vek_str(&null, text), 0); }},
+            {{{"_vek_str_get_ref_count", "vekstr"}},
+             [] { EXPECT_EQ(_vek_str_get_ref_count(nullptr), 0u); }},
+        });
+    vek_str_unref(text);
+}
+
+TEST(Name, InternsEachTextOnce)
+{
+    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+        VekNameTable *table = nullptr;
+        EXPECT_EQ(vek_name_table_create(&table), table);
+        if (table == nullptr) {
+            EXPECT_TRUE(allocator.failed());
+            return;
+        }
+        char text[] = "alpha";
+        VekName *const alpha = vek_name_from_string(table, text, 1);
+        text[0] = '?'; // the table has its own copy
+        EXPECT_EQ(vek_name_try_string(table, "alpha"), alpha);
+        EXPECT_EQ(table->hash->entry_count, alpha != nullptr ? 1u : 0u);
+        EXPECT_EQ(vek_name_try_string(table, ""), nullptr);
+        if (alpha != nullptr) {
+            const unsigned allocations = allocator.allocations();
+            VekName *const again = vek_name_from_string(table, "alpha", 2);
+            EXPECT_EQ(again, alpha);
+            EXPECT_EQ(vek_name_get_id(again), 1);
+            EXPECT_EQ(allocator.allocations(), allocations);
+            VekStr *const vekstr = vek_name_to_vek_str(alpha);
+            if (vekstr != nullptr) {
+                EXPECT_EQ(vek_name_from_vek_str(table, vekstr, 3), alpha);
+                expect_text(vekstr, "alpha");
+            }
+        }
+        VekName *const empty = vek_name_from_string(table, "", 4);
+        EXPECT_TRUE(empty != nullptr || allocator.failed());
+        vek_name_table_destroy(&table);
+        EXPECT_EQ(table, nullptr);
+        vek_name_table_destroy(&table);
+    });
+}
+
+TEST(Name, HashHasItsReferenceValues)
+{
+    const struct {
+        const char *text;
+        uint32_t hash;
+    } rows[] = {{"", 1382415303},
+                {"a", 1413149554},
+                {"abc", 1363884370},
+                {"hello world", 1868332526},
+                {"abcdefghijkl", 1397356752},
+                {"abcdefghijklmnopqrstuvwxyz", 813469812}};
+    VekNameTable *table = vek_name_table_create(nullptr);
+    for (const auto &row : rows) {
+        EXPECT_EQ(table->hash->hash_func(row.text), row.hash) << row.text;
+    }
+    vek_name_table_destroy(&table);
+}
+
+TEST(Name, ChecksNameTheFault)
+{
+    static VekNameTable *table;
+    table = vek_name_table_create(nullptr);
+    vektest::expect_check_rows(
+        "vekname.cpp",
+        {
+            {{{"vek_name_from_string", "name_table != NULL"}},
+             [] { EXPECT_EQ(vek_name_from_string(nullptr, nullptr, 0), nullptr); }},
+            {{{"vek_name_from_string", "string != NULL"}},
+             [] { EXPECT_EQ(vek_name_from_string(table, nullptr, 0), nullptr); }},
+            {{{"vek_name_try_string", "name_table != NULL"}},
+             [] { EXPECT_EQ(vek_name_try_string(nullptr, nullptr), nullptr); }},
+            {{{"vek_name_try_string", "string != NULL"}},
+             [] { EXPECT_EQ(vek_name_try_string(table, nullptr), nullptr); }},
+            {{{"vek_name_from_vek_str", "name_table != NULL"}},
+             [] { EXPECT_EQ(vek_name_from_vek_str(nullptr, nullptr, 0), nullptr); }},
+            {{{"vek_name_from_vek_str", "vek_str != NULL"}},
+             [] { EXPECT_EQ(vek_name_from_vek_str(table, nullptr, 0), nullptr); }},
+            {{{"vek_name_to_string", "name"}},
+             [] { EXPECT_EQ(vek_name_to_string(nullptr), nullptr); }},
+            {{{"vek_name_to_vek_str", "name"}},
+             [] { EXPECT_EQ(vek_name_to_vek_str(nullptr), nullptr); }},
+            {{{"vek_name_get_id", "name"}}, [] { EXPECT_EQ(vek_name_get_id(nullptr), 0); }},
+            {{{"vek_name_table_destroy", "name_table != NULL"}},
+             [] { vek_name_table_destroy(nullptr); }},
+        });
+    vek_name_table_destroy(&table);
+}

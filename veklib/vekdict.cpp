@@ -1,0 +1,389 @@
+/* SPDX-License-Identifier: MIT */
+#include "veklib/vekdict.h"
+
+#include "veklib/vekdiag.h"
+#include "veklib/vekmemory.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr int32_t later_segment_slots = 10;
+
+/** A zero-filled block of `header` bytes and `count` items, or null. */
+void *new_items(size_t header, int32_t count)
+{
+    const auto slots = static_cast<size_t>(count);
+    if (slots > (SIZE_MAX - header) / sizeof(VekDictItem)) {
+        return nullptr;
+    }
+    return vek_calloc(1, header + slots * sizeof(VekDictItem));
+}
+
+/** Moves a record by its bytes; the source is empty afterwards. */
+void move(VekValue &to, VekValue &from)
+{
+    memcpy(&to, &from, sizeof to);
+    memset(&from, 0, sizeof from);
+}
+
+/* ---- The walk over the items in use ---- */
+
+/** Where a walk is: at slot `index` of a segment, behind `base` slots of earlier segments. */
+struct VekDictIter {
+    const VekDict *dict;
+    VekDictSegment *segment;
+    uint32_t base;
+    uint32_t index;
+};
+
+/** The next item, null at the end. The length is read anew each time: the walk's user may add. */
+VekDictItem *dict_iter_next(VekDictIter *iter)
+{
+    if (iter->base + iter->index >= static_cast<uint32_t>(iter->dict->len)) {
+        return nullptr;
+    }
+    const auto count = static_cast<uint32_t>(iter->segment->count);
+    if (iter->index == count) {
+        iter->segment = iter->segment->next;
+        iter->base += count;
+        iter->index = 0;
+    }
+    return &iter->segment->items[iter->index++];
+}
+
+VekDictItem *dict_iter_first(VekDictIter *iter, const VekDict *dict)
+{
+    // A walk changes nothing itself, but hands out the items of a dictionary that may be changed.
+    *iter = {dict, const_cast<VekDictSegment *>(&dict->first_seg), 0, 0};
+    return dict_iter_next(iter);
+}
+
+VekDictIter *new_iter()
+{
+    return static_cast<VekDictIter *>(vek_malloc(sizeof(VekDictIter)));
+}
+
+void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
+{
+    VekDictIter iter;
+    for (VekDictItem *item = dict_iter_first(&iter, dict); item != nullptr;
+         item = dict_iter_next(&iter)) {
+        if (func(&item->key, &item->data, user_data)) {
+            return;
+        }
+    }
+}
+
+/* ---- Search ---- */
+
+/** What a search found. */
+struct Search {
+    VekDictItem *item;    ///< the key's item, or null
+    VekDictSegment *last; ///< for an absent key: the segment that ends the items in use
+    int32_t used;         ///< and how many of its slots they take
+    bool failed;          ///< an empty key is stored, and was reported
+};
+
+/** An integer is compared in place, anything else by vek_value_equal(). */
+bool is_same_key(const VekValue *key, const VekValue *stored)
+{
+    if (key->vt->type == VEK_VALUE_INT) {
+        return stored->vt == key->vt && stored->payload.integer == key->payload.integer;
+    }
+    return vek_value_equal(key, stored) != 0;
+}
+
+/** Searches the items in use; reports an empty stored key in the name of `function`. */
+Search find_item(const VekDict *dict, const VekValue *key, const char *function)
+{
+    auto *segment = const_cast<VekDictSegment *>(&dict->first_seg);
+    for (int32_t left = dict->len;; segment = segment->next) {
+        const int32_t used = std::min(segment->count, left);
+        for (VekDictItem *item = segment->items; item != segment->items + used; ++item) {
+            if (item->key.vt == nullptr) {
+                vek_value_get_type(&item->key); // warns
+                vek_warn_failed_assertion(
+                    __FILE__, __LINE__, function,
+                    "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
+                return {nullptr, nullptr, 0, true};
+            }
+            if (is_same_key(key, &item->key)) {
+                return {item, segment, used, false};
+            }
+        }
+        left -= used;
+        if (left == 0) {
+            return {nullptr, segment, used, false};
+        }
+    }
+}
+
+/** The slot behind the items in use, in a new segment if the last one is full; null without memory.
+ */
+VekDictItem *next_slot(const Search &search)
+{
+    VekDictSegment *const last = search.last;
+    if (search.used < last->count) {
+        return &last->items[search.used];
+    }
+    void *const block = new_items(offsetof(VekDictSegment, items), later_segment_slots);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    last->next = static_cast<VekDictSegment *>(block);
+    last->next->count = later_segment_slots;
+    return last->next->items;
+}
+
+/* ---- Release ---- */
+
+void release_items(VekDictSegment *segment)
+{
+    for (int32_t i = 0; i < segment->count; ++i) {
+        vek_value_release(&segment->items[i].key);
+        vek_value_release(&segment->items[i].data);
+    }
+}
+
+void zero_first_items(VekDict *dict)
+{
+    VekDictSegment &first = dict->first_seg;
+    memset(first.items, 0, static_cast<size_t>(first.count) * sizeof(VekDictItem));
+    first.next = nullptr;
+    dict->len = 0;
+}
+
+/** Frees the segments behind the first, with what is in them if `release` says so. */
+void free_later_segments(VekDict *dict, bool release)
+{
+    VekDictSegment *segment = dict->first_seg.next;
+    while (segment != nullptr) {
+        VekDictSegment *const next = segment->next;
+        if (release) {
+            release_items(segment);
+        }
+        vek_free(segment);
+        segment = next;
+    }
+}
+
+bool copy_items(VekDict *copy, const VekDict *source)
+{
+    VekDictIter *const iter = new_iter();
+    if (iter == nullptr) {
+        return false;
+    }
+    bool copied = true;
+    VekDictItem *slot = copy->first_seg.items;
+    for (const VekDictItem *item = dict_iter_first(iter, source); item != nullptr && copied;
+         item = dict_iter_next(iter), ++slot) {
+        copied = vek_value_copy(&slot->key, &item->key) && vek_value_copy(&slot->data, &item->data);
+    }
+    vek_free(iter);
+    return copied;
+}
+
+void print_item(const VekDictItem *item)
+{
+    char *const data = vek_value_get_as_string(&item->data);
+    char *const key = vek_value_get_as_string(&item->key);
+    printf("Key: %s\tValue:%s\n", key != nullptr ? key : "(nul)", data != nullptr ? data : "(nul)");
+    vek_free(key);
+    vek_free(data);
+}
+
+} // namespace
+
+/* ---- Create and release ---- */
+
+VekDict *_vek_dict_create_full(int init_count, VekValueType key_type,
+                               VekDictForeachFunc destroy_func, void *user_data)
+{
+    VEK_RETURN_VAL_IF_FAIL(init_count > 0, nullptr);
+
+    constexpr size_t header = offsetof(VekDict, first_seg) + offsetof(VekDictSegment, items);
+    auto *const dict = static_cast<VekDict *>(new_items(header, init_count));
+    if (dict == nullptr) {
+        return nullptr;
+    }
+    dict->first_seg.count = init_count;
+    dict->key_type = key_type;
+    dict->destroy_func = destroy_func;
+    dict->user_data = user_data;
+    dict->ref_count = 1;
+    return dict;
+}
+
+VekDict *_vek_dict_create(int init_count, VekValueType key_type)
+{
+    return _vek_dict_create_full(init_count, key_type, nullptr, nullptr);
+}
+
+VekDict *vek_dict_ref(VekDict *dict)
+{
+    if (dict != nullptr) {
+        ++dict->ref_count;
+    }
+    return dict;
+}
+
+void vek_dict_destroy(VekDict *dict)
+{
+    if (dict == nullptr) {
+        return;
+    }
+    if (dict->ref_count > 1) {
+        --dict->ref_count;
+        return;
+    }
+    if (dict->destroy_func != nullptr) {
+        walk(dict, dict->destroy_func, dict->user_data);
+    }
+    release_items(&dict->first_seg);
+    free_later_segments(dict, true);
+    vek_free(dict);
+}
+
+VekDict *vek_dict_copy(const VekDict *orig_dict_ptr, int init_count)
+{
+    VEK_RETURN_VAL_IF_FAIL(orig_dict_ptr, nullptr);
+    VEK_RETURN_VAL_IF_FAIL(init_count > 0, nullptr);
+
+    VekDict *const copy =
+        _vek_dict_create(std::max(init_count, orig_dict_ptr->len), orig_dict_ptr->key_type);
+    if (copy == nullptr) {
+        return nullptr;
+    }
+    copy->len = orig_dict_ptr->len;
+    if (!copy_items(copy, orig_dict_ptr)) {
+        vek_dict_destroy(copy);
+        return nullptr;
+    }
+    return copy;
+}
+
+VekDict *vek_dict_dup_and_clear(VekDict *orig_dict_ptr)
+{
+    VEK_RETURN_VAL_IF_FAIL(orig_dict_ptr, nullptr);
+
+    VekDict *const dict = _vek_dict_create(orig_dict_ptr->len, orig_dict_ptr->key_type);
+    if (dict == nullptr) {
+        return nullptr;
+    }
+    int32_t left = orig_dict_ptr->len;
+    VekDictItem *slot = dict->first_seg.items;
+    for (const VekDictSegment *segment = &orig_dict_ptr->first_seg; left > 0;
+         segment = segment->next) {
+        const int32_t used = std::min(segment->count, left);
+        memcpy(slot, segment->items, static_cast<size_t>(used) * sizeof *slot);
+        slot += used;
+        left -= used;
+    }
+    dict->len = orig_dict_ptr->len;
+    free_later_segments(orig_dict_ptr, false);
+    zero_first_items(orig_dict_ptr);
+    return dict;
+}
+
+/* ---- Read ---- */
+
+VekValueType vek_dict_get_key_type(const VekDict *vekdict)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekdict != NULL, VEK_VALUE_INVALID);
+
+    return vekdict->key_type;
+}
+
+int vek_dict_get_len(const VekDict *vekdict)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekdict != NULL, 0);
+
+    return vekdict->len;
+}
+
+VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
+    VEK_RETURN_VAL_IF_FAIL(key != NULL, nullptr);
+    VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, nullptr);
+
+    VekDictItem *const item = find_item(vekdict_ptr, key, __func__).item;
+    return item != nullptr ? &item->data : nullptr;
+}
+
+/* ---- Change ---- */
+
+int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(key != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, 0);
+    VEK_RETURN_VAL_IF_FAIL(data != NULL, 0);
+
+    const Search search = find_item(vekdict_ptr, key, __func__);
+    if (search.failed) {
+        return 0;
+    }
+    if (search.item != nullptr) {
+        vek_value_release(&search.item->data);
+        move(search.item->data, *data);
+        vek_value_release(key);
+        return 1;
+    }
+    VekDictItem *const slot = next_slot(search);
+    if (slot == nullptr) {
+        return 0;
+    }
+    move(slot->key, *key);
+    move(slot->data, *data);
+    ++vekdict_ptr->len;
+    return 1;
+}
+
+VekDict *vek_dict_clear(VekDict *vekdict_ptr)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
+
+    free_later_segments(vekdict_ptr, true);
+    release_items(&vekdict_ptr->first_seg);
+    zero_first_items(vekdict_ptr);
+    return vekdict_ptr;
+}
+
+/* ---- Walk ---- */
+
+void vek_dict_foreach(VekDict *vekdict, VekDictForeachFunc func, void *user_data)
+{
+    VEK_RETURN_IF_FAIL(vekdict != NULL);
+    VEK_RETURN_IF_FAIL(func != NULL);
+
+    walk(vekdict, func, user_data);
+}
+
+/* ---- Diagnostics ---- */
+
+void vek_dict_print(const VekDict *vekdict)
+{
+    VEK_RETURN_IF_FAIL(vekdict != NULL);
+
+    VekDictIter *const iter = new_iter();
+    if (iter == nullptr) {
+        return;
+    }
+    for (const VekDictItem *item = dict_iter_first(iter, vekdict); item != nullptr;
+         item = dict_iter_next(iter)) {
+        print_item(item);
+    }
+    vek_free(iter);
+}
+
+int _vek_dict_get_ref_count(const VekDict *dict)
+{
+    VEK_RETURN_VAL_IF_FAIL(dict != NULL, -1);
+
+    return dict->ref_count;
+}

@@ -1,0 +1,165 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekdict.h
+ *  Dictionaries: small reference-counted maps from value records to value records. Items are found
+ *  by a linear search in the order of insertion, never move, and are never removed one by one. The
+ *  dictionary owns its keys and data.
+ *
+ *  Most applications use the facades with plain keys: vekstrdict.h, vekintdict.h, veknamedict.h.
+ *
+ *      VekDict *settings = vek_str_dict_create(8);
+ *      vek_str_dict_put_int(settings, "port", 80);
+ *      vek_dict_print(settings);
+ *      vek_dict_destroy(settings);
+ *
+ *  Threads: a dictionary is used by one thread at a time, references included.
+ */
+#ifndef VEKLIB_VEKDICT_H
+#define VEKLIB_VEKDICT_H
+
+#include <stdint.h>
+
+#include <veklib/vekvalue.h>
+
+VEK_BEGIN_DECLS
+
+/** Receives the records of an item and the caller's data; a nonzero result stops the walk. */
+typedef int (*VekDictForeachFunc)(VekValue *key, VekValue *data, void *user_data);
+
+/** One item. */
+typedef struct VekDictItem {
+    VekValue key;  /**< never empty in an item in use */
+    VekValue data; /**< the datum */
+} VekDictItem;
+
+/** An array of items. Segments fill up one after the other; free slots are zero-filled. */
+typedef struct VekDictSegment VekDictSegment;
+struct VekDictSegment {
+    int32_t count;        /**< slots */
+    VekDictSegment *next; /**< the following segment, or null */
+    VekDictItem items[1]; /**< the slots, as many as `count` says */
+};
+
+/** A dictionary. The fields are for reading. */
+struct VekDict {
+    int32_t len;                     /**< items */
+    int32_t ref_count;               /**< references */
+    VekValueType key_type;           /**< declared type of the keys; the facades check it */
+    VekDictForeachFunc destroy_func; /**< called for all items at the end of the life, or null */
+    void *user_data;                 /**< what destroy_func is handed */
+    VekDictSegment first_seg;        /**< the first segment, part of this block */
+};
+
+/* ---- Create and release ---- */
+
+/** Makes an empty dictionary.
+ *  @param init_count    slots of the first segment, above 0: the number of items to expect
+ *  @param key_type      declared type of the keys
+ *  @param destroy_func  called for each item before the last reference releases them all; a nonzero
+ *                       result ends these calls; must not change the dictionary; may be null
+ *  @param user_data     handed to it; may be null; borrowed for the dictionary's life
+ *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  Fails:   no memory -> null; no slots -> null, with a warning
+ */
+VEK_API VekDict *_vek_dict_create_full(int init_count, VekValueType key_type,
+                                       VekDictForeachFunc destroy_func, void *user_data);
+
+/** _vek_dict_create_full() without a function; its warning names that one. */
+VEK_API VekDict *_vek_dict_create(int init_count, VekValueType key_type);
+
+/** Takes a reference.
+ *  @param dict  the dictionary; may be null
+ *  @return  the same dictionary; drop the reference with vek_dict_destroy()
+ */
+VEK_API VekDict *vek_dict_ref(VekDict *dict);
+
+/** Drops a reference; the last one releases the dictionary with all keys and data.
+ *  @param dict  the reference, taken; null does nothing
+ */
+VEK_API void vek_dict_destroy(VekDict *dict);
+
+/** Copies a dictionary: strings and lists are duplicated, VekStr and dictionaries shared by
+ *  reference. The copy has all items in its first segment, and no destroy function.
+ *  @param orig_dict_ptr  the dictionary; borrowed
+ *  @param init_count     slots of the copy's first segment, above 0; more if there are more items
+ *  @return  the copy, with one reference for the caller; drop it with vek_dict_destroy()
+ *  Fails:   no memory -> null; null dictionary or no slots -> null, with a warning
+ */
+VEK_API VekDict *vek_dict_copy(const VekDict *orig_dict_ptr, int init_count);
+
+/** Moves all items into a new dictionary, which has no destroy function, and leaves the old one
+ *  empty.
+ *  @param orig_dict_ptr  the dictionary
+ *  @return  the new dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  Fails:   no memory -> null; null or empty dictionary -> null, with a warning (for the empty one
+ *           it names _vek_dict_create_full). The old dictionary is as before
+ */
+VEK_API VekDict *vek_dict_dup_and_clear(VekDict *orig_dict_ptr);
+
+/* ---- Read ---- */
+
+/** Returns the declared type of the keys.
+ *  Fails: null `vekdict` -> VEK_VALUE_INVALID, with a warning
+ */
+VEK_API VekValueType vek_dict_get_key_type(const VekDict *vekdict);
+
+/** Returns the number of items.
+ *  Fails: null `vekdict` -> 0, with a warning
+ */
+VEK_API int vek_dict_get_len(const VekDict *vekdict);
+
+/** Finds the datum of a key.
+ *  @param vekdict_ptr  the dictionary
+ *  @param key          the key; borrowed
+ *  @return  the datum's record, borrowed: valid until the dictionary is cleared, emptied or
+ *           released; null when the key is absent
+ *  Fails:   null dictionary, null or empty key, or a stored key that was emptied from outside ->
+ *           null, with a warning
+ */
+VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key);
+
+/* ---- Change ---- */
+
+/** Stores a datum under a key. A key that is present keeps its slot and its stored key; the old
+ * datum is released.
+ *  @param vekdict_ptr  the dictionary
+ *  @param key          the key's record; taken on success and left empty
+ *  @param data         the datum's record; taken on success and zero-filled
+ *  @return  1 on success
+ *  Fails:   no memory -> 0; null dictionary, null or empty key, null datum, or a stored key that
+ * was emptied from outside -> 0, with a warning. The records stay the caller's
+ */
+VEK_API int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data);
+
+/** Releases all items; the destroy function is not called.
+ *  @return  the same dictionary, empty, with its references
+ *  Fails:   null dictionary -> null, with a warning
+ */
+VEK_API VekDict *vek_dict_clear(VekDict *vekdict_ptr);
+
+/* ---- Walk ---- */
+
+/** Calls a function for each item in the order of insertion until it returns nonzero. The function
+ *  may put items (new ones are visited too) but must not clear, empty or release the dictionary.
+ *  @param vekdict    the dictionary
+ *  @param func       the function
+ *  @param user_data  handed to it; may be null; borrowed
+ *  Fails: null dictionary or function -> nothing called, with a warning
+ */
+VEK_API void vek_dict_foreach(VekDict *vekdict, VekDictForeachFunc func, void *user_data);
+
+/* ---- Diagnostics ---- */
+
+/** Prints the items to standard output in the order of insertion, a line each: "Key: ", the key's
+ *  text, a tab, "Value:", the datum's text. For a text that there is no memory for "(nul)" is
+ * printed. Fails: no memory -> nothing printed; null dictionary -> nothing printed, with a warning
+ */
+VEK_API void vek_dict_print(const VekDict *vekdict);
+
+/** Returns the number of references.
+ *  Fails: null `dict` -> -1, with a warning
+ */
+VEK_API int _vek_dict_get_ref_count(const VekDict *dict);
+
+VEK_END_DECLS
+
+#endif

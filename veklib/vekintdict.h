@@ -1,0 +1,71 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekintdict.h
+ *  Dictionaries keyed by integers: a facade over vekdict.h, whose functions release, copy, walk,
+ * print and count them.
+ *
+ *      VekDict *limits = vek_int_dict_create(8);
+ *      vek_int_dict_put_double(limits, 7, 61.5);
+ *      double limit = vek_int_dict_get_double(limits, 7);
+ *      vek_dict_destroy(limits);
+ *
+ *  Threads: a dictionary is used by one thread at a time.
+ */
+#ifndef VEKLIB_VEKINTDICT_H
+#define VEKLIB_VEKINTDICT_H
+
+#include <stdint.h>
+
+#include <veklib/vekdict.h>
+
+VEK_BEGIN_DECLS
+
+/** Makes an empty dictionary.
+ *  @param init_count  slots of the first segment, above 0: the number of items to expect
+ *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  Fails:   no memory -> null; no slots -> null, with a warning
+ */
+VEK_API VekDict *vek_int_dict_create(int init_count);
+
+/* ---- put: store a datum under a key ----
+ *
+ * @param dict  the dictionary
+ * @param key   the key
+ * @return      1 on success; an equal key that is stored gets the new datum, the old one is
+ * released Fails:       no memory -> 0; null dictionary, or one with other keys -> 0, with a
+ * warning. The dictionary is unchanged and the datum stays the caller's */
+
+/** Stores a VekStr: the caller's reference passes to the dictionary. */
+VEK_API int vek_int_dict_put_vekstr(VekDict *dict, int32_t key, VekStr *value);
+/** Stores a new VekStr of a text, which is copied; a null text is a failure. */
+VEK_API int vek_int_dict_dup_and_put_string(VekDict *dict, int32_t key, const char *value);
+/** Stores an integer. */
+VEK_API int vek_int_dict_put_int(VekDict *dict, int32_t key, int32_t value);
+/** Stores a number. */
+VEK_API int vek_int_dict_put_double(VekDict *dict, int32_t key, double value);
+/** Stores a pointer, which is never released by the dictionary. */
+VEK_API int vek_int_dict_put_persistent_pointer(VekDict *dict, int32_t key, void *value);
+/** Stores a value: the record is moved into the dictionary and zero-filled. */
+VEK_API int vek_int_dict_put_value(VekDict *dict, int32_t key, VekValue *value);
+
+/* ---- get: the datum of a key ----
+ *
+ * @param dict  the dictionary
+ * @param key   the key; borrowed
+ * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or
+ * released. An absent key gives null or 0 Fails:       null dictionary, one with other keys, or a
+ * datum of another type -> null or 0, with a warning */
+
+/** Returns the record of a datum of any type. */
+VEK_API VekValue *vek_int_dict_get_value(const VekDict *dict, int32_t key);
+VEK_API void *vek_int_dict_get_pointer(const VekDict *dict, int32_t key);
+VEK_API VekStr *vek_int_dict_get_vekstr(const VekDict *dict, int32_t key);
+/** Returns the text of a VekStr datum. */
+VEK_API const char *vek_int_dict_get_string(const VekDict *dict, int32_t key);
+VEK_API int32_t vek_int_dict_get_int(const VekDict *dict, int32_t key);
+VEK_API double vek_int_dict_get_double(const VekDict *dict, int32_t key);
+/** Returns 1 when the key is stored, else 0. */
+VEK_API int vek_int_dict_key_exists(const VekDict *dict, int32_t key);
+
+VEK_END_DECLS
+
+#endif

@@ -1,0 +1,253 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekvalue.h
+ *  Values: a record that holds one datum of one of eleven types, and the conversions between them.
+ *  Records lie where the caller puts them (stack, structure, or heap by vek_value_dup()); a
+ *  zero-filled record is empty. Five verbs tell who owns what:
+ *
+ *    set    the value gets a copy or a new reference, the argument stays the caller's
+ *    take   the value adopts the argument
+ *    get    the caller borrows: valid until the value is changed or released
+ *    dup    the caller gets a copy or a new reference of his own
+ *    steal  the caller gets the datum itself, the value keeps its type and holds null
+ *
+ *      VekValue value;
+ *      vek_value_set_string(&value, "42");
+ *      int32_t number = vek_value_get_as_int(&value);
+ *      vek_value_release(&value);
+ *
+ *  set, take, vek_value_init() and the destination of vek_value_copy() are raw storage: release a
+ *  record that owns something before it is used again. A record may be moved by copying its bytes;
+ *  the source is then treated as empty.
+ *  Threads: a value, and what it refers to, is used by one thread at a time.
+ */
+#ifndef VEKLIB_VEKVALUE_H
+#define VEKLIB_VEKVALUE_H
+
+#include <stdint.h>
+
+#include <veklib/vekname.h>
+#include <veklib/vekslist.h>
+#include <veklib/vekstr.h>
+
+VEK_BEGIN_DECLS
+
+/** The types. Their numbers are part of the interface. */
+typedef enum VekValueType VEK_INT_ENUM {
+    VEK_VALUE_INVALID = -1,         /**< result of failed queries; never stored */
+    VEK_VALUE_INT = 0,              /**< signed 32-bit integer */
+    VEK_VALUE_DOUBLE = 1,           /**< double-precision number */
+    VEK_VALUE_VEKSTR = 2,           /**< one reference to a VekStr; may be null */
+    VEK_VALUE_STRING = 3,           /**< NUL-terminated string on the heap, owned; may be null */
+    VEK_VALUE_POINTER = 4,          /**< untyped pointer, not owned */
+    VEK_VALUE_NAME = 5,             /**< VekName, not owned */
+    VEK_VALUE_SLIST_OF_INT = 6,     /**< list of integers carried in the pointers */
+    VEK_VALUE_SLIST_OF_STRING = 7,  /**< list of VekStr references */
+    VEK_VALUE_SLIST_OF_POINTER = 8, /**< list of untyped pointers, not owned */
+    VEK_VALUE_SLIST_OF_VALUE = 9,   /**< list of VekValue records on the heap */
+    VEK_VALUE_DICT = 10,            /**< one reference to a VekDict */
+    VEK_VALUE_MAX = 11              /**< bound; not a type */
+} VekValueType;
+
+/** A dictionary; see vekdict.h. */
+typedef struct VekDict VekDict;
+
+/** The operations of a type. Payloads are handed over as their first word. */
+typedef struct VekValueVtable {
+    VekValueType type;                          /**< the type's number */
+    void (*release)(void *payload);             /**< gives up what is owned; null: owns nothing */
+    int (*equal)(const void *a, const void *b); /**< 1 if equal; null for doubles */
+    void *(*dup)(void *payload); /**< a copy or new reference, null on failure; null for doubles */
+} VekValueVtable;
+
+/** The datum of a value. */
+typedef union VekValuePayload {
+    int32_t integer;
+    double real;
+    void *pointer;
+    char *string;
+    VekStr *vekstr;
+    VekName *name;
+    VekSList *slist;
+    VekDict *dict;
+} VekValuePayload;
+
+/** A value. Read and change it with the functions below. */
+typedef struct VekValue {
+    const VekValueVtable *vt; /**< the operations of its type; null: an empty record */
+    VekValuePayload payload;  /**< the datum */
+} VekValue;
+
+/** True when a record holds one of the four list types. */
+#define VEK_VALUE_IS_SLIST(value)                                                                  \
+    (vek_value_get_type(value) == VEK_VALUE_SLIST_OF_INT ||                                        \
+     vek_value_get_type(value) == VEK_VALUE_SLIST_OF_STRING ||                                     \
+     vek_value_get_type(value) == VEK_VALUE_SLIST_OF_POINTER ||                                    \
+     vek_value_get_type(value) == VEK_VALUE_SLIST_OF_VALUE)
+
+/* ---- Any type ---- */
+
+/** Makes a record a value of a type, holding 0 or null.
+ *  @param vekvalue  the record; what it held is not released
+ *  @param type      the type
+ *  Fails: null record, or no type -> nothing written, with a warning
+ */
+VEK_API void vek_value_init(VekValue *vekvalue, VekValueType type);
+
+/** Gives up what a value owns and leaves the record empty; an empty record stays so.
+ *  Fails: null record -> nothing done, with a warning
+ */
+VEK_API void vek_value_release(VekValue *vekvalue);
+
+/** Releases a record on the heap and what it owns.
+ *  @param value  a record of vek_value_dup(), or one of vek_malloc() that is in use; taken; may be
+ *                null
+ */
+VEK_API void vek_value_destroy(VekValue *value);
+
+/** Returns the type of a value.
+ *  Fails: null or empty record -> VEK_VALUE_INVALID, with a warning
+ */
+VEK_API VekValueType vek_value_get_type(const VekValue *value);
+
+/** Copies a value: strings and lists are duplicated, VekStr and dictionaries shared by reference.
+ *  @param dest  the record that becomes the copy; what it held is not released
+ *  @param src   the value; borrowed
+ *  @return  1 on success
+ *  Fails:   no memory -> 0, `dest` is a value of the type that holds null; null record or empty
+ *           source -> 0, nothing written, with a warning
+ */
+VEK_API int vek_value_copy(VekValue *dest, const VekValue *src);
+
+/** Copies a value into a new record on the heap.
+ *  @return  the record; release with vek_value_destroy()
+ *  Fails:   no memory -> null; null or empty source -> null, with a warning
+ */
+VEK_API VekValue *vek_value_dup(const VekValue *src);
+
+/** Returns 1 when two values are equal, else 0. Values of different types never are; strings
+ * compare by text, lists element by element, names and dictionaries by identity, doubles as numbers
+ * (a NaN equals nothing). The same record equals itself; null equals nothing else. Fails: an empty
+ * record -> 0, with a warning
+ */
+VEK_API int vek_value_equal(const VekValue *val1, const VekValue *val2);
+
+/* ---- set: the value gets a copy or a reference of its own ----
+ *
+ * Fails: null record -> nothing written, with a warning; no memory -> the value holds null. */
+
+VEK_API void vek_value_set_int(VekValue *vekvalue, int32_t value);
+VEK_API void vek_value_set_double(VekValue *vekvalue, double value);
+/** @return 1, or 0 on failure; `value` may be null */
+VEK_API int vek_value_set_string(VekValue *vekvalue, const char *value);
+/** `value` may be null. */
+VEK_API void vek_value_set_vekstr(VekValue *vekvalue, VekStr *value);
+/** The pointer stays the caller's to release. */
+VEK_API void vek_value_set_pointer(VekValue *vekvalue, void *value);
+/** The name stays its table's. */
+VEK_API void vek_value_set_name(VekValue *vekvalue, VekName *value);
+/** New nodes with the same integers. */
+VEK_API void vek_value_set_slist_of_int(VekValue *vekvalue, VekSList *value);
+/** New nodes with references to the same VekStr. */
+VEK_API void vek_value_set_slist_of_str(VekValue *vekvalue, VekSList *value);
+/** New nodes with the same pointers. */
+VEK_API void vek_value_set_slist_of_ptr(VekValue *vekvalue, VekSList *value);
+/** New nodes with copies of the VekValue records. */
+VEK_API void vek_value_set_slist_of_value(VekValue *vekvalue, VekSList *value);
+/** `value` may be null. */
+VEK_API void vek_value_set_dict(VekValue *vekvalue, VekDict *value);
+
+/* ---- take: the value adopts the argument ----
+ *
+ * Arguments may be null. Fails: null record -> nothing taken, with a warning. */
+
+/** The string is released with vek_free(). */
+VEK_API void vek_value_take_string(VekValue *vekvalue, char *value);
+/** The caller's reference passes to the value. */
+VEK_API void vek_value_take_vekstr(VekValue *vekvalue, VekStr *value);
+/** The nodes pass to the value. */
+VEK_API void vek_value_take_slist_of_int(VekValue *vekvalue, VekSList *value);
+/** The nodes and the VekStr references in them pass to the value. */
+VEK_API void vek_value_take_slist_of_str(VekValue *vekvalue, VekSList *value);
+/** The nodes pass to the value. */
+VEK_API void vek_value_take_slist_of_ptr(VekValue *vekvalue, VekSList *value);
+/** The nodes and the VekValue records in them (released with vek_value_destroy()) pass to the
+ * value. */
+VEK_API void vek_value_take_slist_of_value(VekValue *vekvalue, VekSList *value);
+/** The caller's reference passes to the value. */
+VEK_API void vek_value_take_dict(VekValue *vekvalue, VekDict *value);
+
+/* ---- get: the caller borrows ----
+ *
+ * Fails: null or empty record, or another type -> 0 or null, with a warning. */
+
+VEK_API int32_t vek_value_get_int(const VekValue *vekvalue);
+VEK_API double vek_value_get_double(const VekValue *vekvalue);
+VEK_API const char *vek_value_get_string(const VekValue *vekvalue);
+VEK_API VekStr *vek_value_get_vekstr(const VekValue *vekvalue);
+VEK_API void *vek_value_get_pointer(const VekValue *vekvalue);
+VEK_API VekName *vek_value_get_name(const VekValue *vekvalue);
+/** Any of the four list types. */
+VEK_API VekSList *vek_value_get_slist(const VekValue *vekvalue);
+VEK_API VekDict *vek_value_get_dict(const VekValue *vekvalue);
+
+/* ---- dup: a copy or reference for the caller ----
+ *
+ * Fails: no memory -> null; null or empty record, or another type -> null, with a warning. */
+
+/** @return a copy; release with vek_free(). Of a null string: null, with a warning */
+VEK_API char *vek_value_dup_string(const VekValue *vekvalue);
+/** @return the same string; drop the reference with vek_str_unref() */
+VEK_API VekStr *vek_value_dup_vekstr(const VekValue *vekvalue);
+/** @return a copy as vek_value_copy() makes it; release with vek_slist_free() and what releases the
+ *  elements (nothing, vek_str_unref() or vek_value_destroy()) */
+VEK_API VekSList *vek_value_dup_slist(const VekValue *vekvalue);
+/** @return the same dictionary; drop the reference with vek_dict_destroy() */
+VEK_API VekDict *vek_value_dup_dict(const VekValue *vekvalue);
+
+/* ---- steal: the datum itself, and null is left ----
+ *
+ * Fails: null or empty record, or another type -> null, with a warning. */
+
+/** @return the string; release with vek_free() */
+VEK_API char *vek_value_steal_string(VekValue *vekvalue);
+/** @return the reference; drop it with vek_str_unref() */
+VEK_API VekStr *vek_value_steal_vekstr(VekValue *vekvalue);
+/** @return the pointer */
+VEK_API void *vek_value_steal_pointer(VekValue *value);
+
+/* ---- Conversions from any type ----
+ *
+ * Texts that hold no number, or one out of range, are told on standard output. */
+
+/** Returns what is stored as a pointer (string, VekStr, name, list, dictionary), borrowed.
+ *  Fails: null or empty record, integer or double -> null, with a warning
+ */
+VEK_API void *vek_value_get_as_pointer(const VekValue *vekvalue);
+
+/** Returns a value as an integer: doubles are cut towards zero, texts read in decimal, hexadecimal
+ *  (0x) or octal (0); what is beyond 32 bits gives the nearest limit, a NaN 0, a null text 0.
+ *  Fails: null or empty record, or a type that is no number -> 0, with a warning
+ */
+VEK_API int32_t vek_value_get_as_int(const VekValue *value);
+
+/** Returns a value as a number; a null text gives 0.
+ *  Fails: null or empty record, or a type that is no number -> 0, with a warning
+ */
+VEK_API double vek_value_get_as_double(const VekValue *value);
+
+/** Makes a text of a value: numbers as "%d" and "%g", texts as they are ("(nul)" for null), names
+ * by their text, anything else as its type and address, "VEK_VALUE_DICT(0x1234)".
+ *  @return  the text; release with vek_free()
+ *  Fails:   no memory -> null; null record -> null, with a warning; an empty record is told in
+ *           warnings and gives "[unknown VekValueType]" and what its payload holds
+ */
+VEK_API char *vek_value_get_as_string(const VekValue *value);
+
+/** vek_value_get_as_string() as a VekStr; of a VekStr value a new reference to the same one.
+ *  @return  the string; drop the reference with vek_str_unref()
+ */
+VEK_API VekStr *vek_value_get_as_vekstr(const VekValue *value);
+
+VEK_END_DECLS
+
+#endif
