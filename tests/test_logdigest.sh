@@ -27,7 +27,7 @@ chmod +x "$folder/logdigest"
 logdigest=$folder/logdigest
 
 "$here/make_sample_log.sh" >"$folder/sample.log"
-"$logdigest" -n 2 - <"$folder/sample.log" >"$folder/out" || fault "the sample log"
+"$logdigest" -n 2 -e 3 - <"$folder/sample.log" >"$folder/out" || fault "the sample log"
 cat >"$folder/expected" <<'END'
 log         standard input
 lines       4000
@@ -36,12 +36,10 @@ busiest     of 9 programs or packages
         1705  kernel
          695  cron
 unreadable  17 lines
-  line   124  no time stamp: "-- MARK --"
-  line   351  no time stamp: "Dec 31 13"
-  line   451  no program name: "Dec 31 14:08:55 gateway message without a progra"
-  line   624  no time stamp: "-- MARK --"
-  line  1051  no time stamp: "Dec 31 17"
-  and 12 more
+  no time stamp in line 124: "-- MARK --", says parse_line()
+  no time stamp in line 351: "Dec 31 13", says parse_line()
+  no program name in line 451: "Dec 31 14:08:55 gateway message without a progra", says parse_program()
+  and 14 more
 END
 diff "$folder/expected" "$folder/out" || fault "output for the sample log"
 

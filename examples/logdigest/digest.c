@@ -8,202 +8,202 @@
 #include <string.h>
 
 #include <veklib/vekmemory.h>
+#include <veklib/veknamedict.h>
+#include <veklib/vekstrdict.h>
 #include <veklib/vekstrfuncs.h>
 
-enum { samples_kept = 5, excerpt_length = 48 };
+enum { expected_names = 64, excerpt_length = 48 };
 
-/** One program or package; the table's key is its name. */
-struct count {
-    char *name;
-    unsigned long lines;
-};
-
-/** One line that could not be read. */
-struct sample {
-    unsigned long line;
-    const char *reason;
-    char *excerpt;
-};
-
-static void free_count(void *element)
+static VekError *out_of_memory(void)
 {
-    struct count *const count = element;
-    vek_free(count->name);
-    vek_free(count);
+    return VEK_ERROR_CREATE(VEK_ERROR_OUT_OF_MEMORY, "out of memory");
 }
 
-static void free_sample(void *element)
+VekDict *digest_settings(void)
 {
-    struct sample *const sample = element;
-    vek_free(sample->excerpt);
-    vek_free(sample);
-}
-
-static uint32_t hash_name(const void *key)
-{
-    uint32_t hash = 2166136261u; /* FNV-1a */
-    for (const unsigned char *c = key; *c != '\0'; ++c) {
-        hash = (hash ^ *c) * 16777619u;
+    VekDict *const settings = vek_str_dict_create(2);
+    if (settings != NULL && vek_str_dict_put_int(settings, "busiest", 10) &&
+        vek_str_dict_put_int(settings, "unreadable", 5)) {
+        return settings;
     }
-    return hash;
+    vek_dict_destroy(settings);
+    return NULL;
 }
 
-static int equal_names(const void *a, const void *b)
-{
-    return strcmp(a, b) == 0;
-}
-
-bool digest_init(struct digest *digest)
+VekError *digest_init(struct digest *digest, const VekDict *settings)
 {
     memset(digest, 0, sizeof *digest);
-    digest->counts = vek_hash_new_full(hash_name, equal_names, NULL, free_count);
-    return digest->counts != NULL;
+    digest->settings = settings;
+    digest->names = vek_name_table_create(NULL);
+    digest->counts = vek_name_dict_create(expected_names);
+    return digest->names != NULL && digest->counts != NULL ? NULL : out_of_memory();
+}
+
+static void destroy_error(void *element)
+{
+    vek_error_destroy(element);
 }
 
 void digest_release(struct digest *digest)
 {
-    vek_hash_destroy(digest->counts);
-    vek_slist_free(digest->samples, free_sample);
+    vek_dict_destroy(digest->counts); /* its keys are the table's names */
+    vek_name_table_destroy(&digest->names);
+    vek_slist_free(digest->errors, destroy_error);
     vek_free(digest->first_stamp);
     vek_free(digest->last_stamp);
 }
 
-static bool keep_sample(struct digest *digest, const char *line, const char *reason)
+/* Completes what is wrong with a line by the line itself. */
+static void describe_line(VekError *err, unsigned long number, const char *line)
 {
-    ++digest->unreadable;
-    if (digest->unreadable > samples_kept) {
-        return true;
-    }
-    struct sample *const sample = vek_malloc(sizeof *sample);
-    if (sample == NULL) {
-        return false;
-    }
-    sample->line = digest->lines;
-    sample->reason = reason;
-    sample->excerpt = vek_strdup_printf("\"%.*s\"", excerpt_length, line);
-    VekSList *const node =
-        sample->excerpt != NULL ? vek_slist_insert_after(digest->last_sample, sample) : NULL;
-    if (node == NULL) {
-        free_sample(sample);
-        return false;
-    }
-    for (char *c = sample->excerpt; *c != '\0'; ++c) {
+    char excerpt[excerpt_length + 1];
+    vek_strlcpy(excerpt, line, sizeof excerpt);
+    for (char *c = excerpt; *c != '\0'; ++c) {
         if (!isprint((unsigned char)*c)) {
             *c = '?';
         }
     }
-    digest->last_sample = node;
-    if (digest->samples == NULL) {
-        digest->samples = node;
-    }
-    return true;
+    vek_error_append_msg(err, " in line %lu: \"%s\"", number, excerpt);
+    VEK_ERROR_ADD_CALLSTACK_ENTRY(err);
 }
 
-static bool count_subject(struct digest *digest, const struct record *record)
+/* Keeps the first errors, as many as are to be printed, and counts them all. */
+static VekError *keep_error(struct digest *digest, VekError *err, const char *line)
 {
-    char *const name = vek_strndup(record->subject, record->subject_length);
-    if (name == NULL) {
-        return false;
+    if (vek_error_get_type(err) != VEK_ERROR_BAD_INPUT) {
+        return err;
     }
-    struct count *count = vek_hash_lookup(digest->counts, name);
-    if (count != NULL) {
-        vek_free(name);
-        ++count->lines;
-        return true;
+    const int kept = vek_str_dict_get_int(digest->settings, "unreadable");
+    if (digest->unreadable++ >= (unsigned long)kept) {
+        vek_error_destroy(err);
+        return NULL;
     }
-    count = vek_malloc(sizeof *count);
-    if (count == NULL) {
-        vek_free(name);
-        return false;
+    describe_line(err, digest->lines, line);
+    VekSList *const node = vek_slist_insert_after(digest->last_error, err);
+    if (node == NULL) {
+        vek_error_destroy(err);
+        return out_of_memory();
     }
-    count->name = name;
-    count->lines = 1;
-    if (!vek_hash_insert(digest->counts, name, count)) {
-        free_count(count);
-        return false;
+    digest->last_error = node;
+    if (digest->errors == NULL) {
+        digest->errors = node;
     }
-    return true;
+    return NULL;
 }
 
-static bool replace_stamp(char **stamp, const char *line, const struct record *record)
+static VekError *count_subject(struct digest *digest, const struct record *record)
+{
+    char *const text = vek_strndup(record->subject, record->subject_length);
+    if (text == NULL) {
+        return out_of_memory();
+    }
+    VekName *const name = vek_name_from_string(digest->names, text, 0);
+    vek_free(text);
+    if (name == NULL) {
+        return out_of_memory();
+    }
+    VekValue *const count = vek_name_dict_get_value(digest->counts, name);
+    if (count != NULL) {
+        vek_value_set_int(count, vek_value_get_int(count) + 1);
+        return NULL;
+    }
+    return vek_name_dict_put_int(digest->counts, name, 1) ? NULL : out_of_memory();
+}
+
+static VekError *replace_stamp(char **stamp, const char *line, const struct record *record)
 {
     char *const copy = vek_strndup(line, record->stamp_length);
     if (copy == NULL) {
-        return false;
+        return out_of_memory();
     }
     vek_free(*stamp);
     *stamp = copy;
-    return true;
+    return NULL;
 }
 
-static bool extend_span(struct digest *digest, const char *line, const struct record *record)
+/* The time of a record, with years counted where the log has none. */
+static int64_t time_of(struct digest *digest, const struct record *record)
 {
-    int64_t seconds = record->seconds;
-    if (record->year == 0) {
-        if (digest->month == 12 && record->month == 1) {
-            ++digest->year;
-        }
-        digest->month = record->month;
-        seconds +=
-            days_from_date(2000 + digest->year, 1, 1) * 86400 - days_from_date(2000, 1, 1) * 86400;
+    if (record->year != 0) {
+        return record->seconds;
     }
+    if (digest->month == 12 && record->month == 1) {
+        ++digest->year;
+    }
+    digest->month = record->month;
+    return record->seconds +
+           (days_from_date(2000 + digest->year, 1, 1) - days_from_date(2000, 1, 1)) * 86400;
+}
+
+static VekError *extend_span(struct digest *digest, const char *line, const struct record *record)
+{
+    const int64_t seconds = time_of(digest, record);
+    VekError *err = NULL;
     if (digest->first_stamp == NULL || seconds < digest->first_seconds) {
         digest->first_seconds = seconds;
-        if (!replace_stamp(&digest->first_stamp, line, record)) {
-            return false;
-        }
+        err = replace_stamp(&digest->first_stamp, line, record);
     }
-    if (digest->last_stamp == NULL || seconds >= digest->last_seconds) {
+    if (err == NULL && (digest->last_stamp == NULL || seconds >= digest->last_seconds)) {
         digest->last_seconds = seconds;
-        return replace_stamp(&digest->last_stamp, line, record);
+        err = replace_stamp(&digest->last_stamp, line, record);
     }
-    return true;
+    return err;
 }
 
-bool digest_add_line(struct digest *digest, const char *line)
+VekError *digest_add_line(struct digest *digest, const char *line)
 {
     struct record record;
     ++digest->lines;
-    const char *const reason = parse_line(line, &record);
-    if (reason != NULL) {
-        return keep_sample(digest, line, reason);
+    VekError *err = parse_line(line, &record);
+    if (err != NULL) {
+        return keep_error(digest, err, line);
     }
-    return extend_span(digest, line, &record) && count_subject(digest, &record);
+    err = extend_span(digest, line, &record);
+    return err != NULL ? err : count_subject(digest, &record);
 }
+
+/* One program or package, to be sorted. */
+struct count {
+    const char *name;
+    int lines;
+};
 
 static int busier_first(const void *a, const void *b)
 {
-    const struct count *const first = *(struct count *const *)a;
-    const struct count *const second = *(struct count *const *)b;
+    const struct count *const first = a;
+    const struct count *const second = b;
     if (first->lines != second->lines) {
         return first->lines < second->lines ? 1 : -1;
     }
     return strcmp(first->name, second->name);
 }
 
-static int collect_count(void *key, void *value, void *user_data)
+static int collect_count(VekValue *key, VekValue *data, void *user_data)
 {
-    struct count ***const next = user_data;
-    (void)key;
-    *(*next)++ = value;
+    struct count **const next = user_data;
+    (*next)->name = vek_name_to_string(vek_value_get_name(key));
+    (*next)->lines = vek_value_get_int(data);
+    ++*next;
     return 0;
 }
 
-static bool print_busiest(const struct digest *digest, unsigned top, FILE *out)
+static VekError *print_busiest(const struct digest *digest, FILE *out)
 {
-    const size_t number = digest->counts->entry_count;
-    struct count **const counts = vek_calloc(number, sizeof *counts);
+    const int number = vek_dict_get_len(digest->counts);
+    const int top = vek_str_dict_get_int(digest->settings, "busiest");
+    struct count *const counts = vek_calloc((size_t)number, sizeof *counts);
     if (counts == NULL) {
-        return false;
+        return out_of_memory();
     }
-    struct count **next = counts;
-    vek_hash_foreach(digest->counts, collect_count, &next);
-    qsort(counts, number, sizeof *counts, busier_first);
-    for (size_t i = 0; i < number && i < top; ++i) {
-        fprintf(out, "  %10lu  %s\n", counts[i]->lines, counts[i]->name);
+    struct count *next = counts;
+    vek_dict_foreach(digest->counts, collect_count, &next);
+    qsort(counts, (size_t)number, sizeof *counts, busier_first);
+    fprintf(out, "busiest     of %d programs or packages\n", number);
+    for (int i = 0; i < number && i < top; ++i) {
+        fprintf(out, "  %10d  %s\n", counts[i].lines, counts[i].name);
     }
     vek_free(counts);
-    return true;
+    return NULL;
 }
 
 static void print_span(const struct digest *digest, FILE *out)
@@ -214,23 +214,28 @@ static void print_span(const struct digest *digest, FILE *out)
             (int)(seconds / 60 % 60), (int)(seconds % 60));
 }
 
-bool digest_print(const struct digest *digest, const char *name, unsigned top, FILE *out)
+static void print_unreadable(const struct digest *digest, FILE *out)
+{
+    unsigned long left = digest->unreadable;
+    fprintf(out, "unreadable  %lu lines\n", left);
+    for (const VekSList *node = digest->errors; node != NULL; node = node->next, --left) {
+        const VekError *const err = node->data;
+        fprintf(out, "  %s, says %s()\n", vek_error_get_msg(err),
+                vek_error_get_callstack_func(err, 0));
+    }
+    if (left > 0 && digest->errors != NULL) {
+        fprintf(out, "  and %lu more\n", left);
+    }
+}
+
+VekError *digest_print(const struct digest *digest, const char *name, FILE *out)
 {
     fprintf(out, "log         %s\n", name);
     fprintf(out, "lines       %lu\n", digest->lines);
     print_span(digest, out);
-    fprintf(out, "busiest     of %lu programs or packages\n",
-            (unsigned long)digest->counts->entry_count);
-    if (!print_busiest(digest, top, out)) {
-        return false;
+    VekError *const err = print_busiest(digest, out);
+    if (err == NULL) {
+        print_unreadable(digest, out);
     }
-    fprintf(out, "unreadable  %lu lines\n", digest->unreadable);
-    for (const VekSList *node = digest->samples; node != NULL; node = node->next) {
-        const struct sample *const sample = node->data;
-        fprintf(out, "  line %5lu  %s: %s\n", sample->line, sample->reason, sample->excerpt);
-    }
-    if (digest->unreadable > samples_kept) {
-        fprintf(out, "  and %lu more\n", digest->unreadable - samples_kept);
-    }
-    return true;
+    return err;
 }

@@ -3,20 +3,23 @@
 #ifndef LOGDIGEST_DIGEST_H
 #define LOGDIGEST_DIGEST_H
 
-#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 
-#include <veklib/vekhash.h>
+#include <veklib/vekdict.h>
+#include <veklib/vekerror.h>
+#include <veklib/vekname.h>
 #include <veklib/vekslist.h>
 
-/** The digest of one log. Zero-initialised it is not ready: see digest_init(). */
+/** The digest of one log. */
 struct digest {
+    const VekDict *settings; /**< see digest_settings(); borrowed */
     unsigned long lines;
     unsigned long unreadable;
-    VekHash *counts;   /**< the name of a program or package -> its struct count, owned */
-    VekSList *samples; /**< the first unreadable lines: struct sample, owned */
-    VekSList *last_sample;
+    VekNameTable *names; /**< of the programs or packages */
+    VekDict *counts;     /**< the lines of each name */
+    VekSList *errors;    /**< what is wrong with the first unreadable lines: VekError, owned */
+    VekSList *last_error;
     char *first_stamp; /**< time stamp of the earliest line, owned; null before the first one */
     char *last_stamp;  /**< of the latest line */
     int64_t first_seconds;
@@ -25,16 +28,22 @@ struct digest {
     int month; /**< of the last line without a year; 0 before it */
 };
 
-/** Makes an empty digest; release it with digest_release(). False: no memory, nothing to release.
+/* Functions that can fail return what went wrong, or null; release it with vek_error_destroy(). */
+
+/** The settings and their values to begin with: "busiest" and "unreadable", the numbers of lines to
+ *  print of each.
+ *  @return  a string dictionary, to be changed and released by the caller; null without memory
  */
-bool digest_init(struct digest *digest);
+VekDict *digest_settings(void);
+
+/** Makes an empty digest; release it with digest_release(), also after a failure. */
+VekError *digest_init(struct digest *digest, const VekDict *settings);
 void digest_release(struct digest *digest);
 
-/** Adds a line (NUL-terminated, without its newline). False: no memory. */
-bool digest_add_line(struct digest *digest, const char *line);
+/** Adds a line (NUL-terminated, without its newline). */
+VekError *digest_add_line(struct digest *digest, const char *line);
 
-/** Prints the digest: lines, span, the `top` busiest programs or packages, unreadable lines. False:
- *  no memory. */
-bool digest_print(const struct digest *digest, const char *name, unsigned top, FILE *out);
+/** Prints the digest: lines, span, the busiest programs or packages, unreadable lines. */
+VekError *digest_print(const struct digest *digest, const char *name, FILE *out);
 
 #endif

@@ -7,117 +7,134 @@
 #include <string.h>
 
 #include <veklib/vekmemory.h>
+#include <veklib/vekstrdict.h>
 
-enum { longest_line = 65536, default_top = 10 };
+enum { longest_line = 65536, largest_count = 1000000 };
 
-static const char no_memory[] = "out of memory";
-
-static int fail(const char *name, unsigned long line, const char *reason)
-{
-    if (line != 0) {
-        fprintf(stderr, "logdigest: %s: line %lu: %s\n", name, line, reason);
-    } else {
-        fprintf(stderr, "logdigest: %s: %s\n", name, reason);
-    }
-    return EXIT_FAILURE;
-}
-
-/** Reads a line into `buffer` (longest_line + 1 bytes), without its newline.
- *  @return  1 for a line, 0 at the end, -1 with `reason` filled in */
-static int read_line(FILE *file, char *buffer, const char **reason)
+/** Reads the next line into `buffer` (longest_line + 1 bytes), without its newline.
+ *  @param number  the line's number
+ *  @param end     set at the end of the file */
+static VekError *read_line(FILE *file, char *buffer, unsigned long number, int *end)
 {
     size_t length = 0;
     int c;
     while ((c = getc_unlocked(file)) != EOF && c != '\n') {
         if (c == '\0') {
-            *reason = "not a text file: it has a NUL byte";
-            return -1;
+            return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT,
+                                    "line %lu: not a text file: it has a NUL byte", number);
         }
         if (length == longest_line) {
-            *reason = "longer than 65536 bytes, not a line of a log";
-            return -1;
+            return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT,
+                                    "line %lu: longer than %d bytes, not a line of a log", number,
+                                    longest_line);
         }
         buffer[length++] = (char)c;
     }
     if (ferror(file)) {
-        *reason = strerror(errno);
-        return -1;
+        return VEK_ERROR_CREATE(VEK_ERROR_IO, "%s", strerror(errno));
     }
     buffer[length] = '\0';
-    return c != EOF || length > 0;
+    *end = c == EOF && length == 0;
+    return NULL;
 }
 
-static int digest_file(FILE *file, const char *name, char *buffer, unsigned top,
-                       struct digest *digest)
+static VekError *digest_lines(FILE *file, struct digest *digest)
 {
-    const char *reason = NULL;
-    int result;
-    while ((result = read_line(file, buffer, &reason)) > 0) {
-        if (!digest_add_line(digest, buffer)) {
-            return fail(name, 0, no_memory);
+    char *const buffer = vek_malloc(longest_line + 1);
+    if (buffer == NULL) {
+        return VEK_ERROR_CREATE(VEK_ERROR_OUT_OF_MEMORY, "out of memory");
+    }
+    int end = 0;
+    VekError *err;
+    while ((err = read_line(file, buffer, digest->lines + 1, &end)) == NULL && !end) {
+        err = digest_add_line(digest, buffer);
+        if (err != NULL) {
+            break;
         }
     }
-    if (result < 0) {
-        return fail(name, ferror(file) ? 0 : digest->lines + 1, reason);
+    vek_free(buffer);
+    if (err == NULL && digest->lines == 0) {
+        return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT, "empty");
     }
-    if (digest->lines == 0) {
-        return fail(name, 0, "empty");
+    if (err == NULL && digest->unreadable == digest->lines) {
+        return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT, "no line could be read as a log line");
     }
-    if (digest->unreadable == digest->lines) {
-        return fail(name, 0, "no line could be read as a log line");
-    }
-    if (!digest_print(digest, name, top, stdout)) {
-        return fail(name, 0, no_memory);
-    }
-    return fflush(stdout) == 0 ? EXIT_SUCCESS : fail("standard output", 0, strerror(errno));
+    return err;
 }
 
-static int run(FILE *file, const char *name, unsigned top)
+static VekError *digest_file(FILE *file, const char *name, const VekDict *settings)
 {
     struct digest digest;
-    char *const buffer = vek_malloc(longest_line + 1);
-    int status = EXIT_FAILURE;
-    if (buffer != NULL && digest_init(&digest)) {
-        status = digest_file(file, name, buffer, top, &digest);
-        digest_release(&digest);
-    } else {
-        fail(name, 0, no_memory);
+    VekError *err = digest_init(&digest, settings);
+    if (err == NULL) {
+        err = digest_lines(file, &digest);
     }
-    vek_free(buffer);
-    return status;
+    if (err == NULL) {
+        err = digest_print(&digest, name, stdout);
+    }
+    if (err == NULL && fflush(stdout) != 0) {
+        err = VEK_ERROR_CREATE(VEK_ERROR_IO, "standard output: %s", strerror(errno));
+    }
+    digest_release(&digest);
+    return err;
+}
+
+static VekError *digest_path(const char *path, const VekDict *settings)
+{
+    FILE *const file = fopen(path, "r");
+    if (file == NULL) {
+        return VEK_ERROR_CREATE(VEK_ERROR_IO, "%s", strerror(errno));
+    }
+    VekError *const err = digest_file(file, path, settings);
+    fclose(file);
+    return err;
+}
+
+/* Reads "-n COUNT" and "-e COUNT" into the settings; returns the next argument's number, 0 for a
+ * fault. */
+static int read_options(int argc, char **argv, VekDict *settings)
+{
+    int next = 1;
+    for (; next < argc && argv[next][0] == '-' && argv[next][1] != '\0'; next += 2) {
+        const int busiest = strcmp(argv[next], "-n") == 0;
+        if ((!busiest && strcmp(argv[next], "-e") != 0) || next + 1 == argc) {
+            return 0;
+        }
+        char *end;
+        const unsigned long count = strtoul(argv[next + 1], &end, 10);
+        if (end == argv[next + 1] || *end != '\0' || count > largest_count ||
+            !vek_str_dict_put_int(settings, busiest ? "busiest" : "unreadable", (int32_t)count)) {
+            return 0;
+        }
+    }
+    return argc - next <= 1 ? next : 0;
 }
 
 static int usage(void)
 {
-    fputs("usage: logdigest [-n COUNT] [FILE]\n"
-          "Reads a log (syslog or dpkg) from FILE or standard input; prints the COUNT busiest.\n",
+    fputs("usage: logdigest [-n COUNT] [-e COUNT] [FILE]\n"
+          "Reads a log (syslog or dpkg) from FILE or standard input; prints the COUNT busiest\n"
+          "programs or packages (-n) and the first COUNT lines that it cannot read (-e).\n",
           stderr);
     return 2;
 }
 
 int main(int argc, char **argv)
 {
-    unsigned long top = default_top;
-    int next = 1;
-    if (next + 1 < argc && strcmp(argv[next], "-n") == 0) {
-        char *end;
-        top = strtoul(argv[next + 1], &end, 10);
-        if (*end != '\0' || top == 0 || top > 1000000) {
-            return usage();
-        }
-        next += 2;
-    }
-    if (argc - next > 1 || (next < argc && argv[next][0] == '-' && argv[next][1] != '\0')) {
+    VekDict *const settings = digest_settings();
+    const int next = settings != NULL ? read_options(argc, argv, settings) : 0;
+    if (next == 0) {
+        vek_dict_destroy(settings);
         return usage();
     }
-    if (next == argc || strcmp(argv[next], "-") == 0) {
-        return run(stdin, "standard input", (unsigned)top);
+    const int from_input = next == argc || strcmp(argv[next], "-") == 0;
+    const char *const name = from_input ? "standard input" : argv[next];
+    VekError *const err =
+        from_input ? digest_file(stdin, name, settings) : digest_path(name, settings);
+    if (err != NULL) {
+        fprintf(stderr, "logdigest: %s: %s\n", name, vek_error_get_msg(err));
     }
-    FILE *const file = fopen(argv[next], "r");
-    if (file == NULL) {
-        return fail(argv[next], 0, strerror(errno));
-    }
-    const int status = run(file, argv[next], (unsigned)top);
-    fclose(file);
-    return status;
+    vek_error_destroy(err);
+    vek_dict_destroy(settings);
+    return err != NULL ? EXIT_FAILURE : EXIT_SUCCESS;
 }

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "parse.h"
 
+#include <stdbool.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -88,12 +89,12 @@ static const char *next_word(const char *text)
 }
 
 /* "host program[pid]: message" */
-static const char *parse_program(const char *text, struct record *record)
+static VekError *parse_program(const char *text, struct record *record)
 {
     const char *const tag = next_word(text);
     const size_t length = strcspn(tag, " [:");
     if (length == 0 || (tag[length] != '[' && tag[length] != ':')) {
-        return "no program name";
+        return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT, "no program name");
     }
     record->subject = tag;
     record->subject_length = length;
@@ -101,7 +102,7 @@ static const char *parse_program(const char *text, struct record *record)
 }
 
 /* "install libc6:amd64 2.36", "status installed libc6:amd64 2.36", "startup archives unpack" */
-static const char *parse_package(const char *text, struct record *record)
+static VekError *parse_package(const char *text, struct record *record)
 {
     if (strncmp(text, "startup ", 8) == 0) {
         record->subject = "(dpkg itself)";
@@ -114,10 +115,13 @@ static const char *parse_package(const char *text, struct record *record)
     }
     record->subject = name;
     record->subject_length = strcspn(name, " :");
-    return record->subject_length != 0 ? NULL : "no package name";
+    if (record->subject_length == 0) {
+        return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT, "no package name");
+    }
+    return NULL;
 }
 
-const char *parse_line(const char *line, struct record *record)
+VekError *parse_line(const char *line, struct record *record)
 {
     size_t length = parse_full_stamp(line, ' ', record);
     const bool package = length != 0;
@@ -131,7 +135,7 @@ const char *parse_line(const char *line, struct record *record)
         length = parse_classic_stamp(line, record);
     }
     if (length == 0 || line[length] != ' ') {
-        return "no time stamp";
+        return VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT, "no time stamp");
     }
     record->stamp_length = length;
     const char *const rest = line + length + strspn(line + length, " ");

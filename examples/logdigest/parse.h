@@ -8,9 +8,10 @@
 #ifndef LOGDIGEST_PARSE_H
 #define LOGDIGEST_PARSE_H
 
-#include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
+
+#include <veklib/vekerror.h>
 
 /** What a line says. The texts point into the line. */
 struct record {
@@ -23,9 +24,9 @@ struct record {
 };
 
 /** Reads a line (NUL-terminated, without its newline).
- *  @return  null when `record` is filled in, else the reason in words, a constant
+ *  @return  null when `record` is filled in, else what is wrong; release with vek_error_destroy()
  */
-const char *parse_line(const char *line, struct record *record);
+VekError *parse_line(const char *line, struct record *record);
 
 /** Days from 1970-01-01 to a date of the Gregorian calendar. */
 int64_t days_from_date(int year, int month, int day);
