@@ -26,6 +26,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     VekError *const err = vek_error_create(VEK_ERROR_IO, "open", "io.c", 12, "no %s", "file");
     EXPECT_EQ(vek_error_append_msg(err, "%s %d", ", try", 3), err);
     vek_error_append_msg(err, null_format);
+    vek_error_append_msg(err, "%s", "");
     _vek_error_add_callstack_entry(err, nullptr, nullptr, 7);
     const unsigned allocations = allocator.allocations();
     EXPECT_EQ(allocations, 1u);
@@ -50,6 +51,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     VekError *const silent = vek_error_create(-1, "f", "f.c", 1, null_format);
     EXPECT_EQ(printed(silent), "** Error -1: Unknown Error\n------ Call Stack: ------\n"
                                " 0: f() in f.c:1\n");
+    EXPECT_EQ(vektest::captured(2, [&] { vek_error_print(silent, stderr); }), printed(silent));
     vek_error_destroy(silent);
     EXPECT_EQ(printed(nullptr), "");
     EXPECT_EQ(vek_error_get_type(nullptr), 0);
@@ -80,7 +82,7 @@ TEST(Error, MessageIsCutConsistently)
     }
     VekError *const err = VEK_ERROR_CREATE(VEK_ERROR_BAD_INPUT, "a%cb", '\0');
     vek_error_append_msg(err, "c");
-    vek_error_append_msg(err, "%lc", wint_t{0x7fffffff}); // cannot be converted
+    vek_error_append_msg(err, "xyz%lc", wint_t{0x7fffffff}); // cannot be converted
     EXPECT_STREQ(vek_error_get_msg(err), "ac");
     vek_error_destroy(err);
 }

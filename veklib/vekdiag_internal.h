@@ -4,7 +4,7 @@
 #ifndef VEKLIB_VEKDIAG_INTERNAL_H
 #define VEKLIB_VEKDIAG_INTERNAL_H
 
-#undef NDEBUG // for the declaration of __assert_fail()
+#undef NDEBUG // for the declaration of __assert_fail(); it makes assert() live, too
 #include <assert.h>
 
 #include <optional>

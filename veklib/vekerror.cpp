@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char *unknown = "--unknown--";
 
-/* The last byte stays free of text, whatever the formatter makes of its limit. */
+/* What the message and its terminator may take: the last byte is never used. */
 constexpr uint32_t usable_msg_size = VEK_ERROR_MSG_SIZE - 1;
 
 constexpr VekError vek_error_out_of_memory = {
@@ -62,6 +62,7 @@ const VekErrorCallstackEntry *entry_at(const VekError *err, int index)
 VekError *vek_error_create(int type, const char *func, const char *file, int line,
                            const char *format, ...)
 {
+    // Charged to the library itself: the error's first place tells who asked.
     void *const block = vek_malloc(sizeof(VekError));
     if (block == nullptr) {
         // Nobody changes it: is_allocated tells.

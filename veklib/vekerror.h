@@ -56,8 +56,8 @@ typedef struct VekError {
  *  @param func    function that makes it; borrowed for the error's life; null: "--unknown--"
  *  @param file    its source file; borrowed for the error's life; null: "--unknown--"
  *  @param line    its source line
- *  @param format  printf format of the message, which is cut after 4094 characters; null or empty:
- * no message
+ *   @param format  printf format of the message, which is cut after 4094 characters or at a NUL;
+ * null or empty, or a value that cannot be converted: no message
  *  @return  the error, never null; release with vek_error_destroy()
  *  Fails:   no memory -> the shared error of type VEK_ERROR_OUT_OF_MEMORY, with the message "Out of
  *           Memory"; the functions below take it and leave it as it is
@@ -76,16 +76,18 @@ VEK_API void vek_error_destroy(VekError *err);
 
 /* ---- Change ---- */
 
-/** Adds text to the message; what goes beyond 4094 characters is dropped.
- *  @param err     the error; null ends the process
- *  @param format  printf format; null or empty: nothing is added
+/** Adds text to the message; what goes beyond 4094 characters, or follows a NUL, is dropped.
+ *  @param err     the error; null ends the process through the platform's assertion facility
+ *  @param format  printf format; null or empty: nothing is added. Its values must not be part of
+ * the error's own message
  *  @return  the same error
- *  Fails:   a value that cannot be converted -> the message stays as it was
+ *  Fails:   a value that cannot be converted, or a text beyond INT_MAX -> the message stays as it
+ * was
  */
 VEK_API VEK_PRINTF(2, 3) VekError *vek_error_append_msg(VekError *err, const char *format, ...);
 
 /** Adds a place; dropped when there are 30.
- *  @param err   the error; null ends the process
+ *  @param err   the error; null ends the process through the platform's assertion facility
  *  @param func  function; borrowed for the error's life; null: "--unknown--"
  *  @param file  source file; borrowed for the error's life; null: "--unknown--"
  *  @param line  source line
@@ -99,23 +101,36 @@ VEK_API void _vek_error_add_callstack_entry(VekError *err, const char *func, con
 
 /* ---- Read ----
  *
- * A null error, or an index that is not in use, gives 0, an empty message or "--unknown--". Texts
- * are borrowed: the message for as long as the error lives and is not changed. */
+ * Indices count from 0, the place that made the error, to one less than the count. A null error, or
+ * an index that is not in use, gives 0, an empty message or "--unknown--", without a warning. */
 
+/** Returns the type. */
 VEK_API int vek_error_get_type(const VekError *err);
+/** Returns the message, borrowed: part of the error, where text that is added shows up. */
 VEK_API const char *vek_error_get_msg(const VekError *err);
+/** Returns the number of places. */
 VEK_API int vek_error_get_callstack_count(const VekError *err);
+/** Returns the function of a place, borrowed: the pointer that was given. */
 VEK_API const char *vek_error_get_callstack_func(const VekError *err, int index);
+/** Returns the source file of a place, borrowed: the pointer that was given. */
 VEK_API const char *vek_error_get_callstack_file(const VekError *err, int index);
+/** Returns the source line of a place. */
 VEK_API int vek_error_get_callstack_line(const VekError *err, int index);
 
-/** Prints type, message and places.
+/** Prints an error; without a message or places their lines are left out. Nothing is flushed.
+ *
+ *      ** Error 2: I/O Error
+ *      cannot open /etc/gateway.conf
+ *      ------ Call Stack: ------
+ *       0: read_settings() in settings.c:41
+ *       1: main() in main.c:12
+ *
  *  @param err     the error; null prints nothing
  *  @param stream  where to; null: standard output
  */
 VEK_API void vek_error_print(const VekError *err, FILE *stream);
 
-/** Returns the text of a type, a constant; "Unknown Error" for a number of the application's. */
+/** Returns the text of a type, a constant; "Unknown Error" for any other number. */
 VEK_API const char *_vek_error_get_string(int type);
 
 VEK_END_DECLS

@@ -3,11 +3,13 @@
  *  Thread primitives for applications: slots that hold one pointer per thread, and recursive
  * mutexes. The library itself uses neither.
  *
- *      static VekPrivate slot;                        // slot = vek_private_new(free) at start
- *      vek_private_set(slot, buffer);                 // for this thread
+ *      static VekPrivate slot;
+ *      slot = vek_private_new(free);                  // once, at start; 0: there is none
+ *      vek_private_set(slot, malloc(100));            // in each thread
  *      char *buffer = vek_private_get(slot);
  *
- *  Threads: every function may be called from any thread.
+ *  Threads: slots are read and set by any thread; a slot is given back, and a mutex initialised,
+ * while no thread uses it.
  */
 #ifndef VEKLIB_VEKTHREAD_H
 #define VEKLIB_VEKTHREAD_H
@@ -30,27 +32,31 @@ typedef uint32_t VekPrivate;
  */
 VEK_API VekPrivate vek_private_new(void (*destructor)(void *value));
 
-/** Gives a slot back; values that are still in it are not destroyed.
+/** Gives a slot back; values that are still in it are not destroyed, and its number may be used
+ * again.
+ *  @param slot  the slot
  *  @return  0
  *  Fails:   no such slot -> the platform's error number
  */
 VEK_API int vek_private_free(VekPrivate slot);
 
-/** Stores the calling thread's value.
- *  @param value  the value; may be null; the slot's destructor releases it when the thread ends
+/** Stores the calling thread's value; the one before it is not destroyed.
+ *  @param slot   the slot
+ *  @param value  the value; may be null. A thread that ends while the slot exists hands it to the
+ * slot's destructor; the end of the process does not
  *  @return  0
  *  Fails:   no such slot, or no memory -> the platform's error number
  */
 VEK_API int vek_private_set(VekPrivate slot, void *value);
 
-/** Returns the calling thread's value, borrowed; null when there is none, or no such slot. */
+/** Returns the calling thread's value in a slot, borrowed; null when there is none, or (with the
+ * GNU C library) no such slot. */
 VEK_API void *vek_private_get(VekPrivate slot);
 
-/** Makes a mutex of the caller's a recursive one: its owner may lock it again and unlocks it as
- * often.
- *  @param mutex  the mutex, not in use; end it with pthread_mutex_destroy()
+/** Initialises a recursive mutex: its owner may lock it again and unlocks it as often.
+ *  @param mutex  the caller's storage, not initialised; end it with pthread_mutex_destroy()
  *  @return  0
- *  Fails:   the platform's error number; the mutex is then no mutex
+ *  Fails:   the platform's error number; the storage is then not initialised
  */
 VEK_API int vek_mutex_init(pthread_mutex_t *mutex);
 
