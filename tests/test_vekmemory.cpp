@@ -3,7 +3,9 @@
 #include <veklib/vekdiag.h>
 #include <veklib/vekhash.h>
 #include <veklib/vekmemory.h>
+#include <veklib/vekname.h>
 #include <veklib/vekstack.h>
+#include <veklib/vekstr.h>
 #include <veklib/vekstrfuncs.h>
 
 #include "support/support.h"
@@ -350,6 +352,10 @@ TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
 extern "C" __attribute__((noinline)) void *asker(int operation, ...)
 {
     static VekHash *hash;
+    static VekStr persistent = {0, ""};
+    static VekName name = {0, const_cast<char *>("x")};
+    VekStr *variable = &persistent;
+    VekStr **const text = &variable;
     va_list args;
     va_start(args, operation);
     void *volatile result = nullptr; // keeps every call from being a tail call
@@ -400,6 +406,40 @@ extern "C" __attribute__((noinline)) void *asker(int operation, ...)
         vek_memory_disable_trace(), hash = vek_hash_new(), vek_memory_enable_trace();
         result = reinterpret_cast<void *>(intptr_t{vek_hash_insert(hash, nullptr, nullptr)});
         break;
+    case 15:
+        result = vek_str_create("x");
+        break;
+    case 16:
+        result = vek_str_ncreate("x", 1);
+        break;
+    case 17:
+        result = vek_str_create_printf("%s", "x");
+        break;
+    case 18:
+        result = vek_str_create_printf("%300d", 1);
+        break;
+    case 19:
+        result = vek_str_create_vprintf("%d", args);
+        break;
+    case 20:
+        vek_str_prepend_char(text, 'x');
+        result = *text;
+        break;
+    case 21:
+        vek_str_prepend_c_str(text, "x");
+        result = *text;
+        break;
+    case 22:
+        vek_str_append_c_str(text, "x");
+        result = *text;
+        break;
+    case 23:
+        vek_str_append_vek_str(text, *text);
+        result = *text;
+        break;
+    case 24:
+        result = vek_name_to_vek_str(&name);
+        break;
     default:
         break;
     }
@@ -416,7 +456,7 @@ TEST(Trace, AttributesToTheCodeThatAsked)
         std::string name;
     };
     std::vector<Row> rows;
-    for (int operation = 0; operation < 15; ++operation) {
+    for (int operation = 0; operation < 25; ++operation) {
         rows.push_back({[=] { return asker(operation, 5); }, "asker"});
     }
     rows.push_back({[] { return vek_slist_dup(&list, nullptr); }, "vek_slist_dup"});

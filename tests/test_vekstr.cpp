@@ -188,6 +188,12 @@ TEST(Str, ChecksNameTheFault)
                  EXPECT_EQ(vek_str_ref(text), text); // the last one that is granted
                  EXPECT_EQ(vek_str_ref(text), nullptr);
                  EXPECT_EQ(text->count, UINT_MAX - 1);
+             }},
+            {{{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}},
+             [] {
+                 VekStr *holder = vek_str_create("y");
+                 EXPECT_EQ(vek_str_assign(&holder, &text), nullptr);
+                 EXPECT_EQ(holder, nullptr);
                  text->count = 1;
              }},
             {{{"vek_str_eq_c_str", "s1 != NULL"}},
@@ -272,7 +278,10 @@ TEST(Name, HashHasItsReferenceValues)
                 {"abc", 1363884370},
                 {"hello world", 1868332526},
                 {"abcdefghijkl", 1397356752},
-                {"abcdefghijklmnopqrstuvwxyz", 813469812}};
+                {"abcdefghijklmnopqrstuvwxyz", 813469812},
+                {"abcdef", 1016827662},
+                {"abcdefgh\xff", 1580619107},
+                {"\xc3\xa4\xff", 681082550}};
     VekNameTable *table = vek_name_table_create(nullptr);
     for (const auto &row : rows) {
         EXPECT_EQ(table->hash->hash_func(row.text), row.hash) << row.text;

@@ -190,6 +190,8 @@ TEST(Value, ConvertsToNumbers)
     } rows[] = {
         {"0x1A", 26, "", 26, ""},
         {"010", 8, "", 10, ""},
+        {"0b11", 0, "", 0, ""},
+        {"\t-0x10", -16, "", -16, ""},
         {"12abc", 12, "", 12, ""},
         {" 7", 7, "", 7, ""},
         {"0", 0, "", 0, ""},
@@ -247,6 +249,14 @@ TEST(Value, ConvertsToText)
     EXPECT_EQ(text_of(named), "eth0");
     EXPECT_EQ(text_of(pointer), address("VEK_VALUE_POINTER", &name));
     EXPECT_EQ(text_of(list), address("VEK_VALUE_SLIST_OF_POINTER", nullptr));
+    const std::pair<VekValueType, const char *> lists[] = {
+        {VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
+        {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
+        {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"}};
+    for (const auto &[type, text] : lists) {
+        Value typed(vek_value_init, type);
+        EXPECT_EQ(text_of(typed), address(text, nullptr));
+    }
     EXPECT_EQ(text_of(taken), address("VEK_VALUE_DICT", dict));
     VekValue value;
     make(&value, VEK_VALUE_VEKSTR);
@@ -308,8 +318,33 @@ TEST(Value, OwnershipFollowsTheVerb)
     vek_value_release(&value);
     vek_value_take_slist_of_value(&value, vek_slist_prepend(nullptr, vek_calloc(1, sizeof value)));
     vek_value_release(&value);
-    vek_value_take_slist_of_int(&value, nullptr);
-    vek_value_release(&value);
+    const std::pair<void (*)(VekValue *, VekSList *), VekValueType> lists[] = {
+        {vek_value_take_slist_of_int, VEK_VALUE_SLIST_OF_INT},
+        {vek_value_take_slist_of_str, VEK_VALUE_SLIST_OF_STRING},
+        {vek_value_take_slist_of_ptr, VEK_VALUE_SLIST_OF_POINTER},
+        {vek_value_take_slist_of_value, VEK_VALUE_SLIST_OF_VALUE}};
+    for (const auto &[take, type] : lists) {
+        take(&value, nullptr);
+        EXPECT_EQ(vek_value_get_type(&value), type);
+        vek_value_release(&value);
+    }
+}
+
+TEST(Value, ListsAreCopiedWholeOrNotAtAll)
+{
+    vektest::Allocator allocator;
+    VekStr *const limited = vek_str_create("x");
+    limited->count = UINT_MAX - 1; // refuses a reference
+    VekValue copy;
+    captured(2, [&] {
+        Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, limited));
+        EXPECT_EQ(vek_value_copy(&copy, strings), 0);
+        EXPECT_EQ(vek_value_get_slist(&copy), nullptr);
+        limited->count = 1;
+        Value values(vek_value_take_slist_of_value,
+                     vek_slist_prepend(nullptr, vek_calloc(1, sizeof(VekValue))));
+        EXPECT_EQ(vek_value_dup(values), nullptr);
+    });
 }
 
 TEST(Value, ChecksNameTheFault)
@@ -374,6 +409,10 @@ TEST(Value, ChecksNameTheFault)
              [] { EXPECT_EQ(vek_value_steal_pointer(nullptr), nullptr); }},
             {{{"vek_value_steal_pointer", "value->vt->type == VEK_VALUE_POINTER"}},
              [] { EXPECT_EQ(vek_value_steal_pointer(&number), nullptr); }},
+            {{{"vek_value_get_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR"}},
+             [] { EXPECT_EQ(vek_value_get_vekstr(&number), nullptr); }},
+            {{{"vek_value_get_dict", "vekvalue->vt->type == VEK_VALUE_DICT"}},
+             [] { EXPECT_EQ(vek_value_get_dict(&number), nullptr); }},
             {{{"vek_value_get_name", "vekvalue->vt->type == VEK_VALUE_NAME"}},
              [] { EXPECT_EQ(vek_value_get_name(&number), nullptr); }},
             {{no_type,

@@ -48,6 +48,9 @@ VekDictItem *dict_iter_next(VekDictIter *iter)
     }
     const auto count = static_cast<uint32_t>(iter->segment->count);
     if (iter->index == count) {
+        if (iter->segment->next == nullptr) { // a dictionary that is being cleared
+            return nullptr;
+        }
         iter->segment = iter->segment->next;
         iter->base += count;
         iter->index = 0;
@@ -92,7 +95,7 @@ struct Search {
 bool is_same_key(const VekValue *key, const VekValue *stored)
 {
     if (key->vt->type == VEK_VALUE_INT) {
-        return stored->vt == key->vt && stored->payload.integer == key->payload.integer;
+        return stored->vt->type == VEK_VALUE_INT && stored->payload.integer == key->payload.integer;
     }
     return vek_value_equal(key, stored) != 0;
 }
@@ -116,7 +119,7 @@ Search find_item(const VekDict *dict, const VekValue *key, const char *function)
             }
         }
         left -= used;
-        if (left == 0) {
+        if (left == 0 || segment->next == nullptr) {
             return {nullptr, segment, used, false};
         }
     }
@@ -141,6 +144,9 @@ VekDictItem *next_slot(const Search &search)
 
 /* ---- Release ---- */
 
+/* What is released may come back and look into the dictionary, so nothing is freed that it can still
+ * reach. */
+
 void release_items(VekDictSegment *segment)
 {
     for (int32_t i = 0; i < segment->count; ++i) {
@@ -149,23 +155,27 @@ void release_items(VekDictSegment *segment)
     }
 }
 
+/** Releases the items of a segment and of all behind it. */
+void release_items_from(VekDictSegment *segment)
+{
+    for (; segment != nullptr; segment = segment->next) {
+        release_items(segment);
+    }
+}
+
 void zero_first_items(VekDict *dict)
 {
     VekDictSegment &first = dict->first_seg;
     memset(first.items, 0, static_cast<size_t>(first.count) * sizeof(VekDictItem));
-    first.next = nullptr;
     dict->len = 0;
 }
 
-/** Frees the segments behind the first, with what is in them if `release` says so. */
-void free_later_segments(VekDict *dict, bool release)
+void free_later_segments(VekDict *dict)
 {
     VekDictSegment *segment = dict->first_seg.next;
+    dict->first_seg.next = nullptr;
     while (segment != nullptr) {
         VekDictSegment *const next = segment->next;
-        if (release) {
-            release_items(segment);
-        }
         vek_free(segment);
         segment = next;
     }
@@ -243,8 +253,8 @@ void vek_dict_destroy(VekDict *dict)
     if (dict->destroy_func != nullptr) {
         walk(dict, dict->destroy_func, dict->user_data);
     }
-    release_items(&dict->first_seg);
-    free_later_segments(dict, true);
+    release_items_from(&dict->first_seg);
+    free_later_segments(dict);
     vek_free(dict);
 }
 
@@ -284,7 +294,7 @@ VekDict *vek_dict_dup_and_clear(VekDict *orig_dict_ptr)
         left -= used;
     }
     dict->len = orig_dict_ptr->len;
-    free_later_segments(orig_dict_ptr, false);
+    free_later_segments(orig_dict_ptr);
     zero_first_items(orig_dict_ptr);
     return dict;
 }
@@ -348,7 +358,8 @@ VekDict *vek_dict_clear(VekDict *vekdict_ptr)
 {
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
 
-    free_later_segments(vekdict_ptr, true);
+    release_items_from(vekdict_ptr->first_seg.next);
+    free_later_segments(vekdict_ptr);
     release_items(&vekdict_ptr->first_seg);
     zero_first_items(vekdict_ptr);
     return vekdict_ptr;

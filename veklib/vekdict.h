@@ -22,7 +22,9 @@
 
 VEK_BEGIN_DECLS
 
-/** Receives the records of an item and the caller's data; a nonzero result stops the walk. */
+/** Receives the records of an item and the caller's data; a nonzero result stops the walk. The records
+ *  are the dictionary's: the datum may be changed in place, the key must not be. The function may put
+ *  items, but must not clear, empty or release the dictionary. */
 typedef int (*VekDictForeachFunc)(VekValue *key, VekValue *data, void *user_data);
 
 /** One item. */
@@ -53,9 +55,9 @@ struct VekDict {
 
 /** Makes an empty dictionary.
  *  @param init_count    slots of the first segment, above 0: the number of items to expect
- *  @param key_type      declared type of the keys
+ *  @param key_type      declared type of the keys, which only the facades check
  *  @param destroy_func  called for each item before the last reference releases them all; a nonzero
- *                       result ends these calls; must not change the dictionary; may be null
+ *                       result ends these calls; may be null
  *  @param user_data     handed to it; may be null; borrowed for the dictionary's life
  *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
  *  Fails:   no memory -> null; no slots -> null, with a warning
@@ -63,7 +65,10 @@ struct VekDict {
 VEK_API VekDict *_vek_dict_create_full(int init_count, VekValueType key_type,
                                        VekDictForeachFunc destroy_func, void *user_data);
 
-/** _vek_dict_create_full() without a function; its warning names that one. */
+/** Makes an empty dictionary without a function for its end.
+ *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  Fails:   as _vek_dict_create_full(), which the warning names
+ */
 VEK_API VekDict *_vek_dict_create(int init_count, VekValueType key_type);
 
 /** Takes a reference.
@@ -72,26 +77,28 @@ VEK_API VekDict *_vek_dict_create(int init_count, VekValueType key_type);
  */
 VEK_API VekDict *vek_dict_ref(VekDict *dict);
 
-/** Drops a reference; the last one releases the dictionary with all keys and data.
+/** Drops a reference. The last one calls the destroy function for the items and releases the dictionary
+ *  with all keys and data.
  *  @param dict  the reference, taken; null does nothing
  */
 VEK_API void vek_dict_destroy(VekDict *dict);
 
-/** Copies a dictionary: strings and lists are duplicated, VekStr and dictionaries shared by
- *  reference. The copy has all items in its first segment, and no destroy function.
+/** Copies a dictionary; keys and data as vek_value_copy() does. The copy has all items in its first
+ *  segment, and no destroy function.
  *  @param orig_dict_ptr  the dictionary; borrowed
  *  @param init_count     slots of the copy's first segment, above 0; more if there are more items
  *  @return  the copy, with one reference for the caller; drop it with vek_dict_destroy()
- *  Fails:   no memory -> null; null dictionary or no slots -> null, with a warning
+ *  Fails:   no memory, or a key or datum that cannot be copied -> null; null dictionary or no slots ->
+ *           null, with a warning
  */
 VEK_API VekDict *vek_dict_copy(const VekDict *orig_dict_ptr, int init_count);
 
-/** Moves all items into a new dictionary, which has no destroy function, and leaves the old one
- *  empty.
+/** Moves all items into a new dictionary, which has no destroy function. The old one stays the caller's,
+ *  empty, with its references and its destroy function, which is not called.
  *  @param orig_dict_ptr  the dictionary
  *  @return  the new dictionary, with one reference for the caller; drop it with vek_dict_destroy()
- *  Fails:   no memory -> null; null or empty dictionary -> null, with a warning (for the empty one
- *           it names _vek_dict_create_full). The old dictionary is as before
+ *  Fails:   no memory -> null; null or empty dictionary -> null, with a warning (for the empty one it
+ *           names _vek_dict_create_full). The old dictionary is as before
  */
 VEK_API VekDict *vek_dict_dup_and_clear(VekDict *orig_dict_ptr);
 
@@ -107,30 +114,32 @@ VEK_API VekValueType vek_dict_get_key_type(const VekDict *vekdict);
  */
 VEK_API int vek_dict_get_len(const VekDict *vekdict);
 
-/** Finds the datum of a key.
+/** Finds the datum of a key; keys of different types never match.
  *  @param vekdict_ptr  the dictionary
  *  @param key          the key; borrowed
- *  @return  the datum's record, borrowed: valid until the dictionary is cleared, emptied or
- *           released; null when the key is absent
- *  Fails:   null dictionary, null or empty key, or a stored key that was emptied from outside ->
- *           null, with a warning
+ *  @return  the datum's record, borrowed: valid until the dictionary is cleared, emptied or released (a
+ *           put of the same key changes what it holds); null when the key is absent
+ *  Fails:   null dictionary, null or empty key, or a stored key that was emptied from outside -> null,
+ *           with a warning
  */
 VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key);
 
 /* ---- Change ---- */
 
-/** Stores a datum under a key. A key that is present keeps its slot and its stored key; the old
- * datum is released.
+/** Stores a datum under a key of any type. A key that is present keeps its slot and its stored key; the
+ *  old datum is released.
  *  @param vekdict_ptr  the dictionary
  *  @param key          the key's record; taken on success and left empty
- *  @param data         the datum's record; taken on success and zero-filled
+ *  @param data         the datum's record, not empty; taken on success and zero-filled
  *  @return  1 on success
- *  Fails:   no memory -> 0; null dictionary, null or empty key, null datum, or a stored key that
- * was emptied from outside -> 0, with a warning. The records stay the caller's
+ *  Fails:   no memory -> 0; null dictionary, null or empty key, null datum, or a stored key that was
+ *           emptied from outside -> 0, with a warning. The records stay the caller's
  */
 VEK_API int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data);
 
-/** Releases all items; the destroy function is not called.
+/** Releases all items and gives back all segments but the first. The destroy function stays, and is not
+ *  called.
+ *  @param vekdict_ptr  the dictionary
  *  @return  the same dictionary, empty, with its references
  *  Fails:   null dictionary -> null, with a warning
  */
@@ -138,8 +147,8 @@ VEK_API VekDict *vek_dict_clear(VekDict *vekdict_ptr);
 
 /* ---- Walk ---- */
 
-/** Calls a function for each item in the order of insertion until it returns nonzero. The function
- *  may put items (new ones are visited too) but must not clear, empty or release the dictionary.
+/** Calls a function for each item in the order of insertion, also those that it puts meanwhile, until it
+ *  returns nonzero.
  *  @param vekdict    the dictionary
  *  @param func       the function
  *  @param user_data  handed to it; may be null; borrowed
@@ -149,9 +158,10 @@ VEK_API void vek_dict_foreach(VekDict *vekdict, VekDictForeachFunc func, void *u
 
 /* ---- Diagnostics ---- */
 
-/** Prints the items to standard output in the order of insertion, a line each: "Key: ", the key's
- *  text, a tab, "Value:", the datum's text. For a text that there is no memory for "(nul)" is
- * printed. Fails: no memory -> nothing printed; null dictionary -> nothing printed, with a warning
+/** Prints the items to standard output in the order of insertion, a line each: "Key: ", the key's text,
+ *  a tab, "Value:", the datum's text; "(nul)" for a text that cannot be made.
+ *  @param vekdict  the dictionary; borrowed
+ *  Fails: no memory -> nothing printed; null dictionary -> nothing printed, with a warning
  */
 VEK_API void vek_dict_print(const VekDict *vekdict);
 

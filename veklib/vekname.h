@@ -20,7 +20,7 @@
 
 VEK_BEGIN_DECLS
 
-/** A name, owned by its table. */
+/** A name, owned by its table; for reading. */
 typedef struct VekName {
     int32_t id;   /**< the number given by whoever interned the text first */
     char *string; /**< the table's own copy of the text */
@@ -40,7 +40,8 @@ typedef struct VekNameTable {
  */
 VEK_API VekNameTable *vek_name_table_create(VekNameTable **name_table);
 
-/** Releases a table and all its names, and clears the caller's variable.
+/** Releases a table and all its names, and clears the caller's variable. Names and texts that were
+ *  borrowed from it, in values and dictionaries too, are invalid afterwards.
  *  @param name_table  address of the variable; nothing happens when it holds null
  *  Fails: null address -> nothing done, with a warning
  */
@@ -57,7 +58,9 @@ VEK_API void vek_name_table_destroy(VekNameTable **name_table);
  */
 VEK_API VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int32_t id);
 
-/** vek_name_from_string() with the text of a VekStr, which is only read. */
+/** Interns the text of a VekStr, which is only read.
+ *  Fails: as vek_name_from_string(); null table or `vek_str` -> null, with a warning
+ */
 VEK_API VekName *vek_name_from_vek_str(VekNameTable *name_table, const VekStr *vek_str, int32_t id);
 
 /** Finds the name of a text and creates none.

@@ -26,49 +26,59 @@ VEK_BEGIN_DECLS
  */
 VEK_API VekDict *vek_name_dict_create(int init_count);
 
-/** vek_name_dict_create() with a function for the end of the dictionary's life.
+/** Makes an empty dictionary with a function for the end of its life.
+ *  @param init_count    slots of the first segment, above 0: the number of items to expect
  *  @param destroy_func  see _vek_dict_create_full(); may be null
  *  @param user_data     handed to it; may be null; borrowed for the dictionary's life
+ *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  Fails:   no memory -> null; no slots -> null, with a warning
  */
 VEK_API VekDict *vek_name_dict_create_full(int init_count, VekDictForeachFunc destroy_func,
                                            void *user_data);
 
 /* ---- put: store a datum under a key ----
  *
- * @param dict  the dictionary
- * @param key   the key; stays its table's, which must live as long
- * @return      1 on success; an equal key that is stored gets the new datum, the old one is
- * released Fails:       no memory -> 0; null dictionary, or one with other keys -> 0, with a
- * warning. The dictionary is unchanged and the datum stays the caller's */
+ * @param key   the key, which may be null; names are equal when they are the same. It stays
+ *              its table's, which must live as long as the dictionary
+ * @return      1 on success; an equal key that is stored keeps its place and gets the new datum, and
+ *              the old datum is released
+ *
+ * Fails: no memory -> 0; null dictionary, or one with other keys -> 0, with a warning. The dictionary
+ * is unchanged and the datum stays the caller's. */
 
-/** Stores a VekStr: the caller's reference passes to the dictionary. */
-VEK_API int vek_name_dict_put_vekstr(VekDict *dict, VekName *key, VekStr *value);
+/** Stores a VekStr, which may be null: the caller's reference passes to the dictionary. */
+VEK_API int vek_name_dict_put_vekstr(VekDict *vekdict_ptr, VekName *key, VekStr *value);
 /** Stores a new VekStr of a text, which is copied; a null text is a failure. */
-VEK_API int vek_name_dict_dup_and_put_string(VekDict *dict, VekName *key, const char *value);
+VEK_API int vek_name_dict_dup_and_put_string(VekDict *vekdict_ptr, VekName *key, const char *value);
 /** Stores an integer. */
-VEK_API int vek_name_dict_put_int(VekDict *dict, VekName *key, int32_t value);
+VEK_API int vek_name_dict_put_int(VekDict *vekdict_ptr, VekName *key, int32_t value);
 /** Stores a number. */
-VEK_API int vek_name_dict_put_double(VekDict *dict, VekName *key, double value);
+VEK_API int vek_name_dict_put_double(VekDict *vekdict_ptr, VekName *key, double value);
 /** Stores a pointer, which is never released by the dictionary. */
-VEK_API int vek_name_dict_put_persistent_pointer(VekDict *dict, VekName *key, void *value);
-/** Stores a value: the record is moved into the dictionary and zero-filled. */
-VEK_API int vek_name_dict_put_value(VekDict *dict, VekName *key, VekValue *value);
+VEK_API int vek_name_dict_put_persistent_pointer(VekDict *vekdict_ptr, VekName *key, void *value);
+/** Stores a value: the record is moved into the dictionary and zero-filled. A null record is a failure,
+ *  with a warning of _vek_dict_put_value(). */
+VEK_API int vek_name_dict_put_value(VekDict *vekdict_ptr, VekName *key, VekValue *value);
 
 /* ---- get: the datum of a key ----
  *
- * @param dict  the dictionary
- * @param key   the key; borrowed
- * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or
- * released. An absent key gives null or 0 Fails:       null dictionary, one with other keys, or a
- * datum of another type -> null or 0, with a warning */
+ * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or released.
+ *              An absent key gives null or 0; vek_name_dict_key_exists() tells it from a stored one
+ *
+ * Fails: null dictionary, or one with other keys -> null or 0, with a warning; a datum of another type
+ * than the function's -> null or 0, with a warning of the vek_value_get_ function that reads it. */
 
 /** Returns the record of a datum of any type. */
-VEK_API VekValue *vek_name_dict_get_value(const VekDict *dict, VekName *key);
-VEK_API void *vek_name_dict_get_pointer(const VekDict *dict, VekName *key);
-VEK_API VekStr *vek_name_dict_get_vekstr(const VekDict *dict, VekName *key);
-/** Returns the text of a VekStr datum. */
-VEK_API const char *vek_name_dict_get_string(const VekDict *dict, VekName *key);
+VEK_API VekValue *vek_name_dict_get_value(const VekDict *vekdict_ptr, VekName *key);
+/** Returns a pointer datum. */
+VEK_API void *vek_name_dict_get_pointer(const VekDict *vekdict_ptr, VekName *key);
+/** Returns a VekStr datum; vek_str_ref() keeps it. */
+VEK_API VekStr *vek_name_dict_get_vekstr(const VekDict *vekdict_ptr, VekName *key);
+/** Returns the text of a VekStr datum (not of a string that was stored as a value). */
+VEK_API const char *vek_name_dict_get_string(const VekDict *vekdict_ptr, VekName *key);
+/** Returns an integer datum. */
 VEK_API int32_t vek_name_dict_get_int(const VekDict *dict, VekName *key);
+/** Returns a number datum. */
 VEK_API double vek_name_dict_get_double(const VekDict *dict, VekName *key);
 /** Returns 1 when the key is stored, else 0. */
 VEK_API int vek_name_dict_key_exists(const VekDict *dict, VekName *key);

@@ -15,10 +15,15 @@ namespace {
 
 constexpr size_t header_size = offsetof(VekStr, text);
 
-/** A string with one reference and room for `length` characters, which its caller fills in. */
-VekStr *new_str(size_t length, void *return_address)
+/** A string with one reference and room for `length` characters, which its caller fills in.
+ *  Fails: no memory, or a length that is no int -> null. */
+VekStr *new_str(uint64_t length, void *return_address)
 {
-    void *const block = vek_malloc_with_return(header_size + length + 1, return_address);
+    if (length > INT_MAX) {
+        return nullptr;
+    }
+    const size_t size = header_size + static_cast<size_t>(length) + 1;
+    void *const block = vek_malloc_with_return(size, return_address);
     if (block == nullptr) {
         return nullptr;
     }
@@ -32,7 +37,7 @@ VekStr *new_str(size_t length, void *return_address)
 int replace(VekStr **variable, const char *head, size_t head_length, const char *tail,
             size_t tail_length, void *return_address)
 {
-    VekStr *const joined = new_str(head_length + tail_length, return_address);
+    VekStr *const joined = new_str(uint64_t{head_length} + tail_length, return_address);
     if (joined == nullptr) {
         return 0;
     }

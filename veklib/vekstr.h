@@ -34,7 +34,7 @@ typedef struct VekStr {
 
 /** Makes a string of the first characters of a text.
  *  @param cstr  the text, read up to `len` characters or its NUL; may be null if `len` is 0; copied
- *  @param len   characters; the block has room for as many, also when the text is shorter
+ *  @param len   characters; room for as many, also when the text is shorter (NULs fill it up)
  *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
  *  Fails:   no memory -> null; negative `len`, or null `cstr` with characters to copy -> null, with
  *           a warning
@@ -42,9 +42,9 @@ typedef struct VekStr {
 VEK_API VekStr *vek_str_ncreate(const char *cstr, int len);
 
 /** Makes a string of a whole text.
- *  @param cstr  the text; may be null; copied
+ *  @param cstr  the text, of at most INT_MAX characters; may be null; copied
  *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
- *  Fails:   null `cstr` or no memory -> null
+ *  Fails:   null `cstr`, a longer text or no memory -> null
  */
 VEK_API VekStr *vek_str_create(const char *cstr);
 
@@ -95,8 +95,7 @@ VEK_API VekStr *vek_str_assign(VekStr **dest, VekStr *const *src);
 
 /* ---- Read and compare ---- */
 
-/** Returns the text, borrowed: valid as long as the string lives and is not changed; null for null.
- */
+/** Returns the text, borrowed: valid as long as the string lives; null for null. */
 VEK_API const char *vek_str_to_c_str(const VekStr *vekstr);
 
 /** Returns the number of characters in front of the NUL; counts them.
@@ -153,28 +152,29 @@ VEK_API void vek_str_char_swap(VekStr *vekstr, char from, char to);
 
 /** Puts a character in front.
  *  @param vekstr  address of the variable
- *  @return  1; 0 when there is no memory, or, with a warning, no variable or no string in it
+ *  @param c       the character; a NUL makes a string that reads as empty
+ *  @return  1; 0 without memory, or, with a warning, without a variable or a string in it
  */
 VEK_API int vek_str_prepend_char(VekStr **vekstr, char c);
 
 /** Puts a text in front.
  *  @param vekstr  address of the variable
- *  @param c       the text; copied
- *  @return  1; 0 when there is no memory, or, with a warning, no variable, text or string in it
+ *  @param c       the text, which may be the string's own; copied
+ *  @return  1; 0 without memory, or, with a warning, without a text, a variable or a string in it
  */
 VEK_API int vek_str_prepend_c_str(VekStr **vekstr, const char *c);
 
 /** Puts a text at the end.
  *  @param vekstr  address of the variable
  *  @param c       the text, which may be the string's own; copied
- *  @return  1; 0 when there is no memory, or, with a warning, no variable, text or string in it
+ *  @return  1; 0 without memory, or, with a warning, without a text, a variable or a string in it
  */
 VEK_API int vek_str_append_c_str(VekStr **vekstr, const char *c);
 
 /** Puts a string's text at the end.
  *  @param vekstr1  address of the variable
  *  @param vekstr   the string, which may be the one in the variable; copied
- *  @return  1; 0 when there is no memory, or, with a warning, no variable, string or string in it
+ *  @return  1; 0 without memory, or, with a warning, without `vekstr`, a variable or a string in it
  */
 VEK_API int vek_str_append_vek_str(VekStr **vekstr1, const VekStr *vekstr);
 

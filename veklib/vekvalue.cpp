@@ -6,8 +6,8 @@
 #include "veklib/vekdict.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekstrfuncs.h"
-#include "veklib/vekvalue_internal.h"
 
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -116,6 +116,9 @@ struct List {
     {
         auto *const list = static_cast<VekSList *>(payload);
         VekSList *const result = vek_slist_dup(list, copy);
+        if constexpr (copy == nullptr) {
+            return result;
+        }
         const VekSList *source = list;
         for (const VekSList *node = result; node != nullptr; node = node->next) {
             if (node->data == nullptr && source->data != nullptr) {
@@ -170,6 +173,13 @@ constexpr const char *type_names[VEK_VALUE_MAX] = {
     "VEK_VALUE_DICT",
 };
 
+/** The name of a type; a text of its own for a number that is none. */
+const char *value_type_to_string(VekValueType type)
+{
+    return type >= VEK_VALUE_INT && type < VEK_VALUE_MAX ? type_names[type]
+                                                         : "[unknown VekValueType]";
+}
+
 /** Makes a record a value of `type` that holds `payload`. */
 void become(VekValue *record, VekValueType type, void *payload)
 {
@@ -203,6 +213,22 @@ void tell_conversion_fault(const char *text, bool nothing_read, const char *numb
     }
 }
 
+/** The base that a text asks for: 16 for "0x", 8 for a leading 0, else 10. Newer C libraries would
+ * read more prefixes if they were asked to find out. */
+int base_of(const char *text)
+{
+    while (isspace(static_cast<unsigned char>(*text))) {
+        ++text;
+    }
+    if (*text == '-' || *text == '+') {
+        ++text;
+    }
+    if (*text != '0') {
+        return 10;
+    }
+    return text[1] == 'x' || text[1] == 'X' ? 16 : 8;
+}
+
 int32_t string_to_int(const char *text)
 {
     if (text == nullptr) {
@@ -210,7 +236,7 @@ int32_t string_to_int(const char *text)
     }
     char *end;
     errno = 0;
-    long number = strtol(text, &end, 0);
+    long number = strtol(text, &end, base_of(text));
     if (number > INT32_MAX || number < INT32_MIN) { // where long is wider
         number = number > 0 ? INT32_MAX : INT32_MIN;
         errno = ERANGE;
@@ -254,12 +280,6 @@ int32_t double_to_int(double number)
 }
 
 } // namespace
-
-const char *value_type_to_string(VekValueType type)
-{
-    return type >= VEK_VALUE_INT && type < VEK_VALUE_MAX ? type_names[type]
-                                                         : "[unknown VekValueType]";
-}
 
 /* ---- Any type ---- */
 

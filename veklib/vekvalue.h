@@ -89,162 +89,198 @@ typedef struct VekValue {
 /** Makes a record a value of a type, holding 0 or null.
  *  @param vekvalue  the record; what it held is not released
  *  @param type      the type
- *  Fails: null record, or no type -> nothing written, with a warning
+ *
+ *  Fails: null record, or a number that is no type -> nothing written, with a warning
  */
 VEK_API void vek_value_init(VekValue *vekvalue, VekValueType type);
 
 /** Gives up what a value owns and leaves the record empty; an empty record stays so.
+ *
  *  Fails: null record -> nothing done, with a warning
  */
 VEK_API void vek_value_release(VekValue *vekvalue);
 
 /** Releases a record on the heap and what it owns.
- *  @param value  a record of vek_value_dup(), or one of vek_malloc() that is in use; taken; may be
- *                null
+ *  @param value  a record of vek_value_dup(), or a zero-filled one of vek_calloc() that may have
+ * become a value since; taken; may be null
  */
 VEK_API void vek_value_destroy(VekValue *value);
 
 /** Returns the type of a value.
+ *
  *  Fails: null or empty record -> VEK_VALUE_INVALID, with a warning
  */
 VEK_API VekValueType vek_value_get_type(const VekValue *value);
 
-/** Copies a value: strings and lists are duplicated, VekStr and dictionaries shared by reference.
+/** Copies a value. Strings are duplicated, VekStr and dictionaries shared by reference; lists get
+ * new nodes, and their elements are copied by the same rules (records on the heap with
+ * vek_value_dup()).
  *  @param dest  the record that becomes the copy; what it held is not released
  *  @param src   the value; borrowed
  *  @return  1 on success
- *  Fails:   no memory -> 0, `dest` is a value of the type that holds null; null record or empty
- *           source -> 0, nothing written, with a warning
+ *
+ *  Fails: no memory, a VekStr that refuses a reference, or an element of a list that cannot be
+ * copied -> 0, `dest` is a value of the type that holds null; null record or empty source -> 0,
+ * nothing written, with a warning
  */
 VEK_API int vek_value_copy(VekValue *dest, const VekValue *src);
 
 /** Copies a value into a new record on the heap.
  *  @return  the record; release with vek_value_destroy()
- *  Fails:   no memory -> null; null or empty source -> null, with a warning
+ *
+ *  Fails: as vek_value_copy() -> null
  */
 VEK_API VekValue *vek_value_dup(const VekValue *src);
 
-/** Returns 1 when two values are equal, else 0. Values of different types never are; strings
- * compare by text, lists element by element, names and dictionaries by identity, doubles as numbers
- * (a NaN equals nothing). The same record equals itself; null equals nothing else. Fails: an empty
- * record -> 0, with a warning
+/** Returns 1 when two values are equal, else 0. Values of different types never are. Strings
+ * compare by text (null equals only null), lists by length and element by element, names and
+ * dictionaries by identity, doubles as numbers (a NaN equals nothing). The same record equals
+ * itself, even empty or null; null equals nothing else.
+ *
+ *  Fails: an empty record -> 0, with a warning
  */
 VEK_API int vek_value_equal(const VekValue *val1, const VekValue *val2);
 
-/* ---- set: the value gets a copy or a reference of its own ----
+/* ---- set: the record becomes a value with a copy or a reference of its own ----
  *
- * Fails: null record -> nothing written, with a warning; no memory -> the value holds null. */
+ * Arguments stay the caller's; null ones give a value that holds null.
+ * Fails: null record -> nothing written, with a warning; the argument cannot be copied or referred
+ * to (see vek_value_copy()) -> a value of the type that holds null. */
 
+/** Holds an integer. */
 VEK_API void vek_value_set_int(VekValue *vekvalue, int32_t value);
+/** Holds a number. */
 VEK_API void vek_value_set_double(VekValue *vekvalue, double value);
-/** @return 1, or 0 on failure; `value` may be null */
+/** Holds a copy of a string.
+ *  @return  1, or 0 on failure
+ */
 VEK_API int vek_value_set_string(VekValue *vekvalue, const char *value);
-/** `value` may be null. */
+/** Holds a reference to the same VekStr. */
 VEK_API void vek_value_set_vekstr(VekValue *vekvalue, VekStr *value);
-/** The pointer stays the caller's to release. */
+/** Holds the pointer, which stays the caller's to release. */
 VEK_API void vek_value_set_pointer(VekValue *vekvalue, void *value);
-/** The name stays its table's. */
+/** Holds the name, which stays its table's. */
 VEK_API void vek_value_set_name(VekValue *vekvalue, VekName *value);
-/** New nodes with the same integers. */
+/** Holds new nodes with the same integers. */
 VEK_API void vek_value_set_slist_of_int(VekValue *vekvalue, VekSList *value);
-/** New nodes with references to the same VekStr. */
+/** Holds new nodes with references to the same VekStr. */
 VEK_API void vek_value_set_slist_of_str(VekValue *vekvalue, VekSList *value);
-/** New nodes with the same pointers. */
+/** Holds new nodes with the same pointers. */
 VEK_API void vek_value_set_slist_of_ptr(VekValue *vekvalue, VekSList *value);
-/** New nodes with copies of the VekValue records. */
+/** Holds new nodes with copies of the VekValue records. */
 VEK_API void vek_value_set_slist_of_value(VekValue *vekvalue, VekSList *value);
-/** `value` may be null. */
+/** Holds a reference to the same dictionary. */
 VEK_API void vek_value_set_dict(VekValue *vekvalue, VekDict *value);
 
-/* ---- take: the value adopts the argument ----
+/* ---- take: the record becomes a value that adopts the argument ----
  *
  * Arguments may be null. Fails: null record -> nothing taken, with a warning. */
 
-/** The string is released with vek_free(). */
+/** Adopts a string, released with vek_free(). */
 VEK_API void vek_value_take_string(VekValue *vekvalue, char *value);
-/** The caller's reference passes to the value. */
+/** Adopts the caller's reference. */
 VEK_API void vek_value_take_vekstr(VekValue *vekvalue, VekStr *value);
-/** The nodes pass to the value. */
+/** Adopts the nodes. */
 VEK_API void vek_value_take_slist_of_int(VekValue *vekvalue, VekSList *value);
-/** The nodes and the VekStr references in them pass to the value. */
+/** Adopts the nodes and the VekStr references in them. */
 VEK_API void vek_value_take_slist_of_str(VekValue *vekvalue, VekSList *value);
-/** The nodes pass to the value. */
+/** Adopts the nodes. */
 VEK_API void vek_value_take_slist_of_ptr(VekValue *vekvalue, VekSList *value);
-/** The nodes and the VekValue records in them (released with vek_value_destroy()) pass to the
- * value. */
+/** Adopts the nodes and the VekValue records in them, released with vek_value_destroy(). */
 VEK_API void vek_value_take_slist_of_value(VekValue *vekvalue, VekSList *value);
-/** The caller's reference passes to the value. */
+/** Adopts the caller's reference. */
 VEK_API void vek_value_take_dict(VekValue *vekvalue, VekDict *value);
 
 /* ---- get: the caller borrows ----
  *
+ * Null is also what a value that holds null gives.
  * Fails: null or empty record, or another type -> 0 or null, with a warning. */
 
+/** Returns the integer. */
 VEK_API int32_t vek_value_get_int(const VekValue *vekvalue);
+/** Returns the number. */
 VEK_API double vek_value_get_double(const VekValue *vekvalue);
+/** Returns the string. */
 VEK_API const char *vek_value_get_string(const VekValue *vekvalue);
+/** Returns the VekStr. */
 VEK_API VekStr *vek_value_get_vekstr(const VekValue *vekvalue);
+/** Returns the pointer. */
 VEK_API void *vek_value_get_pointer(const VekValue *vekvalue);
+/** Returns the name. */
 VEK_API VekName *vek_value_get_name(const VekValue *vekvalue);
-/** Any of the four list types. */
+/** Returns the list, of any of the four types. */
 VEK_API VekSList *vek_value_get_slist(const VekValue *vekvalue);
+/** Returns the dictionary. */
 VEK_API VekDict *vek_value_get_dict(const VekValue *vekvalue);
 
 /* ---- dup: a copy or reference for the caller ----
  *
- * Fails: no memory -> null; null or empty record, or another type -> null, with a warning. */
+ * Of a value that holds null: null; for strings with a warning.
+ * Fails: what is held cannot be copied or referred to (see vek_value_copy()) -> null; null or empty
+ * record, or another type -> null, with a warning. */
 
-/** @return a copy; release with vek_free(). Of a null string: null, with a warning */
+/** Returns a copy of the string; release with vek_free(). */
 VEK_API char *vek_value_dup_string(const VekValue *vekvalue);
-/** @return the same string; drop the reference with vek_str_unref() */
+/** Returns the same VekStr; drop the reference with vek_str_unref(). */
 VEK_API VekStr *vek_value_dup_vekstr(const VekValue *vekvalue);
-/** @return a copy as vek_value_copy() makes it; release with vek_slist_free() and what releases the
- *  elements (nothing, vek_str_unref() or vek_value_destroy()) */
+/** Returns a copy of the list; release with vek_slist_free() and what releases the elements:
+ * nothing, vek_str_unref() or vek_value_destroy(). */
 VEK_API VekSList *vek_value_dup_slist(const VekValue *vekvalue);
-/** @return the same dictionary; drop the reference with vek_dict_destroy() */
+/** Returns the same dictionary; drop the reference with vek_dict_destroy(). */
 VEK_API VekDict *vek_value_dup_dict(const VekValue *vekvalue);
 
 /* ---- steal: the datum itself, and null is left ----
  *
  * Fails: null or empty record, or another type -> null, with a warning. */
 
-/** @return the string; release with vek_free() */
+/** Returns the string; release with vek_free(). */
 VEK_API char *vek_value_steal_string(VekValue *vekvalue);
-/** @return the reference; drop it with vek_str_unref() */
+/** Returns the reference; drop it with vek_str_unref(). */
 VEK_API VekStr *vek_value_steal_vekstr(VekValue *vekvalue);
-/** @return the pointer */
+/** Returns the pointer. */
 VEK_API void *vek_value_steal_pointer(VekValue *value);
 
 /* ---- Conversions from any type ----
  *
- * Texts that hold no number, or one out of range, are told on standard output. */
+ * A text that begins with no number is told on standard output, "Can't convert string "abc" to an
+ * integer" (or "a double"), and gives 0; one out of range likewise, "Error converting string ...: "
+ * and the system's words. What follows a number is ignored. errno is changed. Texts of numbers
+ * follow the locale. Fails: null record, or an empty one -> 0 or null, with warnings; as far as not
+ * told otherwise. */
 
-/** Returns what is stored as a pointer (string, VekStr, name, list, dictionary), borrowed.
- *  Fails: null or empty record, integer or double -> null, with a warning
+/** Returns what is stored as a pointer (string, VekStr, pointer, name, list, dictionary), borrowed.
+ *
+ *  Fails: integer or double -> null, with a warning
  */
 VEK_API void *vek_value_get_as_pointer(const VekValue *vekvalue);
 
 /** Returns a value as an integer: doubles are cut towards zero, texts read in decimal, hexadecimal
  *  (0x) or octal (0); what is beyond 32 bits gives the nearest limit, a NaN 0, a null text 0.
- *  Fails: null or empty record, or a type that is no number -> 0, with a warning
+ *
+ *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
 VEK_API int32_t vek_value_get_as_int(const VekValue *value);
 
-/** Returns a value as a number; a null text gives 0.
- *  Fails: null or empty record, or a type that is no number -> 0, with a warning
+/** Returns a value as a number; a null text gives 0, a text out of range infinity or 0.
+ *
+ *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
 VEK_API double vek_value_get_as_double(const VekValue *value);
 
 /** Makes a text of a value: numbers as "%d" and "%g", texts as they are ("(nul)" for null), names
  * by their text, anything else as its type and address, "VEK_VALUE_DICT(0x1234)".
  *  @return  the text; release with vek_free()
- *  Fails:   no memory -> null; null record -> null, with a warning; an empty record is told in
- *           warnings and gives "[unknown VekValueType]" and what its payload holds
+ *
+ *  Fails: no memory -> null; a null name -> null, with warnings; an empty record -> "[unknown
+ *  VekValueType]" and what its payload holds, with warnings
  */
 VEK_API char *vek_value_get_as_string(const VekValue *value);
 
-/** vek_value_get_as_string() as a VekStr; of a VekStr value a new reference to the same one.
+/** Makes a VekStr of a value, with the text of vek_value_get_as_string(); of a VekStr value it is
+ * the same one.
  *  @return  the string; drop the reference with vek_str_unref()
+ *
+ *  Fails: as vek_value_get_as_string(); a VekStr that refuses a reference -> null, with a warning
  */
 VEK_API VekStr *vek_value_get_as_vekstr(const VekValue *value);
 
