@@ -1,0 +1,498 @@
+/* SPDX-License-Identifier: MIT */
+/* Every case runs in a process of its own, in a folder of its own. */
+#include <veklib/vekdebug.h>
+#include <veklib/vekmemory.h>
+
+#include "support/support.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+using vektest::captured;
+using vektest::content_of;
+
+/* The n-th open fails on request: the tests' own fopen() comes first. */
+static int opens_left = INT_MAX;
+
+static FILE *open_file(const char *path, const char *mode, const char *name)
+{
+    if (--opens_left == 0) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    return reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, name))(path,
+                                                                                           mode);
+}
+extern "C" FILE *fopen(const char *path, const char *mode)
+{
+    return open_file(path, mode, "fopen");
+}
+#ifndef fopen64
+extern "C" FILE *fopen64(const char *path, const char *mode)
+{
+    return open_file(path, mode, "fopen64");
+}
+#endif
+
+namespace {
+
+const char *const net_flags[] = {"send", "receive", nullptr};
+const char *const disk_flags[] = {"read", "send", nullptr};
+constexpr const char *banner = "======== VekDebug Config file ============\n";
+
+size_t open_descriptors()
+{
+    size_t count = 0;
+    for ([[maybe_unused]] const auto &entry :
+         std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+void write_file(const char *path, const std::string &text)
+{
+    FILE *const file = fopen(path, "wb");
+    fwrite(text.data(), 1, text.size(), file);
+    fclose(file);
+}
+
+/** Each stream's file is held under one name, and each name has one file; a file has a name. */
+void expect_consistent_streams()
+{
+    std::vector<VekDebugFilestream> open;
+    for (const char *name : {"net", "disk", "more"}) {
+        const VekDebugDomain *const domain = vek_debug_get_domain(name);
+        for (int i = 0; domain != nullptr && i < domain->flag_count; ++i) {
+            const VekDebugFilestream &stream = domain->streams[i];
+            if (stream.file == nullptr) {
+                continue;
+            }
+            ASSERT_NE(stream.name, nullptr);
+            for (const VekDebugFilestream &other : open) {
+                EXPECT_EQ(strcmp(other.name, stream.name) == 0, other.file == stream.file);
+            }
+            open.push_back(stream);
+        }
+    }
+}
+
+/** Runs a case in an empty folder, in a process of its own; nothing may stay behind after the end. */
+vektest::Ended in_folder(const std::function<void()> &body)
+{
+    std::string folder = testing::TempDir() + "/vekdebug-XXXXXX";
+    EXPECT_NE(mkdtemp(folder.data()), nullptr);
+    const auto ended = vektest::in_clean_child([&] {
+        EXPECT_EQ(chdir(folder.c_str()), 0);
+        const size_t before = open_descriptors();
+        {
+            vektest::Allocator allocator;
+            body();
+            vek_debug_finalize();
+        }
+        EXPECT_EQ(open_descriptors(), before);
+    });
+    std::filesystem::remove_all(folder);
+    return ended;
+}
+
+VekDebugDomain *add_net()
+{
+    EXPECT_EQ(vek_debug_add_domain("net", net_flags), 0);
+    return vek_debug_get_domain("net");
+}
+
+std::string received; ///< what a print function was called with
+
+void receive(const char *text, void *data)
+{
+    received += std::string(static_cast<const char *>(data)) + text;
+}
+
+void start(const char *environment)
+{
+    setenv("VEK_DEBUG_CONFIG", environment, 1);
+    captured(1, [] { EXPECT_EQ(vek_debug_initialize(nullptr, nullptr), 0); });
+}
+
+} // namespace
+
+TEST(Debug, NothingHappensBeforeTheStart)
+{
+    const auto ended = in_folder([] {
+        EXPECT_EQ(vek_debug_add_domain("net", net_flags), 0);
+        EXPECT_EQ(vek_debug_get_domain("net"), nullptr);
+        EXPECT_EQ(vek_debug_set_output_setting("send", "1"), 0);
+        vek_debug_print(nullptr, 1, "lost\n");
+        vek_debug_set_print_function(nullptr, receive, nullptr);
+        EXPECT_EQ(vek_debug_is_enabled(nullptr, 1), 0);
+        vek_debug_flush(nullptr, 1);
+        vek_debug_finalize();
+        vek_debug_set_autoflush(false);
+        EXPECT_EQ(vek_debug_set_config("a", "b"), 0); // both work ahead of the start
+        setenv("VEK_DEBUG_CONFIG", "mainfile=m,mainfile=n,x", 1);
+        EXPECT_EQ(vek_debug_reload_config(), 0);
+        start("");
+        EXPECT_EQ(vek_debug_initialize(nullptr, nullptr), 1);
+    });
+    EXPECT_EQ(ended.out, std::string(banner) + "Key: x\tValue:1\n");
+    const std::string expected =
+        "veklib/vekdebug.cpp:L: veklib/vekdebug.cpp:L:vek_debug_set_autoflush:vek_debug global has "
+        "not been initialized\n\n"
+        "veklib/vekdebug.cpp:L: veklib/vekdebug.cpp:L:vek_debug global already initialized\n";
+    EXPECT_EQ(vektest::masked(ended.err, ".cpp:", "0123456789", ".cpp:L"), expected);
+}
+
+TEST(Debug, EntriesAreReadByTheGrammar)
+{
+    const std::string long_comment = "a=1 #" + std::string(500, 'c') + "=d\nb=2";
+    const struct {
+        std::string file;
+        const char *settings; ///< "key=value " each, in their order
+    } rows[] = {
+        {"a = 1\nb\n", "a=1 b=1 "},
+        {"a=\n b = \n", "b= "},
+        {"x=y=z", "x=y=z "},
+        {"=1\n  \n ==2\n\n\nc c = d\te\vf\n", "cc=def "},
+        {"a=1\r\nb=\r\nc\r\n", "a=1 c=1 "},
+        {"a=1 # remark\nb=x#y\n#c=1\n# d\ne", "a=1 b=x e=1 "},
+        {long_comment, "a=1 b=2 "},
+        {std::string("a=1\0b\nc=2\0", 10), "a=1 c=2 "},
+        {"a=1\na=2\nA=3\n", "a=2 A=3 "},
+        {"\xff=\x80\xfe", "\xff=\x80\xfe "},
+        {"autoflush=0\nmainfile=-", ""},
+    };
+    for (const auto &row : rows) {
+        const auto ended = in_folder([&] {
+            write_file("debug.conf", row.file);
+            EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
+        });
+        std::string expected = banner;
+        std::string settings = row.settings;
+        for (size_t end; (end = settings.find(' ')) != std::string::npos;
+             settings.erase(0, end + 1)) {
+            const size_t separator = settings.find('=');
+            expected += "Key: " + settings.substr(0, separator) +
+                        "\tValue:" + settings.substr(separator + 1, end - separator - 1) + "\n";
+        }
+        EXPECT_EQ(ended.out, expected) << row.file;
+    }
+    const auto empty = in_folder([] {
+        write_file("debug.conf", "# a comment alone is no source");
+        setenv("VEK_DEBUG_CONFIG", "", 1);
+        EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
+    });
+    EXPECT_EQ(empty.out, "");
+}
+
+TEST(Debug, TheFileIsFoundAlongThePath)
+{
+    const struct {
+        const char *name;
+        const char *path;
+        const char *found; ///< the folder that the file is read from, or null
+    } rows[] = {
+        {"debug.conf", "::one::two:", "one"},
+        {"debug.conf", "none:two", "two"},
+        {"debug.conf", "none", nullptr},
+        {"debug.conf", nullptr, "."},
+        {"debug.conf", "", nullptr},
+        {"two/debug.conf", "one", "two"},
+        {nullptr, "one", nullptr},
+    };
+    for (const auto &row : rows) {
+        const auto ended = in_folder([&] {
+            for (const std::string folder : {".", "one", "two"}) {
+                std::filesystem::create_directory(folder);
+                write_file((folder + "/debug.conf").c_str(), folder);
+            }
+            EXPECT_EQ(vek_debug_initialize(row.name, row.path), 0);
+        });
+        EXPECT_EQ(ended.out, row.found != nullptr
+                                 ? std::string(banner) + "Key: " + row.found + "\tValue:1\n"
+                                 : "");
+    }
+}
+
+TEST(Debug, TheEnvironmentFollowsTheFile)
+{
+    const auto ended = in_folder([] {
+        write_file("debug.conf", "mainfile=main\nsend=1\nread\n");
+        setenv("VEK_DEBUG_CONFIG", "mainfile=other,receive=-,autoflush,read=0", 1);
+        EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
+        EXPECT_STREQ(getenv("VEK_DEBUG_CONFIG"), "mainfile=other,receive=-,autoflush,read=0");
+        VekDebugDomain *const net = add_net();
+        vek_debug_print(net, 1, "to %s\n", "other");
+        vek_debug_print(net, 2, "to standard output\n");
+        EXPECT_EQ(content_of("main"), "");
+        EXPECT_EQ(content_of("other"), "to other\n");
+    });
+    EXPECT_EQ(ended.out, std::string(banner) + "Key: send\tValue:1\nKey: read\tValue:1\n" + banner +
+                             "Key: send\tValue:1\nKey: read\tValue:0\nKey: receive\tValue:-\n" +
+                             "to standard output\n");
+}
+
+TEST(Debug, PrintingGoesWhereItShould)
+{
+    in_folder([] {
+        const std::string longer(2000, 'x');
+        start("mainfile=main,send=1,receive=file");
+        VekDebugDomain *const net = add_net();
+        vek_debug_print(net, 1, "%s", longer.c_str());
+        vek_debug_print(net, 2, "b");
+        vek_debug_print(net, 3, "c");    // the highest flag's stream
+        vek_debug_print(net, 4, "lost"); // no such flag
+        vek_debug_print(net, 0, "lost");
+        vek_debug_enable(net, 4);
+        vek_debug_print(net, 4, "lost");
+        vek_debug_print(nullptr, 0, "d");
+        EXPECT_EQ(content_of("main"), longer + "d");
+        EXPECT_EQ(content_of("file"), "bc");
+
+        vek_debug_disable(net, 1);
+        vek_debug_print(net, 1, "lost");
+        int evaluated = 0;
+        VEK_DEBUG(net, 1, "%d", ++evaluated);
+        VEK_DEBUG(nullptr, 1, "%d", ++evaluated);
+        EXPECT_EQ(evaluated, 0);
+        VEK_DEBUG(net, 2, "%d", ++evaluated);
+        EXPECT_EQ(content_of("file"), "bc1");
+
+        vek_debug_set_autoflush(false);
+        vek_debug_print(net, 2, "held");
+        vek_debug_flush(net, 0);
+        vek_debug_flush(net, 1);
+        EXPECT_EQ(content_of("file"), "bc1");
+        vek_debug_flush(net, 2);
+        EXPECT_EQ(content_of("file"), "bc1held");
+
+        char all[] = "all:";
+        char own[] = "own:";
+        vek_debug_set_print_function(nullptr, receive, all);
+        vek_debug_print(net, 2, "1 ");
+        vek_debug_print(nullptr, 0, "2 ");
+        vek_debug_set_print_function(net, receive, own);
+        vek_debug_print(net, 2, "%s", longer.c_str());
+        EXPECT_EQ(received, "all:1 all:2 own:" + longer.substr(0, 1023));
+        vek_debug_set_print_function(net, nullptr, own);
+        EXPECT_EQ(net->print_data, nullptr);
+    });
+}
+
+TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
+{
+    const auto ended = in_folder([] {
+        unsetenv("VEK_DEBUG_CONFIG");
+        EXPECT_EQ(vek_debug_initialize("missing", nullptr), 0);
+        VekDebugDomain *const net = add_net();
+        vek_debug_enable(net, 1);
+        vek_debug_print(net, 1, "lost");
+        vek_debug_set_output_setting("receive", "1");
+        vek_debug_print(net, 1, "cleared by the change");
+        vek_debug_print(net, 2, "standard output\n");
+        vek_debug_print(nullptr, 0, "too\n");
+    });
+    EXPECT_EQ(ended.out, "standard output\ntoo\n");
+}
+
+TEST(Debug, RegistersOnce)
+{
+    in_folder([] {
+        start("x");
+        VekDebugDomain *const net = add_net();
+        EXPECT_EQ(vek_debug_add_domain("net", disk_flags), 0);
+        EXPECT_EQ(vek_debug_get_domain("net")->flag_names, net_flags);
+        EXPECT_EQ(vek_debug_get_domain("net"), net);
+        EXPECT_EQ(vek_debug_get_domain("disk"), nullptr);
+        EXPECT_EQ(vek_debug_get_domain(nullptr), nullptr);
+        static const char *const none[] = {nullptr};
+        EXPECT_EQ(vek_debug_add_domain("empty", none), 0);
+        EXPECT_EQ(vek_debug_get_domain("empty")->flag_count, 0);
+        vek_debug_print(vek_debug_get_domain("empty"), 1, "lost");
+        vektest::expect_check_rows(
+            "vekdebug.cpp",
+            {
+                {{{"vek_debug_add_domain", "0"}},
+                 [] { EXPECT_EQ(vek_debug_add_domain(nullptr, net_flags), 1); }},
+                {{{"vek_debug_add_domain", "0"}},
+                 [] { EXPECT_EQ(vek_debug_add_domain("disk", nullptr), 1); }},
+                {{{"vek_debug_set_output_setting", "name != NULL"}},
+                 [] { EXPECT_EQ(vek_debug_set_output_setting(nullptr, "1"), 1); }},
+                {{{"vek_debug_set_output_setting", "value != NULL"}},
+                 [] { EXPECT_EQ(vek_debug_set_output_setting("send", nullptr), 1); }},
+            });
+    });
+}
+
+TEST(Debug, MoreFlagsThanBits)
+{
+    static std::vector<std::string> texts;
+    static std::vector<const char *> names;
+    for (int i = 0; i < 34; ++i) {
+        texts.push_back("f" + std::to_string(i));
+    }
+    for (const std::string &text : texts) {
+        names.push_back(text.c_str());
+    }
+    names.push_back(nullptr);
+    const auto ended = in_folder([] {
+        start("f31=last,f32=1,f33=beyond");
+        vek_debug_add_domain("many", names.data());
+        VekDebugDomain *const many = vek_debug_get_domain("many");
+        EXPECT_EQ(many->flag_count, 34);
+        EXPECT_EQ(many->enabled, 0x80000000u);
+        vek_debug_print(many, 0x80000000u, "x");
+        EXPECT_EQ(content_of("last"), "x");
+    });
+    EXPECT_NE(ended.err.find("_vek_debug_set_filestream: assertion \"flag\" failed"),
+              std::string::npos);
+}
+
+TEST(Debug, FilesAreSharedByName)
+{
+    in_folder([] {
+        start("mainfile=main,send=shared,receive=shared,read=main");
+        const size_t before = open_descriptors();
+        VekDebugDomain *const net = add_net(); // both flags on their way into the table
+        EXPECT_EQ(net->streams[0].file, net->streams[1].file);
+        EXPECT_NE(net->streams[0].name, net->streams[1].name);
+        EXPECT_EQ(open_descriptors(), before + 1);
+        vek_debug_add_domain("disk", disk_flags);
+        VekDebugDomain *const disk = vek_debug_get_domain("disk");
+        EXPECT_EQ(disk->streams[1].file, net->streams[0].file);
+        expect_consistent_streams();
+
+        vek_debug_print(net, 1, "a");
+        vek_debug_set_output_setting("receive", "alone"); // the others keep the stream
+        vek_debug_print(net, 1, "b");
+        vek_debug_print(net, 2, "c");
+        EXPECT_EQ(content_of("shared"), "ab");
+        vek_debug_set_output_setting("x", "y"); // re-applied: a file of one flag is emptied
+        EXPECT_EQ(content_of("alone"), "");
+        EXPECT_EQ(content_of("shared"), "ab");
+        vek_debug_set_output_setting("send", "-");
+        vek_debug_set_output_setting("receive", "0");
+        EXPECT_EQ(open_descriptors(), before); // nobody uses the others any more
+        expect_consistent_streams();
+    });
+}
+
+TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
+{
+    in_folder([] {
+        write_file("debug.conf", "mainfile=main\nsend\nreceive\nread=main\nautoflush=0\n");
+        captured(1, [] { vek_debug_initialize("debug.conf", nullptr); });
+        vek_debug_add_domain("disk", disk_flags);
+        VekDebugDomain *const net = add_net();
+        const size_t before = open_descriptors();
+        for (int i = 0; i < 3; ++i) {
+            vek_debug_print(net, 1, "held back");
+            vek_debug_set_output_setting("x", "y");
+            captured(1, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
+            EXPECT_EQ(open_descriptors(), before);
+            expect_consistent_streams();
+        }
+        vek_debug_print(net, 2, "new");
+        vek_debug_flush(net, 2);
+        EXPECT_EQ(content_of("main"), "new"); // what was held back did not come after
+
+        write_file("debug.conf", "mainfile=next\nsend\nreceive=main\n");
+        captured(1, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
+        expect_consistent_streams();
+        vek_debug_set_config(nullptr, nullptr); // keeps the main file
+        captured(1, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
+        vek_debug_print(nullptr, 1, "kept");
+        vek_debug_flush(net, 1);
+        EXPECT_EQ(content_of("next"), "kept");
+    });
+}
+
+TEST(Debug, AFileThatCannotBeOpenedIsTold)
+{
+    in_folder([] {
+        start("mainfile=missing/main,send=missing/file,receive=1");
+        std::string text = captured(2, [] { add_net(); });
+        EXPECT_NE(text.find("_vek_debug_open_filestream: assertion \"fs->file\" failed"),
+                  std::string::npos);
+        VekDebugDomain *const net = vek_debug_get_domain("net");
+        EXPECT_EQ(net->enabled, 1u); // enabled without a stream; the later flag is not reached
+        EXPECT_STREQ(net->streams[0].name, "missing/file");
+        vek_debug_print(net, 1, "lost");
+        std::filesystem::create_directory("missing");
+        vek_debug_set_output_setting("x", "y");
+        vek_debug_print(net, 1, "found");
+        EXPECT_EQ(content_of("missing/file"), "found");
+    });
+}
+
+TEST(Debug, FailCleanly)
+{
+    const auto life = [](const std::function<bool()> &failed) {
+        captured(2, [&] {
+            captured(1, [&] {
+                write_file("debug.conf", "mainfile=main\nsend=shared\nreceive=1\n");
+                setenv("VEK_DEBUG_CONFIG", "read=other,mainfile=main", 1);
+                const int started = vek_debug_initialize("debug.conf", ".");
+                EXPECT_TRUE(started == 0 || (started == 2 && failed()));
+                const bool before = failed();
+                const int status = vek_debug_add_domain("net", net_flags);
+                EXPECT_TRUE(status == 0 || (status == 2 && failed() && !before) || before);
+                vek_debug_add_domain("disk", disk_flags);
+                expect_consistent_streams();
+                vek_debug_print(vek_debug_get_domain("net"), 1, "%s", "text");
+                vek_debug_set_output_setting("receive", "third");
+                const int loaded = vek_debug_reload_config();
+                EXPECT_TRUE(loaded == 0 || failed());
+                expect_consistent_streams();
+                vek_debug_set_output_setting("send", "shared");
+                vek_debug_print(nullptr, 0, "text");
+                vek_debug_finalize();
+            });
+        });
+    };
+    for (const bool of_memory : {true, false}) {
+        in_folder([&] {
+            const size_t before = open_descriptors();
+            bool failed = true;
+            for (int n = 1; failed && !testing::Test::HasFailure(); ++n) {
+                SCOPED_TRACE(testing::Message() << (of_memory ? "allocation " : "open ") << n);
+                vektest::Allocator allocator;
+                allocator.fail_nth(of_memory ? static_cast<unsigned>(n) : 0);
+                opens_left = of_memory ? INT_MAX : n + 1; // after the one that writes the file
+                life([&] { return allocator.failed() || opens_left <= 0; });
+                failed = allocator.failed() || opens_left <= 0;
+                opens_left = INT_MAX;
+                EXPECT_EQ(open_descriptors(), before);
+                EXPECT_EQ(allocator.live(), 0u);
+            }
+        });
+    }
+}
+
+TEST(Debug, AThousandLives)
+{
+    in_folder([] {
+        write_file("debug.conf", "mainfile=main\nsend=shared\nreceive=shared\nread=1\n");
+        captured(1, [] {
+            const size_t before = open_descriptors();
+            vektest::Allocator allocator;
+            for (int i = 0; i < 1000; ++i) {
+                EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
+                VekDebugDomain *const net = add_net();
+                vek_debug_add_domain("disk", disk_flags);
+                vek_debug_print(net, 1, "%d", i);
+                vek_debug_set_output_setting("read", i % 2 ? "shared" : "own");
+                EXPECT_EQ(vek_debug_reload_config(), 0);
+                vek_debug_finalize();
+                ASSERT_EQ(allocator.live(), 0u);
+            }
+            EXPECT_EQ(open_descriptors(), before);
+        });
+    });
+}

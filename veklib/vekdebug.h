@@ -1,0 +1,173 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekdebug.h
+ *  Debug output, switched on and routed by a configuration. An application registers domains with named
+ *  flags; each flag is one bit and has an output stream of its own. Settings decide for all flags of one
+ *  name whether they are enabled and where they write: "0" or nothing (off), "1" (on, to the main file),
+ *  "-" (on, to standard output), or a file name (on, to that file). The settings come from a
+ *  configuration file and from VEK_DEBUG_CONFIG; docs/debug-output.md explains them by example.
+ *
+ *      enum { NET_SEND = 1 << 0, NET_RECEIVE = 1 << 1 };
+ *      static const char *const flags[] = {"send", "receive", NULL};
+ *
+ *      vek_debug_initialize("debug.conf", "/etc/gateway:/etc");
+ *      vek_debug_add_domain("net", flags);
+ *      VekDebugDomain *net = vek_debug_get_domain("net");
+ *      VEK_DEBUG(net, NET_SEND, "%d bytes\n", size);
+ *      vek_debug_finalize();
+ *
+ *  Functions that return int return a status: 0 done, 1 a failed check, 2 no memory.
+ *  Threads: the application serialises its calls; printing must not run while streams are re-opened.
+ */
+#ifndef VEKLIB_VEKDEBUG_H
+#define VEKLIB_VEKDEBUG_H
+
+#include <stdarg.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include <veklib/vekmacros.h>
+
+VEK_BEGIN_DECLS
+
+/** Receives a message.
+ *  @param text  the formatted message, at most 1023 characters; borrowed, valid during the call
+ *  @param data  what was registered with the function
+ */
+typedef void (*VekDebugPrintFunction)(const char *text, void *data);
+
+/** A named output stream. Records of equal names share one file. */
+typedef struct VekDebugFilestream {
+    char *name; /**< the file's name, "STDOUT" for standard output; null: no stream */
+    FILE *file; /**< the open stream, or null */
+} VekDebugFilestream;
+
+/** A domain, owned by the library. The fields are for reading. */
+typedef struct VekDebugDomain {
+    char *name;                           /**< as registered */
+    uint32_t enabled;                     /**< bit i: flag i is enabled */
+    const char *const *flag_names;        /**< the application's array, ended by null */
+    int32_t flag_count;                   /**< its entries; the first 32 have a bit */
+    VekDebugFilestream *streams;          /**< one for each flag */
+    VekDebugPrintFunction print_function; /**< takes the domain's messages; may be null */
+    void *print_data;                     /**< handed to it */
+} VekDebugDomain;
+
+/* ---- Start, stop and configuration ---- */
+
+/** Starts debug output and loads its configuration. Each source that is found (file, then environment)
+ *  is told on standard output: a line of its own and the settings so far.
+ *  @param config_file  name of the configuration file, searched as vek_debug_set_config() says; may be
+ *                      null: the environment alone; copied
+ *  @param search_path  directories, separated by ":"; may be null; copied
+ *  @return  0. A file that is not there is no failure
+ *  Fails:   already started -> 1, with a warning; no memory -> 2, not started
+ */
+VEK_API int vek_debug_initialize(const char *config_file, const char *search_path);
+
+/** Stops debug output: closes all streams but standard output and releases all domains and settings.
+ *  Without a start it releases what was configured ahead of one. */
+VEK_API void vek_debug_finalize(void);
+
+/** Tells where the next vek_debug_reload_config() finds its file.
+ *  @param config_file  name of the file; may be null: none; copied. With a "/" in it, or without a
+ *                      search path, it is opened as it is
+ *  @param search_path  directories that are tried in order, separated by ":"; may be null; copied
+ *  @return  0
+ *  Fails:   no memory -> 2; a name that could not be copied is forgotten
+ */
+VEK_API int vek_debug_set_config(const char *config_file, const char *search_path);
+
+/** Loads the configuration again. Settings that were made meanwhile are forgotten; files that are named
+ *  are opened anew and thereby emptied, but for those that several flags write to.
+ *  @return  0
+ *  Fails:   no memory -> 2; what could be loaded is in force
+ */
+VEK_API int vek_debug_reload_config(void);
+
+/** Changes one setting, for the flags of that name in every domain, and applies all settings again: a
+ *  file that one flag alone writes to is opened anew and thereby emptied.
+ *  @param name   the flags' name; copied
+ *  @param value  "0", "1", "-" or a file name; copied
+ *  @return  0, also when a file cannot be opened (a warning tells); nothing is done before the start
+ *  Fails:   no memory for the settings -> 2; null name or value -> 1, with a warning
+ */
+VEK_API int vek_debug_set_output_setting(const char *name, const char *value);
+
+/** Decides whether every message is flushed to its stream at once, as it is after the start.
+ *  Fails: not started -> nothing changed, with a warning
+ */
+VEK_API void vek_debug_set_autoflush(bool on);
+
+/* ---- Domains ---- */
+
+/** Registers a domain and applies the settings to its flags. A name that is registered stays as it is.
+ *  @param name        the domain; copied
+ *  @param flag_names  names of the flags, ended by null; borrowed until the end
+ *  @return  0, also when a file cannot be opened (a warning tells); nothing is done before the start
+ *  Fails:   no memory -> 2; null name or names -> 1, with a warning
+ */
+VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names);
+
+/** Finds a domain.
+ *  @return  the domain, borrowed until the end; null when there is none, or before the start
+ */
+VEK_API VekDebugDomain *vek_debug_get_domain(const char *name);
+
+/** Enables flags, in addition to the settings; the next change or load of settings decides anew.
+ *  @param domain  the domain; null does nothing
+ *  @param mask    the flags' bits
+ */
+VEK_API void vek_debug_enable(VekDebugDomain *domain, uint32_t mask);
+
+/** Disables flags, as vek_debug_enable() enables them. */
+VEK_API void vek_debug_disable(VekDebugDomain *domain, uint32_t mask);
+
+/** Returns 1 when one of the flags is enabled, else 0, also for a null domain. */
+VEK_API int vek_debug_is_enabled(const VekDebugDomain *domain, uint32_t mask);
+
+/** Sets the function that takes the messages of enabled flags instead of their streams.
+ *  @param domain    the domain; null: for all domains that have none of their own, and for messages
+ *                   without a domain
+ *  @param function  the function; null removes it
+ *  @param data      handed to it; may be null; borrowed until the function is replaced
+ */
+VEK_API void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintFunction function,
+                                          void *data);
+
+/* ---- Printing ---- */
+
+/** Prints a message as it is formatted, without anything added.
+ *  @param domain  the domain; null prints in any case, to the global print function, else the main file,
+ *                 else standard output
+ *  @param flag    the flag's bit. Of several, one must be enabled, and the highest one's stream is used
+ *  @param format  printf format; borrowed
+ *  A message whose flag is not enabled, or that has no stream, is dropped.
+ */
+VEK_API VEK_PRINTF(3, 4) void vek_debug_print(const VekDebugDomain *domain, uint32_t flag,
+                                              const char *format, ...);
+
+/** vek_debug_print() with an argument list, which the caller ends. */
+VEK_API VEK_PRINTF(3, 0) void vek_debug_vprint(const VekDebugDomain *domain, uint32_t flag,
+                                               const char *format, va_list args);
+
+/** vek_debug_print() that does not evaluate the values of a message whose flag is off:
+ *  VEK_DEBUG(domain, flag, format, ...). A null domain prints nothing. */
+#define VEK_DEBUG(domain, flag, ...)                                                               \
+    do {                                                                                           \
+        const VekDebugDomain *const vek_debug_domain_ = (domain);                                  \
+        const uint32_t vek_debug_flag_ = (flag);                                                   \
+        if (vek_debug_domain_ != NULL && (vek_debug_domain_->enabled & vek_debug_flag_) != 0)      \
+            vek_debug_print(vek_debug_domain_, vek_debug_flag_, __VA_ARGS__);                      \
+    } while (0)
+
+/** Flushes a flag's stream.
+ *  @param domain  the domain; null does nothing
+ *  @param flag    the flag's bit; 0 does nothing
+ */
+VEK_API void vek_debug_flush(const VekDebugDomain *domain, uint32_t flag);
+
+VEK_END_DECLS
+
+#endif
