@@ -72,4 +72,13 @@ VEK_MALLOC_TRACE=1 VEK_MALLOC_TRACE_FILE=$folder/trace "$logdigest" "$folder/sam
     >/dev/null || fault "traced"
 "$here/trace_balance.sh" "$folder/trace" >"$folder/out" || fault "leak: $(cat "$folder/out")"
 
+cd "$folder"
+"$logdigest" -n 2 -d "$here/debug.conf" "$folder/sample.log" >"$folder/out" || fault "debug output"
+grep -q '^rank 2: cron$' "$folder/out" || fault "debug output on the terminal"
+tail -n 2 logdigest-debug.log >"$folder/out"
+printf 'line 3851: no time stamp\n4000 lines, 9 names, 17 faults\n' | diff - "$folder/out" ||
+    fault "debug output in a file"
+VEK_DEBUG_CONFIG=summary "$logdigest" -p "$folder/sample.log" 2>&1 >/dev/null |
+    grep -q '^logdigest (debug): 4000 lines' || fault "debug output to a function"
+
 exit "$failures"

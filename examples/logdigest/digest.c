@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "digest.h"
 
+#include "debug.h"
 #include "parse.h"
 
 #include <ctype.h>
@@ -73,6 +74,7 @@ static VekError *keep_error(struct digest *digest, VekError *err, const char *li
     if (vek_error_get_type(err) != VEK_ERROR_BAD_INPUT) {
         return err;
     }
+    VEK_DEBUG(debug_parse, DEBUG_FAULTS, "line %lu: %s\n", digest->lines, vek_error_get_msg(err));
     const int kept = vek_str_dict_get_int(digest->settings, "unreadable");
     if (digest->unreadable++ >= (unsigned long)kept) {
         vek_error_destroy(err);
@@ -158,6 +160,8 @@ VekError *digest_add_line(struct digest *digest, const char *line)
     if (err != NULL) {
         return keep_error(digest, err, line);
     }
+    VEK_DEBUG(debug_parse, DEBUG_LINES, "line %lu: %.*s\n", digest->lines,
+              (int)record.subject_length, record.subject);
     err = extend_span(digest, line, &record);
     return err != NULL ? err : count_subject(digest, &record);
 }
@@ -200,6 +204,7 @@ static VekError *print_busiest(const struct digest *digest, FILE *out)
     qsort(counts, (size_t)number, sizeof *counts, busier_first);
     fprintf(out, "busiest     of %d programs or packages\n", number);
     for (int i = 0; i < number && i < top; ++i) {
+        VEK_DEBUG(debug_report, DEBUG_RANKING, "rank %d: %s\n", i + 1, counts[i].name);
         fprintf(out, "  %10d  %s\n", counts[i].lines, counts[i].name);
     }
     vek_free(counts);
@@ -230,6 +235,8 @@ static void print_unreadable(const struct digest *digest, FILE *out)
 
 VekError *digest_print(const struct digest *digest, const char *name, FILE *out)
 {
+    VEK_DEBUG(debug_report, DEBUG_SUMMARY, "%lu lines, %d names, %lu faults\n", digest->lines,
+              vek_dict_get_len(digest->counts), digest->unreadable);
     fprintf(out, "log         %s\n", name);
     fprintf(out, "lines       %lu\n", digest->lines);
     print_span(digest, out);

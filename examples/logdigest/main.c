@@ -1,10 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 /* logdigest: what an operator wants to know of a log first. */
+#include "debug.h"
 #include "digest.h"
 
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <veklib/vekmemory.h>
 #include <veklib/vekstrdict.h>
@@ -90,51 +92,88 @@ static VekError *digest_path(const char *path, const VekDict *settings)
     return err;
 }
 
-/* Reads "-n COUNT" and "-e COUNT" into the settings; returns the next argument's number, 0 for a
- * fault. */
-static int read_options(int argc, char **argv, VekDict *settings)
+/* What the command line asks for. */
+struct options {
+    VekDict *settings;        /* see digest_settings() */
+    const char *debug_config; /* -d FILE */
+    int own_function;         /* -p */
+    const char *path;         /* null: standard input */
+};
+
+static int read_count(VekDict *settings, const char *name, const char *text)
 {
-    int next = 1;
-    for (; next < argc && argv[next][0] == '-' && argv[next][1] != '\0'; next += 2) {
-        const int busiest = strcmp(argv[next], "-n") == 0;
-        if ((!busiest && strcmp(argv[next], "-e") != 0) || next + 1 == argc) {
-            return 0;
-        }
-        char *end;
-        const unsigned long count = strtoul(argv[next + 1], &end, 10);
-        if (end == argv[next + 1] || *end != '\0' || count > largest_count ||
-            !vek_str_dict_put_int(settings, busiest ? "busiest" : "unreadable", (int32_t)count)) {
-            return 0;
+    char *end;
+    const unsigned long count = strtoul(text, &end, 10);
+    return end != text && *end == '\0' && count <= largest_count &&
+           vek_str_dict_put_int(settings, name, (int32_t)count);
+}
+
+/* Returns 0 for a fault. */
+static int read_options(int argc, char **argv, struct options *options)
+{
+    int understood = 1;
+    int option;
+    while (understood && (option = getopt(argc, argv, "n:e:d:p")) != -1) {
+        switch (option) {
+        case 'n':
+            understood = read_count(options->settings, "busiest", optarg);
+            break;
+        case 'e':
+            understood = read_count(options->settings, "unreadable", optarg);
+            break;
+        case 'd':
+            options->debug_config = optarg;
+            break;
+        case 'p':
+            options->own_function = 1;
+            break;
+        default:
+            understood = 0;
         }
     }
-    return argc - next <= 1 ? next : 0;
+    const char *const path = optind < argc ? argv[optind] : "-";
+    options->path = strcmp(path, "-") != 0 ? path : NULL;
+    return understood && argc - optind <= 1;
 }
 
 static int usage(void)
 {
-    fputs("usage: logdigest [-n COUNT] [-e COUNT] [FILE]\n"
+    fputs("usage: logdigest [-n COUNT] [-e COUNT] [-d CONFIG] [-p] [FILE]\n"
           "Reads a log (syslog or dpkg) from FILE or standard input; prints the COUNT busiest\n"
-          "programs or packages (-n) and the first COUNT lines that it cannot read (-e).\n",
+          "programs or packages (-n) and the first COUNT lines that it cannot read (-e). Debug\n"
+          "output is configured by CONFIG (-d) and VEK_DEBUG_CONFIG; -p sends the domain\n"
+          "\"report\" through a function of the program.\n",
           stderr);
     return 2;
 }
 
-int main(int argc, char **argv)
+static int run(const struct options *options)
 {
-    VekDict *const settings = digest_settings();
-    const int next = settings != NULL ? read_options(argc, argv, settings) : 0;
-    if (next == 0) {
-        vek_dict_destroy(settings);
-        return usage();
+    if (debug_start(options->debug_config, options->own_function) != 0) {
+        fputs("logdigest: out of memory\n", stderr);
+        return EXIT_FAILURE;
     }
-    const int from_input = next == argc || strcmp(argv[next], "-") == 0;
-    const char *const name = from_input ? "standard input" : argv[next];
-    VekError *const err =
-        from_input ? digest_file(stdin, name, settings) : digest_path(name, settings);
+    const char *const name = options->path != NULL ? options->path : "standard input";
+    VekError *const err = options->path != NULL ? digest_path(options->path, options->settings)
+                                                : digest_file(stdin, name, options->settings);
     if (err != NULL) {
         fprintf(stderr, "logdigest: %s: %s\n", name, vek_error_get_msg(err));
     }
+    const int status = err != NULL ? EXIT_FAILURE : EXIT_SUCCESS;
     vek_error_destroy(err);
-    vek_dict_destroy(settings);
-    return err != NULL ? EXIT_FAILURE : EXIT_SUCCESS;
+    debug_stop();
+    return status;
+}
+
+int main(int argc, char **argv)
+{
+    struct options options = {.settings = digest_settings()};
+    int status;
+    if (options.settings != NULL && read_options(argc, argv, &options)) {
+        status = run(&options);
+    } else {
+        status = usage();
+    }
+    vek_dict_destroy(options.settings);
+    return status;
 }

@@ -1,0 +1,69 @@
+/* SPDX-License-Identifier: MIT */
+/* The text of the debug configuration, from a file and from the environment, through a whole life of
+ * debug output. The input's first byte tells how much of it is the file. */
+#include <veklib/vekdebug.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+/* Settings name files to write to: whatever they are called, nothing is written here. (The fuzzer itself
+ * writes its findings in mode "wb".) */
+extern "C" FILE *fopen(const char *path, const char *mode)
+{
+    static const auto original =
+        reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen"));
+    return original(strcmp(mode, "w") == 0 ? "/dev/null" : path, mode);
+}
+
+namespace {
+
+void live(const std::string &path)
+{
+    static const char *const flags[] = {"a", "b", "net", nullptr};
+    if (vek_debug_initialize(path.c_str(), nullptr) != 0) {
+        abort();
+    }
+    vek_debug_add_domain("one", flags);
+    vek_debug_add_domain("two", flags + 1);
+    vek_debug_print(vek_debug_get_domain("one"), 4, "%s", "text");
+    vek_debug_print(nullptr, 0, "%s", "text");
+    vek_debug_set_output_setting("a", "b");
+    if (vek_debug_reload_config() != 0) {
+        abort();
+    }
+    vek_debug_print(vek_debug_get_domain("two"), 1, "%s", "text");
+    vek_debug_finalize();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size)
+{
+    static const int file = memfd_create("configuration", 0);
+    static const int first_free = dup(file);
+    close(first_free);
+    if (size == 0) {
+        return 0;
+    }
+    const std::string text(reinterpret_cast<const char *>(data) + 1, size - 1);
+    const size_t length = text.size() * data[0] / 255;
+    if (ftruncate(file, 0) != 0 ||
+        pwrite(file, text.data(), length, 0) != static_cast<ssize_t>(length)) {
+        abort();
+    }
+    setenv("VEK_DEBUG_CONFIG", text.c_str() + length, 1);
+    live("/proc/self/fd/" + std::to_string(file));
+
+    const int next_free = dup(file); // no descriptor may be left open
+    if (next_free != first_free) {
+        abort();
+    }
+    close(next_free);
+    return 0;
+}
