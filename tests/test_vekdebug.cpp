@@ -406,10 +406,28 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
         captured(1, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
         expect_consistent_streams();
         vek_debug_set_config(nullptr, nullptr); // keeps the main file
+        setenv("VEK_DEBUG_CONFIG", "", 1);      // nothing to read: flags and streams stay
         captured(1, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
+        EXPECT_EQ(net->enabled, 3u);
         vek_debug_print(nullptr, 1, "kept");
         vek_debug_flush(net, 1);
         EXPECT_EQ(content_of("next"), "kept");
+    });
+}
+
+TEST(Debug, AFileThatCanBeOpenedLaterServesAllOfItsName)
+{
+    in_folder([] {
+        start("send=folder/file,receive=STDOUT");
+        captured(2, [] { add_net(); });
+        std::filesystem::create_directory("folder");
+        vek_debug_add_domain("disk", disk_flags);
+        const VekDebugDomain *const net = vek_debug_get_domain("net");
+        EXPECT_NE(net->streams[0].file, nullptr);
+        EXPECT_EQ(net->streams[0].file, vek_debug_get_domain("disk")->streams[1].file);
+        vek_debug_set_output_setting("x", "y");
+        EXPECT_EQ(net->streams[1].file, stdout); // by its name
+        expect_consistent_streams();
     });
 }
 
@@ -428,6 +446,8 @@ TEST(Debug, AFileThatCannotBeOpenedIsTold)
         vek_debug_set_output_setting("x", "y");
         vek_debug_print(net, 1, "found");
         EXPECT_EQ(content_of("missing/file"), "found");
+        vek_debug_finalize();
+        vek_debug_print(net, 1, "after the end"); // the domain is gone, and is not looked at
     });
 }
 

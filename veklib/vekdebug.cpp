@@ -109,15 +109,16 @@ bool is_held_elsewhere(const VekDebugFilestream *fs)
  *  the file afterwards, should one of them have the same file. */
 FILE *open_emptied(const char *name)
 {
-    if (global.default_stream != nullptr && global.default_stream->file != nullptr) {
-        fflush(global.default_stream->file);
-    }
-    find_record([](const VekDebugFilestream &record) {
-        if (record.file != nullptr) {
+    const auto flush = [](const VekDebugFilestream &record) {
+        if (record.file != nullptr && record.file != stdout) {
             fflush(record.file);
         }
-        return false;
-    });
+        return false; // go on
+    };
+    if (global.default_stream != nullptr) {
+        flush(*global.default_stream);
+    }
+    find_record(flush);
     return fopen(name, "w");
 }
 
@@ -139,6 +140,13 @@ int _vek_debug_open_filestream(VekDebugFilestream *fs)
     fs->file = open_emptied(fs->name);
     VEK_RETURN_VAL_IF_FAIL(fs->file, status_failed_check);
 
+    // What could not be opened for other records can be now.
+    find_record([fs](VekDebugFilestream &other) {
+        if (other.name != nullptr && other.file == nullptr && strcmp(other.name, fs->name) == 0) {
+            other.file = fs->file;
+        }
+        return false;
+    });
     return status_done;
 }
 
@@ -585,8 +593,9 @@ void call_print_function(VekDebugPrintFunction function, void *data, const char 
                          va_list args)
 {
     char text[1024];
-    vsnprintf(text, sizeof text, format, args);
-    function(text, data);
+    if (vsnprintf(text, sizeof text, format, args) >= 0) {
+        function(text, data);
+    }
 }
 
 VEK_PRINTF(2, 0)
@@ -770,7 +779,7 @@ void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintFunction 
 void vek_debug_print(const VekDebugDomain *domain, uint32_t flag, const char *format, ...)
 {
     // Most messages are off, and end here before their values are touched.
-    if (domain != nullptr && (domain->enabled & flag) == 0) {
+    if (!global.initialized || (domain != nullptr && (domain->enabled & flag) == 0)) {
         return;
     }
     va_list args;

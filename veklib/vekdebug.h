@@ -37,10 +37,10 @@ VEK_BEGIN_DECLS
  */
 typedef void (*VekDebugPrintFunction)(const char *text, void *data);
 
-/** A named output stream. Records of equal names share one file. */
+/** A named output stream. Open records of equal names share one file. */
 typedef struct VekDebugFilestream {
     char *name; /**< the file's name, "STDOUT" for standard output; null: no stream */
-    FILE *file; /**< the open stream, or null */
+    FILE *file; /**< the open stream; null, with a name, when it could not be opened */
 } VekDebugFilestream;
 
 /** A domain, owned by the library. The fields are for reading. */
@@ -56,8 +56,8 @@ typedef struct VekDebugDomain {
 
 /* ---- Start, stop and configuration ---- */
 
-/** Starts debug output and loads its configuration. Each source that is found (file, then environment)
- *  is told on standard output: a line of its own and the settings so far.
+/** Starts debug output and loads its configuration. Each source that holds text (file, then
+ *  environment) is told on standard output: a line of its own and the settings so far.
  *  @param config_file  name of the configuration file, searched as vek_debug_set_config() says; may be
  *                      null: the environment alone; copied
  *  @param search_path  directories, separated by ":"; may be null; copied
@@ -70,19 +70,23 @@ VEK_API int vek_debug_initialize(const char *config_file, const char *search_pat
  *  Without a start it releases what was configured ahead of one. */
 VEK_API void vek_debug_finalize(void);
 
-/** Tells where the next vek_debug_reload_config() finds its file.
- *  @param config_file  name of the file; may be null: none; copied. With a "/" in it, or without a
- *                      search path, it is opened as it is
- *  @param search_path  directories that are tried in order, separated by ":"; may be null; copied
+/** Tells where the next vek_debug_reload_config() finds its file, with or without a start.
+ *  @param config_file  name of the file, a regular one; may be null: none; copied. With a "/" in it, or
+ *                      without a search path, it is opened as it is
+ *  @param search_path  directories that are tried in order, separated by ":"; may be null; copied. The
+ *                      current directory is tried only if it is one of them
  *  @return  0
- *  Fails:   no memory -> 2; a name that could not be copied is forgotten
+ *  Fails:   no memory -> 2; a name that could not be copied is forgotten, a search path behind it stays
  */
 VEK_API int vek_debug_set_config(const char *config_file, const char *search_path);
 
-/** Loads the configuration again. Settings that were made meanwhile are forgotten; files that are named
- *  are opened anew and thereby emptied, but for those that several flags write to.
- *  @return  0
- *  Fails:   no memory -> 2; what could be loaded is in force
+/** Loads the configuration again and tells it as vek_debug_initialize() does. Settings that were made
+ *  meanwhile are forgotten, the main file too if a configuration file is set. Files that are named are
+ *  opened anew and thereby emptied, but for those that several flags write to. Without any text to read,
+ *  flags and streams of the domains stay as they are. Ahead of a start it works, but the start begins
+ *  anew.
+ *  @return  0. A file that is not there is no failure
+ *  Fails:   no memory -> 2; the rest is not read, and flags and streams of the domains stay as they are
  */
 VEK_API int vek_debug_reload_config(void);
 
@@ -90,12 +94,15 @@ VEK_API int vek_debug_reload_config(void);
  *  file that one flag alone writes to is opened anew and thereby emptied.
  *  @param name   the flags' name; copied
  *  @param value  "0", "1", "-" or a file name; copied
- *  @return  0, also when a file cannot be opened (a warning tells); nothing is done before the start
+ *  @return  0, also when a file cannot be opened (a warning tells, and the flags behind that one keep
+ *           what they had), or without memory for the setting (the old one stays). Nothing is done
+ *           before the start
  *  Fails:   no memory for the settings -> 2; null name or value -> 1, with a warning
  */
 VEK_API int vek_debug_set_output_setting(const char *name, const char *value);
 
-/** Decides whether every message is flushed to its stream at once, as it is after the start.
+/** Decides whether every message is flushed to its stream at once, as it is after the start. What is held
+ *  back is written at the latest when a stream is opened or closed.
  *  Fails: not started -> nothing changed, with a warning
  */
 VEK_API void vek_debug_set_autoflush(bool on);
@@ -104,18 +111,22 @@ VEK_API void vek_debug_set_autoflush(bool on);
 
 /** Registers a domain and applies the settings to its flags. A name that is registered stays as it is.
  *  @param name        the domain; copied
- *  @param flag_names  names of the flags, ended by null; borrowed until the end
- *  @return  0, also when a file cannot be opened (a warning tells); nothing is done before the start
+ *  @param flag_names  names of the flags, ended by null; array and names are borrowed until
+ *                     vek_debug_finalize(). Flags after the 32nd have no bit and no file of their own
+ *  @return  0, also when a file cannot be opened (a warning tells, and the flags behind that one get no
+ *           stream). Nothing is done before the start
  *  Fails:   no memory -> 2; null name or names -> 1, with a warning
  */
 VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names);
 
 /** Finds a domain.
- *  @return  the domain, borrowed until the end; null when there is none, or before the start
+ *  @param name  the domain; may be null, which is none; borrowed
+ *  @return  the domain, borrowed until vek_debug_finalize(); null when there is none, or before the start
  */
 VEK_API VekDebugDomain *vek_debug_get_domain(const char *name);
 
-/** Enables flags, in addition to the settings; the next change or load of settings decides anew.
+/** Enables flags, in addition to the settings; when settings are applied again, they decide anew. Bits
+ *  beyond the domain's flags print nothing.
  *  @param domain  the domain; null does nothing
  *  @param mask    the flags' bits
  */
@@ -130,20 +141,23 @@ VEK_API int vek_debug_is_enabled(const VekDebugDomain *domain, uint32_t mask);
 /** Sets the function that takes the messages of enabled flags instead of their streams.
  *  @param domain    the domain; null: for all domains that have none of their own, and for messages
  *                   without a domain
- *  @param function  the function; null removes it
+ *  @param function  the function; null removes it and forgets the data
  *  @param data      handed to it; may be null; borrowed until the function is replaced
+ *  Nothing is done before the start.
  */
 VEK_API void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintFunction function,
                                           void *data);
 
 /* ---- Printing ---- */
 
-/** Prints a message as it is formatted, without anything added.
- *  @param domain  the domain; null prints in any case, to the global print function, else the main file,
- *                 else standard output
+/** Prints a message as it is formatted, without anything added: whole to a stream, at most 1023
+ *  characters to a print function.
+ *  @param domain  the domain; null prints whatever the flag, to the global print function, else the main
+ *                 file, else standard output
  *  @param flag    the flag's bit. Of several, one must be enabled, and the highest one's stream is used
  *  @param format  printf format; borrowed
- *  A message whose flag is not enabled, or that has no stream, is dropped.
+ *  A message whose flag is not enabled, or that has no open stream, is dropped; before the start and after
+ *  the end all are.
  */
 VEK_API VEK_PRINTF(3, 4) void vek_debug_print(const VekDebugDomain *domain, uint32_t flag,
                                               const char *format, ...);
@@ -153,7 +167,8 @@ VEK_API VEK_PRINTF(3, 0) void vek_debug_vprint(const VekDebugDomain *domain, uin
                                                const char *format, va_list args);
 
 /** vek_debug_print() that does not evaluate the values of a message whose flag is off:
- *  VEK_DEBUG(domain, flag, format, ...). A null domain prints nothing. */
+ *  VEK_DEBUG(domain, flag, format, ...). A null domain prints nothing. It reads the domain, which is gone
+ *  after vek_debug_finalize(). */
 #define VEK_DEBUG(domain, flag, ...)                                                               \
     do {                                                                                           \
         const VekDebugDomain *const vek_debug_domain_ = (domain);                                  \
