@@ -33,10 +33,7 @@ protected:
     vektest::Allocator allocator;
 };
 
-void *word(intptr_t number)
-{
-    return reinterpret_cast<void *>(number);
-}
+void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 
 } // namespace
 
@@ -46,15 +43,12 @@ TEST_F(Model, HashTable)
     VekHash *const hash = vek_hash_new();
     const std::string warnings = vektest::captured(2, [&] {
         for (int step = 0; step < steps && !HasFailure(); ++step) {
-            const intptr_t key =
-                pick(step / 4000 % 2 ? 40 : 4000); // phases of growth and shrinking
+            const intptr_t key = pick(step / 4000 % 2 ? 40 : 4000); // phases of growth and shrinking
             maybe_fail();
             if (pick(step / 4000 % 2 ? 3 : 2) == 0) {
                 const int inserted = vek_hash_insert(hash, word(key), word(step + 1));
                 expect_reason(inserted);
-                if (inserted) {
-                    model[key] = step + 1;
-                }
+                if (inserted) { model[key] = step + 1; }
             } else {
                 const auto victim = model.lower_bound(key);
                 const intptr_t gone = victim != model.end() && pick(2) ? victim->first : key;
@@ -62,13 +56,10 @@ TEST_F(Model, HashTable)
             }
             EXPECT_EQ(hash->entry_count, model.size());
             const auto found = model.find(key);
-            EXPECT_EQ(vek_hash_lookup(hash, word(key)),
-                      found != model.end() ? word(found->second) : nullptr);
+            EXPECT_EQ(vek_hash_lookup(hash, word(key)), found != model.end() ? word(found->second) : nullptr);
         }
     });
-    for (const auto &[key, value] : model) {
-        EXPECT_EQ(vek_hash_lookup(hash, word(key)), word(value));
-    }
+    for (const auto &[key, value] : model) { EXPECT_EQ(vek_hash_lookup(hash, word(key)), word(value)); }
     vek_hash_destroy(hash);
 }
 
@@ -79,9 +70,7 @@ TEST_F(Model, List)
     for (int step = 0; step < steps && !HasFailure(); ++step) {
         const size_t place = model.empty() ? 0 : pick(static_cast<unsigned>(model.size()));
         VekSList *node = list;
-        for (size_t i = 0; i < place; ++i) {
-            node = node->next;
-        }
+        for (size_t i = 0; i < place; ++i) { node = node->next; }
         maybe_fail();
         switch (model.size() > 60 ? 3 : pick(5)) {
         case 0:
@@ -92,9 +81,7 @@ TEST_F(Model, List)
             break;
         case 1: {
             list = vek_slist_append(list, word(step));
-            if (!allocator.failed()) {
-                model.push_back(step);
-            }
+            if (!allocator.failed()) { model.push_back(step); }
             break;
         }
         case 2:
@@ -130,9 +117,7 @@ TEST_F(Model, Strings)
     constexpr unsigned holders = 6;
     std::string model[holders]; ///< what each holder reads
     VekStr *strings[holders];
-    for (VekStr *&vekstr : strings) {
-        vekstr = vek_str_create("");
-    }
+    for (VekStr *&vekstr : strings) { vekstr = vek_str_create(""); }
     for (int step = 0; step < steps && !HasFailure(); ++step) {
         const unsigned a = pick(holders);
         const unsigned b = pick(holders);
@@ -167,22 +152,16 @@ TEST_F(Model, Strings)
         default: // in place: for all who share it
             vek_str_char_swap(strings[a], letter, 'z');
             for (unsigned i = 0; i < holders; ++i) {
-                if (strings[i] == strings[a]) {
-                    std::replace(model[i].begin(), model[i].end(), letter, 'z');
-                }
+                if (strings[i] == strings[a]) { std::replace(model[i].begin(), model[i].end(), letter, 'z'); }
             }
             edited = model[a];
         }
         expect_reason(done);
-        if (done) {
-            model[a] = edited;
-        }
+        if (done) { model[a] = edited; }
         EXPECT_EQ(vek_str_to_c_str(strings[a]), model[a]);
         EXPECT_EQ(vek_str_to_c_str(strings[b]), model[b]);
     }
-    for (VekStr *vekstr : strings) {
-        vek_str_unref(vekstr);
-    }
+    for (VekStr *vekstr : strings) { vek_str_unref(vekstr); }
 }
 
 TEST_F(Model, Dictionary)
@@ -191,25 +170,24 @@ TEST_F(Model, Dictionary)
     VekDict *dict = vek_str_dict_create(3);
     for (int step = 0; step < steps && !HasFailure(); ++step) {
         const std::string key = std::to_string(pick(70));
-        const auto found = std::find_if(model.begin(), model.end(),
-                                        [&](const auto &item) { return item.first == key; });
+        const auto found =
+            std::find_if(model.begin(), model.end(), [&](const auto &item) { return item.first == key; });
         maybe_fail();
         const unsigned action = pick(300);
         if (action == 0) {
             vek_dict_clear(dict);
             model.clear();
         } else if (action < 4 && !model.empty()) { // the copy or the moved one takes over
-            VekDict *const other =
-                action == 1 ? vek_dict_dup_and_clear(dict) : vek_dict_copy(dict, 2);
+            VekDict *const other = action == 1 ? vek_dict_dup_and_clear(dict) : vek_dict_copy(dict, 2);
             expect_reason(other != nullptr);
             if (other != nullptr) {
                 vek_dict_destroy(dict);
                 dict = other;
             }
         } else if (action < 200) {
-            const int stored = action % 2 ? vek_str_dict_put_int(dict, key.c_str(), step)
-                                          : vek_str_dict_dup_and_put_string(
-                                                dict, key.c_str(), std::to_string(step).c_str());
+            const int stored = action % 2
+                                   ? vek_str_dict_put_int(dict, key.c_str(), step)
+                                   : vek_str_dict_dup_and_put_string(dict, key.c_str(), std::to_string(step).c_str());
             expect_reason(stored);
             if (stored && found != model.end()) {
                 found->second = step;

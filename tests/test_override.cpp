@@ -40,10 +40,7 @@ void vek_set_memory_vtable(const VekMemoryVtable *table)
     __vek_default_set_memory_vtable(table);
 }
 
-void vek_memory_enable_trace(void)
-{
-    ++traces;
-}
+void vek_memory_enable_trace(void) { ++traces; }
 
 TEST(Override, ServesTheLibrary)
 {
@@ -66,9 +63,7 @@ TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
         for (int i = 0; i < 8; ++i) {
             racers.emplace_back([] { vek_free(vek_malloc(8)); });
         }
-        for (std::thread &racer : racers) {
-            racer.join();
-        }
+        for (std::thread &racer : racers) { racer.join(); }
         EXPECT_EQ(installations, 1);
         EXPECT_EQ(traces, 1);
     });

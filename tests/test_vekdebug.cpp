@@ -11,34 +11,10 @@
 #include <cstring>
 #include <filesystem>
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 using vektest::captured;
 using vektest::content_of;
-
-/* The n-th open fails on request: the tests' own fopen() comes first. */
-static int opens_left = INT_MAX;
-
-static FILE *open_file(const char *path, const char *mode, const char *name)
-{
-    if (--opens_left == 0) {
-        errno = EMFILE;
-        return nullptr;
-    }
-    return reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, name))(path,
-                                                                                           mode);
-}
-extern "C" FILE *fopen(const char *path, const char *mode)
-{
-    return open_file(path, mode, "fopen");
-}
-#ifndef fopen64
-extern "C" FILE *fopen64(const char *path, const char *mode)
-{
-    return open_file(path, mode, "fopen64");
-}
-#endif
 
 namespace {
 
@@ -49,10 +25,7 @@ constexpr const char *banner = "======== VekDebug Config file ============\n";
 size_t open_descriptors()
 {
     size_t count = 0;
-    for ([[maybe_unused]] const auto &entry :
-         std::filesystem::directory_iterator("/proc/self/fd")) {
-        ++count;
-    }
+    for ([[maybe_unused]] const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) { ++count; }
     return count;
 }
 
@@ -71,9 +44,7 @@ void expect_consistent_streams()
         const VekDebugDomain *const domain = vek_debug_get_domain(name);
         for (int i = 0; domain != nullptr && i < domain->flag_count; ++i) {
             const VekDebugFilestream &stream = domain->streams[i];
-            if (stream.file == nullptr) {
-                continue;
-            }
+            if (stream.file == nullptr) { continue; }
             ASSERT_NE(stream.name, nullptr);
             for (const VekDebugFilestream &other : open) {
                 EXPECT_EQ(strcmp(other.name, stream.name) == 0, other.file == stream.file);
@@ -81,6 +52,19 @@ void expect_consistent_streams()
             open.push_back(stream);
         }
     }
+}
+
+int opens_left = INT_MAX;
+
+/** Lets the n-th open from now fail. */
+void fail_nth_open(int n)
+{
+    opens_left = n;
+    vektest::open_hook = [](const char *path, const char *mode) -> FILE * {
+        if (--opens_left != 0) { return vektest::plain_open(path, mode); }
+        errno = EMFILE;
+        return nullptr;
+    };
 }
 
 /** Runs a case in an empty folder, in a process of its own; nothing may stay behind after the end. */
@@ -110,10 +94,7 @@ VekDebugDomain *add_net()
 
 std::string received; ///< what a print function was called with
 
-void receive(const char *text, void *data)
-{
-    received += std::string(static_cast<const char *>(data)) + text;
-}
+void receive(const char *text, void *data) { received += std::string(static_cast<const char *>(data)) + text; }
 
 void start(const char *environment)
 {
@@ -175,8 +156,7 @@ TEST(Debug, EntriesAreReadByTheGrammar)
         });
         std::string expected = banner;
         std::string settings = row.settings;
-        for (size_t end; (end = settings.find(' ')) != std::string::npos;
-             settings.erase(0, end + 1)) {
+        for (size_t end; (end = settings.find(' ')) != std::string::npos; settings.erase(0, end + 1)) {
             const size_t separator = settings.find('=');
             expected += "Key: " + settings.substr(0, separator) +
                         "\tValue:" + settings.substr(separator + 1, end - separator - 1) + "\n";
@@ -214,9 +194,7 @@ TEST(Debug, TheFileIsFoundAlongThePath)
             }
             EXPECT_EQ(vek_debug_initialize(row.name, row.path), 0);
         });
-        EXPECT_EQ(ended.out, row.found != nullptr
-                                 ? std::string(banner) + "Key: " + row.found + "\tValue:1\n"
-                                 : "");
+        EXPECT_EQ(ended.out, row.found != nullptr ? std::string(banner) + "Key: " + row.found + "\tValue:1\n" : "");
     }
 }
 
@@ -315,18 +293,10 @@ TEST(Debug, RegistersOnce)
         EXPECT_EQ(vek_debug_add_domain("empty", none), 0);
         EXPECT_EQ(vek_debug_get_domain("empty")->flag_count, 0);
         vek_debug_print(vek_debug_get_domain("empty"), 1, "lost");
-        vektest::expect_check_rows(
-            "vekdebug.cpp",
-            {
-                {{{"vek_debug_add_domain", "0"}},
-                 [] { EXPECT_EQ(vek_debug_add_domain(nullptr, net_flags), 1); }},
-                {{{"vek_debug_add_domain", "0"}},
-                 [] { EXPECT_EQ(vek_debug_add_domain("disk", nullptr), 1); }},
-                {{{"vek_debug_set_output_setting", "name != NULL"}},
-                 [] { EXPECT_EQ(vek_debug_set_output_setting(nullptr, "1"), 1); }},
-                {{{"vek_debug_set_output_setting", "value != NULL"}},
-                 [] { EXPECT_EQ(vek_debug_set_output_setting("send", nullptr), 1); }},
-            });
+        EXPECT_FAILS("vek_debug_add_domain", "0", vek_debug_add_domain(nullptr, net_flags), 1);
+        EXPECT_FAILS("vek_debug_add_domain", "0", vek_debug_add_domain("disk", nullptr), 1);
+        EXPECT_FAILS("vek_debug_set_output_setting", "name != NULL", vek_debug_set_output_setting(nullptr, "1"), 1);
+        EXPECT_FAILS("vek_debug_set_output_setting", "value != NULL", vek_debug_set_output_setting("send", nullptr), 1);
     });
 }
 
@@ -334,12 +304,8 @@ TEST(Debug, MoreFlagsThanBits)
 {
     static std::vector<std::string> texts;
     static std::vector<const char *> names;
-    for (int i = 0; i < 34; ++i) {
-        texts.push_back("f" + std::to_string(i));
-    }
-    for (const std::string &text : texts) {
-        names.push_back(text.c_str());
-    }
+    for (int i = 0; i < 34; ++i) { texts.push_back("f" + std::to_string(i)); }
+    for (const std::string &text : texts) { names.push_back(text.c_str()); }
     names.push_back(nullptr);
     const auto ended = in_folder([] {
         start("f31=last,f32=1,f33=beyond");
@@ -350,8 +316,7 @@ TEST(Debug, MoreFlagsThanBits)
         vek_debug_print(many, 0x80000000u, "x");
         EXPECT_EQ(content_of("last"), "x");
     });
-    EXPECT_NE(ended.err.find("_vek_debug_set_filestream: assertion \"flag\" failed"),
-              std::string::npos);
+    EXPECT_NE(ended.err.find("_vek_debug_set_filestream: assertion \"flag\" failed"), std::string::npos);
 }
 
 TEST(Debug, FilesAreSharedByName)
@@ -436,8 +401,7 @@ TEST(Debug, AFileThatCannotBeOpenedIsTold)
     in_folder([] {
         start("mainfile=missing/main,send=missing/file,receive=1");
         std::string text = captured(2, [] { add_net(); });
-        EXPECT_NE(text.find("_vek_debug_open_filestream: assertion \"fs->file\" failed"),
-                  std::string::npos);
+        EXPECT_NE(text.find("_vek_debug_open_filestream: assertion \"fs->file\" failed"), std::string::npos);
         VekDebugDomain *const net = vek_debug_get_domain("net");
         EXPECT_EQ(net->enabled, 1u); // enabled without a stream; the later flag is not reached
         EXPECT_STREQ(net->streams[0].name, "missing/file");
@@ -484,7 +448,7 @@ TEST(Debug, FailCleanly)
                 SCOPED_TRACE(testing::Message() << (of_memory ? "allocation " : "open ") << n);
                 vektest::Allocator allocator;
                 allocator.fail_nth(of_memory ? static_cast<unsigned>(n) : 0);
-                opens_left = of_memory ? INT_MAX : n + 1; // after the one that writes the file
+                fail_nth_open(of_memory ? INT_MAX : n + 1); // after the one that writes the file
                 life([&] { return allocator.failed() || opens_left <= 0; });
                 failed = allocator.failed() || opens_left <= 0;
                 opens_left = INT_MAX;

@@ -39,9 +39,7 @@ VekDict *squares(int init_count, int len)
 Numbers up_to(int len)
 {
     Numbers numbers;
-    for (int i = 1; i <= len; ++i) {
-        numbers.push_back(i);
-    }
+    for (int i = 1; i <= len; ++i) { numbers.push_back(i); }
     return numbers;
 }
 
@@ -52,30 +50,29 @@ int stop_at_two(VekValue *key, VekValue *data, void *into)
 }
 
 /* What the three facades have in common, for the tests that run over all of them. */
-#define FACADE(Name, prefix, key_expression, exists)                                               \
-    struct Name {                                                                                  \
-        static auto key(int i) { return key_expression; }                                          \
-        static constexpr auto create = prefix##_create;                                            \
-        static constexpr auto put_int = prefix##_put_int;                                          \
-        static constexpr auto put_double = prefix##_put_double;                                    \
-        static constexpr auto put_vekstr = prefix##_put_vekstr;                                    \
-        static constexpr auto put_string = prefix##_dup_and_put_string;                            \
-        static constexpr auto put_pointer = prefix##_put_persistent_pointer;                       \
-        static constexpr auto put_value = prefix##_put_value;                                      \
-        static constexpr auto get_value = prefix##_get_value;                                      \
-        static constexpr auto get_int = prefix##_get_int;                                          \
-        static constexpr auto get_double = prefix##_get_double;                                    \
-        static constexpr auto get_vekstr = prefix##_get_vekstr;                                    \
-        static constexpr auto get_string = prefix##_get_string;                                    \
-        static constexpr auto get_pointer = prefix##_get_pointer;                                  \
-        static constexpr auto key_exists = exists;                                                 \
+#define FACADE(Name, prefix, key_expression, exists)                                                                   \
+    struct Name {                                                                                                      \
+        static auto key(int i) { return key_expression; }                                                              \
+        static constexpr auto create = prefix##_create;                                                                \
+        static constexpr auto put_int = prefix##_put_int;                                                              \
+        static constexpr auto put_double = prefix##_put_double;                                                        \
+        static constexpr auto put_vekstr = prefix##_put_vekstr;                                                        \
+        static constexpr auto put_string = prefix##_dup_and_put_string;                                                \
+        static constexpr auto put_pointer = prefix##_put_persistent_pointer;                                           \
+        static constexpr auto put_value = prefix##_put_value;                                                          \
+        static constexpr auto get_value = prefix##_get_value;                                                          \
+        static constexpr auto get_int = prefix##_get_int;                                                              \
+        static constexpr auto get_double = prefix##_get_double;                                                        \
+        static constexpr auto get_vekstr = prefix##_get_vekstr;                                                        \
+        static constexpr auto get_string = prefix##_get_string;                                                        \
+        static constexpr auto get_pointer = prefix##_get_pointer;                                                      \
+        static constexpr auto key_exists = exists;                                                                     \
     }
 
 VekName names[] = {{0, nullptr}, {1, const_cast<char *>("one")}, {2, const_cast<char *>("two")}};
 
-FACADE(StrFacade, vek_str_dict, i == 1 ? "one" : "two", [](const VekDict *dict, const char *key) {
-    return vek_str_dict_get_value(dict, key) != nullptr;
-});
+FACADE(StrFacade, vek_str_dict, i == 1 ? "one" : "two",
+       [](const VekDict *dict, const char *key) { return vek_str_dict_get_value(dict, key) != nullptr; });
 FACADE(IntFacade, vek_int_dict, i, vek_int_dict_key_exists);
 FACADE(NameFacade, vek_name_dict, &names[i], vek_name_dict_key_exists);
 
@@ -121,9 +118,7 @@ TEST(Dict, PutTakesTheRecordsOrLeavesThem)
 {
     vektest::fail_each_allocation([](vektest::Allocator &allocator) {
         VekDict *const dict = _vek_dict_create(1, VEK_VALUE_STRING);
-        if (dict == nullptr) {
-            return;
-        }
+        if (dict == nullptr) { return; }
         for (const char *text : {"a", "b", "a"}) {
             VekValue key;
             VekValue data;
@@ -152,9 +147,7 @@ TEST(Dict, CopiesAndMoves)
 {
     vektest::fail_each_allocation([](vektest::Allocator &allocator) {
         VekDict *const dict = squares(2, 12);
-        if (dict == nullptr) {
-            return;
-        }
+        if (dict == nullptr) { return; }
         const Numbers keys = keys_of(dict);
         EXPECT_TRUE(keys == up_to(12) || allocator.failed());
         for (const int init_count : {2, 50}) {
@@ -227,9 +220,7 @@ TEST(Dict, WhatIsReleasedMayLookAtTheRest)
             vek_int_dict_put_value(outer, key, &value);
         }
         captured(2, [&] {
-            if (clear) {
-                vek_dict_clear(outer);
-            }
+            if (clear) { vek_dict_clear(outer); }
             vek_dict_destroy(outer);
         });
     }
@@ -242,9 +233,7 @@ TEST(Dict, WalksPast65535Items)
     for (int i = 0; i < items; ++i) { // each put would search them all
         VekDictSegment *segment = &dict->first_seg;
         int slot = i;
-        for (; slot >= segment->count && segment->next != nullptr; segment = segment->next) {
-            slot -= segment->count;
-        }
+        for (; slot >= segment->count && segment->next != nullptr; segment = segment->next) { slot -= segment->count; }
         if (slot >= segment->count) {
             vek_int_dict_put_int(dict, i, i);
         } else {
@@ -309,17 +298,11 @@ TYPED_TEST(TypedDict, StoresAndReplacesEveryKindOfDatum)
             EXPECT_EQ(_vek_str_get_ref_count(vekstr), 2u);
             vek_str_unref(vekstr);
         }
-        if (F::put_string(dict, key, "text")) {
-            EXPECT_STREQ(F::get_string(dict, key), "text");
-        }
+        if (F::put_string(dict, key, "text")) { EXPECT_STREQ(F::get_string(dict, key), "text"); }
         EXPECT_EQ(_vek_str_get_ref_count(vekstr),
                   vek_dict_get_len(dict) > len && F::get_vekstr(dict, key) == vekstr ? 2u : 1u);
-        if (F::put_double(dict, key, 0.5)) {
-            EXPECT_EQ(F::get_double(dict, key), 0.5);
-        }
-        if (F::put_pointer(dict, key, &allocator)) {
-            EXPECT_EQ(F::get_pointer(dict, key), &allocator);
-        }
+        if (F::put_double(dict, key, 0.5)) { EXPECT_EQ(F::get_double(dict, key), 0.5); }
+        if (F::put_pointer(dict, key, &allocator)) { EXPECT_EQ(F::get_pointer(dict, key), &allocator); }
         VekValue value;
         vek_value_set_slist_of_ptr(&value, nullptr);
         if (F::put_value(dict, key, &value)) {
@@ -343,43 +326,23 @@ TEST(Dict, ChecksNameTheFault)
     dict = squares(1, 1);
     empty = {};
     vek_value_set_int(&number, 1);
-    vektest::expect_check_rows(
-        "vekdict.cpp",
-        {
-            {{{"_vek_dict_create_full", "init_count > 0"}},
-             [] { EXPECT_EQ(_vek_dict_create(0, VEK_VALUE_INT), nullptr); }},
-            {{{"_vek_dict_create_full", "init_count > 0"}},
-             [] { EXPECT_EQ(vek_name_dict_create(-1), nullptr); }},
-            {{{"vek_dict_get_key_type", "vekdict != NULL"}},
-             [] { EXPECT_EQ(vek_dict_get_key_type(nullptr), VEK_VALUE_INVALID); }},
-            {{{"vek_dict_get_len", "vekdict != NULL"}},
-             [] { EXPECT_EQ(vek_dict_get_len(nullptr), 0); }},
-            {{{"_vek_dict_put_value", "vekdict_ptr != NULL"}},
-             [] { EXPECT_EQ(_vek_dict_put_value(nullptr, nullptr, nullptr), 0); }},
-            {{{"_vek_dict_put_value", "key != NULL"}},
-             [] { EXPECT_EQ(_vek_dict_put_value(dict, nullptr, nullptr), 0); }},
-            {{{"_vek_dict_put_value", "data != NULL"}},
-             [] { EXPECT_EQ(_vek_dict_put_value(dict, &number, nullptr), 0); }},
-            {{{"_vek_dict_get_value", "vekdict_ptr != NULL"}},
-             [] { EXPECT_EQ(_vek_dict_get_value(nullptr, nullptr), nullptr); }},
-            {{{"_vek_dict_get_value", "key != NULL"}},
-             [] { EXPECT_EQ(_vek_dict_get_value(dict, nullptr), nullptr); }},
-            {{{"vek_dict_clear", "vekdict_ptr != NULL"}},
-             [] { EXPECT_EQ(vek_dict_clear(nullptr), nullptr); }},
-            {{{"vek_dict_copy", "orig_dict_ptr"}},
-             [] { EXPECT_EQ(vek_dict_copy(nullptr, 0), nullptr); }},
-            {{{"vek_dict_copy", "init_count > 0"}},
-             [] { EXPECT_EQ(vek_dict_copy(dict, 0), nullptr); }},
-            {{{"vek_dict_dup_and_clear", "orig_dict_ptr"}},
-             [] { EXPECT_EQ(vek_dict_dup_and_clear(nullptr), nullptr); }},
-            {{{"vek_dict_foreach", "vekdict != NULL"}},
-             [] { vek_dict_foreach(nullptr, nullptr, nullptr); }},
-            {{{"vek_dict_foreach", "func != NULL"}},
-             [] { vek_dict_foreach(dict, nullptr, nullptr); }},
-            {{{"vek_dict_print", "vekdict != NULL"}}, [] { vek_dict_print(nullptr); }},
-            {{{"_vek_dict_get_ref_count", "dict != NULL"}},
-             [] { EXPECT_EQ(_vek_dict_get_ref_count(nullptr), -1); }},
-        });
+    EXPECT_FAILS("_vek_dict_create_full", "init_count > 0", _vek_dict_create(0, VEK_VALUE_INT), nullptr);
+    EXPECT_FAILS("_vek_dict_create_full", "init_count > 0", vek_name_dict_create(-1), nullptr);
+    EXPECT_FAILS("vek_dict_get_key_type", "vekdict != NULL", vek_dict_get_key_type(nullptr), VEK_VALUE_INVALID);
+    EXPECT_FAILS("vek_dict_get_len", "vekdict != NULL", vek_dict_get_len(nullptr), 0);
+    EXPECT_FAILS("_vek_dict_put_value", "vekdict_ptr != NULL", _vek_dict_put_value(nullptr, nullptr, nullptr), 0);
+    EXPECT_FAILS("_vek_dict_put_value", "key != NULL", _vek_dict_put_value(dict, nullptr, nullptr), 0);
+    EXPECT_FAILS("_vek_dict_put_value", "data != NULL", _vek_dict_put_value(dict, &number, nullptr), 0);
+    EXPECT_FAILS("_vek_dict_get_value", "vekdict_ptr != NULL", _vek_dict_get_value(nullptr, nullptr), nullptr);
+    EXPECT_FAILS("_vek_dict_get_value", "key != NULL", _vek_dict_get_value(dict, nullptr), nullptr);
+    EXPECT_FAILS("vek_dict_clear", "vekdict_ptr != NULL", vek_dict_clear(nullptr), nullptr);
+    EXPECT_FAILS("vek_dict_copy", "orig_dict_ptr", vek_dict_copy(nullptr, 0), nullptr);
+    EXPECT_FAILS("vek_dict_copy", "init_count > 0", vek_dict_copy(dict, 0), nullptr);
+    EXPECT_FAILS("vek_dict_dup_and_clear", "orig_dict_ptr", vek_dict_dup_and_clear(nullptr), nullptr);
+    EXPECT_WARNS("vek_dict_foreach", "vekdict != NULL", vek_dict_foreach(nullptr, nullptr, nullptr));
+    EXPECT_WARNS("vek_dict_foreach", "func != NULL", vek_dict_foreach(dict, nullptr, nullptr));
+    EXPECT_WARNS("vek_dict_print", "vekdict != NULL", vek_dict_print(nullptr));
+    EXPECT_FAILS("_vek_dict_get_ref_count", "dict != NULL", _vek_dict_get_ref_count(nullptr), -1);
 
     // An empty key is told by the type query first, wherever it stands.
     const auto twice = [](const char *function, const char *condition) {
@@ -392,12 +355,10 @@ TEST(Dict, ChecksNameTheFault)
         return vektest::masked(captured(2, body), ".cpp:", "0123456789", ".cpp:L");
     };
     const char *const given = "vek_value_get_type(key) != VEK_VALUE_INVALID";
-    const char *const stored =
-        "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID";
+    const char *const stored = "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID";
     EXPECT_EQ(told([] { EXPECT_EQ(_vek_dict_put_value(dict, &empty, &number), 0); }),
               twice("_vek_dict_put_value", given));
-    EXPECT_EQ(told([] { EXPECT_EQ(_vek_dict_get_value(dict, &empty), nullptr); }),
-              twice("_vek_dict_get_value", given));
+    EXPECT_EQ(told([] { EXPECT_EQ(_vek_dict_get_value(dict, &empty), nullptr); }), twice("_vek_dict_get_value", given));
     vek_value_release(&dict->first_seg.items[0].key);
     VekValue data = number;
     EXPECT_EQ(told([&] { EXPECT_EQ(_vek_dict_put_value(dict, &number, &data), 0); }),
@@ -421,56 +382,30 @@ TEST(TypedDicts, ChecksNameTheFault)
     struct Family {
         const char *source;
         std::string prefix;
-        std::string
-            parameter; ///< of most functions; get_int, get_double and key_exists have `dict`
+        std::string parameter; ///< of most functions; get_int, get_double and key_exists have `dict`
         std::function<void(VekDict *, int)> call;
     };
     const char *const suffixes[] = {
         "put_vekstr", "dup_and_put_string", "put_int",     "put_double", "put_persistent_pointer",
         "put_value",  "get_value",          "get_pointer", "get_vekstr", "get_string",
         "get_int",    "get_double",         "key_exists"};
-#define CALLS(prefix, key, ...)                                                                    \
-    [](VekDict *dict, int function) {                                                              \
-        switch (function) {                                                                        \
-        case 0:                                                                                    \
-            EXPECT_EQ(prefix##_put_vekstr(dict, key, nullptr), 0);                                 \
-            break;                                                                                 \
-        case 1:                                                                                    \
-            EXPECT_EQ(prefix##_dup_and_put_string(dict, key, "x"), 0);                             \
-            break;                                                                                 \
-        case 2:                                                                                    \
-            EXPECT_EQ(prefix##_put_int(dict, key, 1), 0);                                          \
-            break;                                                                                 \
-        case 3:                                                                                    \
-            EXPECT_EQ(prefix##_put_double(dict, key, 1), 0);                                       \
-            break;                                                                                 \
-        case 4:                                                                                    \
-            EXPECT_EQ(prefix##_put_persistent_pointer(dict, key, nullptr), 0);                     \
-            break;                                                                                 \
-        case 5:                                                                                    \
-            EXPECT_EQ(prefix##_put_value(dict, key, nullptr), 0);                                  \
-            break;                                                                                 \
-        case 6:                                                                                    \
-            EXPECT_EQ(prefix##_get_value(dict, key), nullptr);                                     \
-            break;                                                                                 \
-        case 7:                                                                                    \
-            EXPECT_EQ(prefix##_get_pointer(dict, key), nullptr);                                   \
-            break;                                                                                 \
-        case 8:                                                                                    \
-            EXPECT_EQ(prefix##_get_vekstr(dict, key), nullptr);                                    \
-            break;                                                                                 \
-        case 9:                                                                                    \
-            EXPECT_EQ(prefix##_get_string(dict, key), nullptr);                                    \
-            break;                                                                                 \
-        case 10:                                                                                   \
-            EXPECT_EQ(prefix##_get_int(dict, key), 0);                                             \
-            break;                                                                                 \
-        case 11:                                                                                   \
-            EXPECT_EQ(prefix##_get_double(dict, key), 0.0);                                        \
-            break;                                                                                 \
-        default:                                                                                   \
-            __VA_ARGS__;                                                                           \
-        }                                                                                          \
+#define CALLS(prefix, key, ...)                                                                                        \
+    [](VekDict *dict, int function) {                                                                                  \
+        switch (function) {                                                                                            \
+        case 0: EXPECT_EQ(prefix##_put_vekstr(dict, key, nullptr), 0); break;                                          \
+        case 1: EXPECT_EQ(prefix##_dup_and_put_string(dict, key, "x"), 0); break;                                      \
+        case 2: EXPECT_EQ(prefix##_put_int(dict, key, 1), 0); break;                                                   \
+        case 3: EXPECT_EQ(prefix##_put_double(dict, key, 1), 0); break;                                                \
+        case 4: EXPECT_EQ(prefix##_put_persistent_pointer(dict, key, nullptr), 0); break;                              \
+        case 5: EXPECT_EQ(prefix##_put_value(dict, key, nullptr), 0); break;                                           \
+        case 6: EXPECT_EQ(prefix##_get_value(dict, key), nullptr); break;                                              \
+        case 7: EXPECT_EQ(prefix##_get_pointer(dict, key), nullptr); break;                                            \
+        case 8: EXPECT_EQ(prefix##_get_vekstr(dict, key), nullptr); break;                                             \
+        case 9: EXPECT_EQ(prefix##_get_string(dict, key), nullptr); break;                                             \
+        case 10: EXPECT_EQ(prefix##_get_int(dict, key), 0); break;                                                     \
+        case 11: EXPECT_EQ(prefix##_get_double(dict, key), 0.0); break;                                                \
+        default: __VA_ARGS__;                                                                                          \
+        }                                                                                                              \
     }
     const Family families[] = {
         {"vekstrdict.cpp", "vek_str_dict_", "dict", CALLS(vek_str_dict, "k", break)},
@@ -484,16 +419,14 @@ TEST(TypedDicts, ChecksNameTheFault)
             const std::string name = family.prefix + suffixes[function];
             const std::string parameter = function < 10 ? family.parameter : "dict";
             const bool bare = function == 10 || function == 11;
-            vektest::expect_warnings(family.source,
-                                     {{name, bare ? "dict" : parameter + " != NULL"}},
+            vektest::expect_warnings(family.source, {{name, bare ? "dict" : parameter + " != NULL"}},
                                      [&] { family.call(nullptr, function); });
             vektest::expect_warnings(family.source, {{name, "DICT_TYPE_CHECK(" + parameter + ")"}},
                                      [&] { family.call(other, function); });
         }
     }
     vek_int_dict_put_double(integers, 1, 2.5);
-    vektest::expect_warnings("vekvalue.cpp",
-                             {{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
+    vektest::expect_warnings("vekvalue.cpp", {{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
                              [] { EXPECT_EQ(vek_int_dict_get_int(integers, 1), 0); });
     vek_dict_destroy(other);
     vek_dict_destroy(integers);

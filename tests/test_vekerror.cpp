@@ -39,9 +39,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     EXPECT_EQ(vek_error_get_callstack_line(err, 1), 7);
     EXPECT_EQ(printed(err), "** Error 2: I/O Error\nno file, try 3\n------ Call Stack: ------\n"
                             " 0: open() in io.c:12\n 1: --unknown--() in --unknown--:7\n");
-    for (int i = 0; i < 31; ++i) {
-        VEK_ERROR_ADD_CALLSTACK_ENTRY(err);
-    }
+    for (int i = 0; i < 31; ++i) { VEK_ERROR_ADD_CALLSTACK_ENTRY(err); }
     EXPECT_EQ(vek_error_get_callstack_count(err), 30);
     EXPECT_STREQ(vek_error_get_callstack_func(err, 29), __func__);
     EXPECT_STREQ(vek_error_get_callstack_func(err, 30), "--unknown--"); // not in use
@@ -111,8 +109,7 @@ TEST(Error, NullIsAnAssertion)
     for (const auto &row : rows) {
         const auto ended = vektest::in_child(row.call);
         EXPECT_EQ(ended.signal, SIGABRT);
-        EXPECT_NE(ended.err.find(std::string(": ") + row.function +
-                                 ": Assertion `((void *)0) != err' failed."),
+        EXPECT_NE(ended.err.find(std::string(": ") + row.function + ": Assertion `((void *)0) != err' failed."),
                   std::string::npos)
             << ended.err;
         EXPECT_NE(ended.err.find("veklib/vekerror.cpp:"), std::string::npos) << ended.err;
@@ -123,8 +120,7 @@ TEST(Thread, SlotsAreForEachThread)
 {
     static std::string destroyed;
     destroyed.clear();
-    const VekPrivate slot =
-        vek_private_new([](void *value) { destroyed += static_cast<const char *>(value); });
+    const VekPrivate slot = vek_private_new([](void *value) { destroyed += static_cast<const char *>(value); });
     ASSERT_NE(slot, 0u);
     char here[] = "here";
     char there[] = "there";
@@ -145,13 +141,9 @@ TEST(Thread, SlotsAreForEachThread)
 TEST(Thread, SlotsRunOut)
 {
     std::vector<VekPrivate> slots;
-    while (const VekPrivate slot = vek_private_new(nullptr)) {
-        slots.push_back(slot);
-    }
+    while (const VekPrivate slot = vek_private_new(nullptr)) { slots.push_back(slot); }
     EXPECT_FALSE(slots.empty());
-    for (const VekPrivate slot : slots) {
-        EXPECT_EQ(vek_private_free(slot), 0);
-    }
+    for (const VekPrivate slot : slots) { EXPECT_EQ(vek_private_free(slot), 0); }
 }
 
 TEST(Thread, MutexIsRecursive)

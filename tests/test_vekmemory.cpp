@@ -25,31 +25,6 @@
 using vektest::in_clean_child;
 using vektest::lines_of;
 
-/* The memory queries read this text instead of the kernel's: the tests' own fopen() comes first. */
-static const char *meminfo_text = nullptr;
-
-static FILE *open_file(const char *path, const char *mode, const char *name)
-{
-    if (meminfo_text != nullptr && strcmp(path, "/proc/meminfo") == 0) {
-        errno = ENOENT;
-        return *meminfo_text != '\0'
-                   ? fmemopen(const_cast<char *>(meminfo_text), strlen(meminfo_text), mode)
-                   : nullptr;
-    }
-    return reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, name))(path,
-                                                                                           mode);
-}
-extern "C" FILE *fopen(const char *path, const char *mode)
-{
-    return open_file(path, mode, "fopen");
-}
-#ifndef fopen64
-extern "C" FILE *fopen64(const char *path, const char *mode)
-{
-    return open_file(path, mode, "fopen64");
-}
-#endif
-
 namespace {
 
 /** A trace line without its addresses: "vek_malloc(16) => P [#1]". */
@@ -61,13 +36,21 @@ std::string plain(const std::string &line)
 std::vector<std::string> plain_lines(const std::string &text)
 {
     std::vector<std::string> lines = lines_of(text);
-    for (std::string &line : lines) {
-        line = plain(line);
-    }
+    for (std::string &line : lines) { line = plain(line); }
     return lines;
 }
 
 using Lines = std::vector<std::string>;
+
+/** Lets the memory queries read `text` instead of the kernel's; empty: the file cannot be opened. */
+void serve_meminfo(const char *text)
+{
+    vektest::open_hook = [text](const char *path, const char *mode) -> FILE * {
+        if (strcmp(path, "/proc/meminfo") != 0) { return vektest::plain_open(path, mode); }
+        errno = ENOENT;
+        return *text != '\0' ? fmemopen(const_cast<char *>(text), strlen(text), mode) : nullptr;
+    };
+}
 
 /* A table of the application's own; its blocks carry a mark in front, so that a block of another
  * allocator is noticed. */
@@ -136,12 +119,10 @@ TEST(Memory, ErrorStateRefusesWithALine)
         vek_memory_disable_trace();
         vek_free(vek_malloc(1));
     });
-    const Lines expected = {"vek_malloc(10) => NULL, in error state",
-                            "vek_calloc(2, 5) => NULL, in error state",
-                            "vek_realloc(P, 20) => NULL, in error state",
-                            "vek_malloc_if_possible(3) => NULL, in error state",
-                            "vek_malloc(-1) => NULL, in error state",
-                            "vek_malloc(-1) => (nil) [#1]"};
+    const Lines expected = {
+        "vek_malloc(10) => NULL, in error state",     "vek_calloc(2, 5) => NULL, in error state",
+        "vek_realloc(P, 20) => NULL, in error state", "vek_malloc_if_possible(3) => NULL, in error state",
+        "vek_malloc(-1) => NULL, in error state",     "vek_malloc(-1) => (nil) [#1]"};
     EXPECT_EQ(plain_lines(ended.err), expected);
 }
 
@@ -157,15 +138,14 @@ TEST(Memory, QueriesReadMeminfo)
         {"MemTotal: 7 MB\n", 7168, "unknown unit M in /proc/meminfo\n"},
         {late.c_str(), 5120, ""},
         {"MemTotal: -1 kB\n", SIZE_MAX, ""},
-        {"MemTotal: 2147483647 kB\n", sizeof(size_t) == 4 ? SIZE_MAX : size_t{2147483647} << 10,
-         ""},
+        {"MemTotal: 2147483647 kB\n", sizeof(size_t) == 4 ? SIZE_MAX : size_t{2147483647} << 10, ""},
         {"MemTotal: much\n", SIZE_MAX, ""},
         {"", SIZE_MAX, ""},
     };
     for (const auto &row : rows) {
         const auto ended = in_clean_child([&] {
             setenv("VEK_MALLOC_TRACE", "99999999999999999999", 1); // out of range: errno must stay
-            meminfo_text = row.text;
+            serve_meminfo(row.text);
             errno = EDOM;
             EXPECT_EQ(vek_malloc_get_total_bytes(), row.total) << row.text;
             vek_malloc_get_free_bytes();
@@ -174,7 +154,7 @@ TEST(Memory, QueriesReadMeminfo)
         EXPECT_EQ(ended.err, row.message);
     }
     in_clean_child([&] {
-        meminfo_text = rows[0].text;
+        serve_meminfo(rows[0].text);
         VekMemoryVtable table = *vek_get_memory_vtable();
         EXPECT_EQ(vek_malloc_get_free_bytes(), 3072u);
         table.get_free_bytes = nullptr;
@@ -277,15 +257,10 @@ TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
         const auto ended = in_clean_child([&] {
             bool own = false;
             for (int rest = sequence; rest != 0; rest /= actions) {
-                const VekMemoryVtable table =
-                    rest % actions == install_own ? own_table() : VekMemoryVtable{};
+                const VekMemoryVtable table = rest % actions == install_own ? own_table() : VekMemoryVtable{};
                 switch (rest % actions) {
-                case enable:
-                    vek_memory_enable_trace();
-                    break;
-                case disable:
-                    vek_memory_disable_trace();
-                    break;
+                case enable: vek_memory_enable_trace(); break;
+                case disable: vek_memory_disable_trace(); break;
                 case install_own:
                     vek_set_memory_vtable(&table);
                     own = true;
@@ -294,11 +269,8 @@ TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
                     vek_set_memory_vtable(nullptr);
                     own = false;
                     break;
-                case query:
-                    vek_malloc_get_error();
-                    break;
-                default:
-                    break;
+                case query: vek_malloc_get_error(); break;
+                default: break;
                 }
                 const unsigned before = own_allocations;
                 vek_free(vek_malloc(8));
@@ -326,22 +298,15 @@ TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
             std::vector<std::thread> racers;
             for (int i = 0; i < threads; ++i) {
                 racers.emplace_back([&] {
-                    for (waiting.fetch_sub(1); waiting.load() > 0;) {
-                    }
-                    for (int call = 0; call < calls; ++call) {
-                        vek_free(vek_calloc(1, 8));
-                    }
+                    for (waiting.fetch_sub(1); waiting.load() > 0;) {}
+                    for (int call = 0; call < calls; ++call) { vek_free(vek_calloc(1, 8)); }
                 });
             }
-            for (std::thread &racer : racers) {
-                racer.join();
-            }
+            for (std::thread &racer : racers) { racer.join(); }
         });
         std::set<std::string> numbers;
         for (const std::string &line : plain_lines(ended.err)) {
-            if (line != "vek_free(P)") {
-                EXPECT_TRUE(numbers.insert(line).second) << line;
-            }
+            if (line != "vek_free(P)") { EXPECT_TRUE(numbers.insert(line).second) << line; }
         }
         EXPECT_EQ(numbers.size(), size_t{threads * calls});
         EXPECT_EQ(lines_of(ended.err).size(), size_t{2 * threads * calls});
@@ -359,90 +324,37 @@ extern "C" __attribute__((noinline)) void *asker(int operation, ...)
     va_list args;
     va_start(args, operation);
     void *volatile result = nullptr; // keeps every call from being a tail call
+    // clang-format off
     switch (operation) {
-    case 0:
-        result = vek_malloc(1);
-        break;
-    case 1:
-        result = vek_calloc(1, 1);
-        break;
-    case 2:
-        result = vek_realloc(nullptr, 1);
-        break;
-    case 3:
-        result = vek_malloc_if_possible(1);
-        break;
-    case 4:
-        result = vek_malloc_if_available(1);
-        break;
-    case 5:
-        result = vek_memdup("x", 2);
-        break;
-    case 6:
-        result = vek_strdup("x");
-        break;
-    case 7:
-        result = vek_strndup("x", 1);
-        break;
-    case 8:
-        result = vek_strdup_printf("%s", "x");
-        break;
-    case 9:
-        result = vek_strdup_printf("%300d", 1);
-        break;
-    case 10:
-        result = vek_strdup_vprintf("%d", args);
-        break;
-    case 11:
-        result = vek_slist_prepend(nullptr, nullptr);
-        break;
-    case 12:
-        result = vek_slist_append(nullptr, nullptr);
-        break;
-    case 13:
-        result = vek_slist_insert_after(nullptr, nullptr);
-        break;
-    case 14:
-        vek_memory_disable_trace(), hash = vek_hash_new(), vek_memory_enable_trace();
-        result = reinterpret_cast<void *>(intptr_t{vek_hash_insert(hash, nullptr, nullptr)});
-        break;
-    case 15:
-        result = vek_str_create("x");
-        break;
-    case 16:
-        result = vek_str_ncreate("x", 1);
-        break;
-    case 17:
-        result = vek_str_create_printf("%s", "x");
-        break;
-    case 18:
-        result = vek_str_create_printf("%300d", 1);
-        break;
-    case 19:
-        result = vek_str_create_vprintf("%d", args);
-        break;
-    case 20:
-        vek_str_prepend_char(text, 'x');
-        result = *text;
-        break;
-    case 21:
-        vek_str_prepend_c_str(text, "x");
-        result = *text;
-        break;
-    case 22:
-        vek_str_append_c_str(text, "x");
-        result = *text;
-        break;
-    case 23:
-        vek_str_append_vek_str(text, *text);
-        result = *text;
-        break;
-    case 24:
-        result = vek_name_to_vek_str(&name);
-        break;
-    default:
-        break;
+    
+    case 0: result = vek_malloc(1); break;
+    case 1: result = vek_calloc(1, 1); break;
+    case 2: result = vek_realloc(nullptr, 1); break;
+    case 3: result = vek_malloc_if_possible(1); break;
+    case 4: result = vek_malloc_if_available(1); break;
+    case 5: result = vek_memdup("x", 2); break;
+    case 6: result = vek_strdup("x"); break;
+    case 7: result = vek_strndup("x", 1); break;
+    case 8: result = vek_strdup_printf("%s", "x"); break;
+    case 9: result = vek_strdup_printf("%300d", 1); break;
+    case 10: result = vek_strdup_vprintf("%d", args); break;
+    case 11: result = vek_slist_prepend(nullptr, nullptr); break;
+    case 12: result = vek_slist_append(nullptr, nullptr); break;
+    case 13: result = vek_slist_insert_after(nullptr, nullptr); break;
+    case 14: vek_memory_disable_trace(), hash = vek_hash_new(), vek_memory_enable_trace(); result = reinterpret_cast<void *>(intptr_t{vek_hash_insert(hash, nullptr, nullptr)}); break;
+    case 15: result = vek_str_create("x"); break;
+    case 16: result = vek_str_ncreate("x", 1); break;
+    case 17: result = vek_str_create_printf("%s", "x"); break;
+    case 18: result = vek_str_create_printf("%300d", 1); break;
+    case 19: result = vek_str_create_vprintf("%d", args); break;
+    case 20: vek_str_prepend_char(text, 'x'); result = *text; break;
+    case 21: vek_str_prepend_c_str(text, "x"); result = *text; break;
+    case 22: vek_str_append_c_str(text, "x"); result = *text; break;
+    case 23: vek_str_append_vek_str(text, *text); result = *text; break;
+    case 24: result = vek_name_to_vek_str(&name); break;
+    default: break;
     }
+    // clang-format on
     va_end(args);
     return result;
 }
@@ -525,7 +437,5 @@ TEST(Trace, HandsOnTheAddressGiven)
     const Lines lines = lines_of(ended.err);
     EXPECT_EQ(lines.size(), 14u);
     EXPECT_EQ(lines.back() + "\n", ended.out);
-    for (const std::string &line : lines) {
-        EXPECT_EQ(line.rfind("0x1234: ", 0), 0u) << line;
-    }
+    for (const std::string &line : lines) { EXPECT_EQ(line.rfind("0x1234: ", 0), 0u) << line; }
 }

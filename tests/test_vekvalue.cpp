@@ -32,10 +32,7 @@ private:
     VekValue value = {};
 };
 
-Value string_value(const char *text)
-{
-    return {vek_value_set_string, text};
-}
+Value string_value(const char *text) { return {vek_value_set_string, text}; }
 
 std::string text_of(const VekValue *value)
 {
@@ -67,41 +64,21 @@ void make(VekValue *value, int type)
     VekSList second = {&number, nullptr};
     VekSList values = {&number, &second};
     VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
+    // clang-format off
     switch (type) {
-    case VEK_VALUE_INT:
-        vek_value_set_int(value, -5);
-        break;
-    case VEK_VALUE_DOUBLE:
-        vek_value_set_double(value, 0.5);
-        break;
-    case VEK_VALUE_VEKSTR:
-        vek_value_set_vekstr(value, vekstr);
-        break;
-    case VEK_VALUE_STRING:
-        vek_value_set_string(value, "0x1A");
-        break;
-    case VEK_VALUE_POINTER:
-        vek_value_set_pointer(value, &name);
-        break;
-    case VEK_VALUE_NAME:
-        vek_value_set_name(value, &name);
-        break;
-    case VEK_VALUE_SLIST_OF_INT:
-        vek_value_set_slist_of_int(value, &words);
-        break;
-    case VEK_VALUE_SLIST_OF_STRING:
-        vek_value_set_slist_of_str(value, &strings);
-        break;
-    case VEK_VALUE_SLIST_OF_POINTER:
-        vek_value_set_slist_of_ptr(value, &words);
-        break;
-    case VEK_VALUE_SLIST_OF_VALUE:
-        vek_value_set_slist_of_value(value, &values);
-        break;
-    default:
-        vek_value_set_dict(value, dict);
-        break;
+    case VEK_VALUE_INT: vek_value_set_int(value, -5); break;
+    case VEK_VALUE_DOUBLE: vek_value_set_double(value, 0.5); break;
+    case VEK_VALUE_VEKSTR: vek_value_set_vekstr(value, vekstr); break;
+    case VEK_VALUE_STRING: vek_value_set_string(value, "0x1A"); break;
+    case VEK_VALUE_POINTER: vek_value_set_pointer(value, &name); break;
+    case VEK_VALUE_NAME: vek_value_set_name(value, &name); break;
+    case VEK_VALUE_SLIST_OF_INT: vek_value_set_slist_of_int(value, &words); break;
+    case VEK_VALUE_SLIST_OF_STRING: vek_value_set_slist_of_str(value, &strings); break;
+    case VEK_VALUE_SLIST_OF_POINTER: vek_value_set_slist_of_ptr(value, &words); break;
+    case VEK_VALUE_SLIST_OF_VALUE: vek_value_set_slist_of_value(value, &values); break;
+    default: vek_value_set_dict(value, dict); break;
     }
+    // clang-format on
     vek_str_unref(vekstr);
     vek_dict_destroy(dict);
 }
@@ -116,22 +93,19 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
             VekValue copy = {};
             make(&value, type);
             EXPECT_EQ(vek_value_get_type(&value), type);
-            EXPECT_TRUE(type <= VEK_VALUE_DOUBLE || value.payload.pointer != nullptr ||
-                        allocator.failed());
+            EXPECT_TRUE(type <= VEK_VALUE_DOUBLE || value.payload.pointer != nullptr || allocator.failed());
             const int copied = vek_value_copy(&copy, &value);
             EXPECT_EQ(vek_value_get_type(&copy), type);
             EXPECT_TRUE(copied || (allocator.failed() && copy.payload.pointer == nullptr));
             EXPECT_TRUE(!copied || vek_value_equal(&value, &copy));
             VekValue *const dup = vek_value_dup(&value);
             EXPECT_TRUE(dup != nullptr ? vek_value_equal(dup, &value) : allocator.failed());
-            VekSList *const list =
-                VEK_VALUE_IS_SLIST(&value) ? vek_value_dup_slist(&value) : nullptr;
+            VekSList *const list = VEK_VALUE_IS_SLIST(&value) ? vek_value_dup_slist(&value) : nullptr;
             Value other(vek_value_set_pointer, &value);
             EXPECT_EQ(vek_value_equal(&value, other), 0);
 
             vek_slist_free(
-                list, type == VEK_VALUE_SLIST_OF_STRING
-                          ? [](void *s) { vek_str_unref(static_cast<VekStr *>(s)); }
+                list, type == VEK_VALUE_SLIST_OF_STRING ? [](void *s) { vek_str_unref(static_cast<VekStr *>(s)); }
                       : type == VEK_VALUE_SLIST_OF_VALUE
                           ? [](void *v) { vek_value_destroy(static_cast<VekValue *>(v)); }
                           : [](void *) {});
@@ -209,11 +183,9 @@ TEST(Value, ConvertsToNumbers)
         Value shared(vek_value_take_vekstr, vekstr);
         for (VekValue *value : {static_cast<VekValue *>(string), static_cast<VekValue *>(shared)}) {
             errno = EDOM; // a stale error is not the conversion's
-            EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_int(value), row.integer); }),
-                      row.integer_message);
+            EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_int(value), row.integer); }), row.integer_message);
             errno = EDOM;
-            EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_double(value), row.real); }),
-                      row.real_message);
+            EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_double(value), row.real); }), row.real_message);
         }
     }
     const std::pair<double, int32_t> doubles[] = {{2.9, 2},
@@ -249,10 +221,9 @@ TEST(Value, ConvertsToText)
     EXPECT_EQ(text_of(named), "eth0");
     EXPECT_EQ(text_of(pointer), address("VEK_VALUE_POINTER", &name));
     EXPECT_EQ(text_of(list), address("VEK_VALUE_SLIST_OF_POINTER", nullptr));
-    const std::pair<VekValueType, const char *> lists[] = {
-        {VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
-        {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
-        {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"}};
+    const std::pair<VekValueType, const char *> lists[] = {{VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
+                                                           {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
+                                                           {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"}};
     for (const auto &[type, text] : lists) {
         Value typed(vek_value_init, type);
         EXPECT_EQ(text_of(typed), address(text, nullptr));
@@ -341,8 +312,7 @@ TEST(Value, ListsAreCopiedWholeOrNotAtAll)
         EXPECT_EQ(vek_value_copy(&copy, strings), 0);
         EXPECT_EQ(vek_value_get_slist(&copy), nullptr);
         limited->count = 1;
-        Value values(vek_value_take_slist_of_value,
-                     vek_slist_prepend(nullptr, vek_calloc(1, sizeof(VekValue))));
+        Value values(vek_value_take_slist_of_value, vek_slist_prepend(nullptr, vek_calloc(1, sizeof(VekValue))));
         EXPECT_EQ(vek_value_dup(values), nullptr);
     });
 }
@@ -361,78 +331,54 @@ TEST(Value, ChecksNameTheFault)
         EXPECT_EQ(memcmp(&before, &number, sizeof before), 0);
     };
     const vektest::Check no_type = {"vek_value_get_type", "value->vt != NULL"};
-    vektest::expect_check_rows(
-        "vekvalue.cpp",
-        {
-            {{{"vek_value_init", "vekvalue != NULL"}},
-             [] { vek_value_init(nullptr, VEK_VALUE_MAX); }},
-            {{{"vek_value_init", "type < VEK_VALUE_MAX"}}, [&] { init(11); }},
-            {{{"vek_value_init", "type != VEK_VALUE_INVALID"}}, [&] { init(-1); }},
-            {{{"vek_value_init", "type > VEK_VALUE_INVALID"}}, [&] { init(-1000); }},
-            {{{"vek_value_release", "vekvalue != NULL"}}, [] { vek_value_release(nullptr); }},
-            {{}, [] { vek_value_release(&empty), vek_value_destroy(nullptr); }},
-            {{{"vek_value_get_type", "value != NULL"}},
-             [] { EXPECT_EQ(vek_value_get_type(nullptr), VEK_VALUE_INVALID); }},
-            {{no_type}, [] { EXPECT_EQ(vek_value_get_type(&empty), VEK_VALUE_INVALID); }},
-            {{{"vek_value_copy", "dest != NULL"}},
-             [] { EXPECT_EQ(vek_value_copy(nullptr, nullptr), 0); }},
-            {{{"vek_value_copy", "src != NULL"}},
-             [] { EXPECT_EQ(vek_value_copy(&empty, nullptr), 0); }},
-            {{{"vek_value_copy", "src->vt != NULL"}},
-             [] { EXPECT_EQ(vek_value_copy(&number, &empty), 0); }},
-            {{{"vek_value_copy", "src != NULL"}},
-             [] { EXPECT_EQ(vek_value_dup(nullptr), nullptr); }},
-            {{{"vek_value_equal", "val1->vt != NULL"}},
-             [] { EXPECT_EQ(vek_value_equal(&empty, &number), 0); }},
-            {{{"vek_value_equal", "val2->vt != NULL"}},
-             [] { EXPECT_EQ(vek_value_equal(&number, &empty), 0); }},
-            {{{"vek_value_set_int", "vekvalue != NULL"}}, [] { vek_value_set_int(nullptr, 1); }},
-            {{{"vek_value_set_string", "vekvalue != NULL"}},
-             [] { EXPECT_EQ(vek_value_set_string(nullptr, "x"), 0); }},
-            {{{"vek_value_take_dict", "vekvalue != NULL"}},
-             [] { vek_value_take_dict(nullptr, nullptr); }},
-            {{{"vek_value_get_int", "vekvalue != NULL"}},
-             [] { EXPECT_EQ(vek_value_get_int(nullptr), 0); }},
-            {{{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
-             [] { EXPECT_EQ(vek_value_get_int(&empty), 0); }},
-            {{{"vek_value_get_double", "vekvalue->vt->type == VEK_VALUE_DOUBLE"}},
-             [] { EXPECT_EQ(vek_value_get_double(&number), 0.0); }},
-            {{{"vek_value_get_string", "vekvalue->vt->type == VEK_VALUE_STRING"}},
-             [] { EXPECT_EQ(vek_value_get_string(&number), nullptr); }},
-            {{{"vek_value_dup_string", "vekvalue->vt->type == VEK_VALUE_STRING"}},
-             [] { EXPECT_EQ(vek_value_dup_string(&number), nullptr); }},
-            {{{"vek_value_steal_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR"}},
-             [] { EXPECT_EQ(vek_value_steal_vekstr(&number), nullptr); }},
-            {{{"vek_value_get_pointer", "vekvalue->vt->type == VEK_VALUE_POINTER"}},
-             [] { EXPECT_EQ(vek_value_get_pointer(&number), nullptr); }},
-            {{{"vek_value_steal_pointer", "value != NULL"}},
-             [] { EXPECT_EQ(vek_value_steal_pointer(nullptr), nullptr); }},
-            {{{"vek_value_steal_pointer", "value->vt->type == VEK_VALUE_POINTER"}},
-             [] { EXPECT_EQ(vek_value_steal_pointer(&number), nullptr); }},
-            {{{"vek_value_get_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR"}},
-             [] { EXPECT_EQ(vek_value_get_vekstr(&number), nullptr); }},
-            {{{"vek_value_get_dict", "vekvalue->vt->type == VEK_VALUE_DICT"}},
-             [] { EXPECT_EQ(vek_value_get_dict(&number), nullptr); }},
-            {{{"vek_value_get_name", "vekvalue->vt->type == VEK_VALUE_NAME"}},
-             [] { EXPECT_EQ(vek_value_get_name(&number), nullptr); }},
-            {{no_type,
-              no_type,
-              no_type,
-              no_type,
-              {"vek_value_get_slist", "VEK_VALUE_IS_SLIST(vekvalue)"}},
-             [] { EXPECT_EQ(vek_value_get_slist(&empty), nullptr); }},
-            {{{"vek_value_dup_slist", "VEK_VALUE_IS_SLIST(vekvalue)"}},
-             [] { EXPECT_EQ(vek_value_dup_slist(&number), nullptr); }},
-            {{{"vek_value_dup_dict", "vekvalue->vt->type == VEK_VALUE_DICT"}},
-             [] { EXPECT_EQ(vek_value_dup_dict(&number), nullptr); }},
-            {{{"vek_value_get_as_pointer", "vekvalue->vt->type != VEK_VALUE_INT && "
-                                           "vekvalue->vt->type != VEK_VALUE_DOUBLE"}},
-             [] { EXPECT_EQ(vek_value_get_as_pointer(&number), nullptr); }},
-            {{{"vek_value_get_as_string", "value != NULL"}},
-             [] { EXPECT_EQ(vek_value_get_as_string(nullptr), nullptr); }},
-            {{no_type, no_type, no_type, no_type},
-             [] { EXPECT_EQ(text_of(&empty), address("[unknown VekValueType]", nullptr)); }},
-        });
+    EXPECT_WARNS("vek_value_init", "vekvalue != NULL", vek_value_init(nullptr, VEK_VALUE_MAX));
+    EXPECT_WARNS("vek_value_init", "type < VEK_VALUE_MAX", init(11));
+    EXPECT_WARNS("vek_value_init", "type != VEK_VALUE_INVALID", init(-1));
+    EXPECT_WARNS("vek_value_init", "type > VEK_VALUE_INVALID", init(-1000));
+    EXPECT_WARNS("vek_value_release", "vekvalue != NULL", vek_value_release(nullptr));
+    vektest::expect_warnings("vekvalue.cpp", {}, [&] { vek_value_release(&empty), vek_value_destroy(nullptr); });
+    EXPECT_FAILS("vek_value_get_type", "value != NULL", vek_value_get_type(nullptr), VEK_VALUE_INVALID);
+    vektest::expect_warnings("vekvalue.cpp", {no_type},
+                             [&] { EXPECT_EQ(vek_value_get_type(&empty), VEK_VALUE_INVALID); });
+    EXPECT_FAILS("vek_value_copy", "dest != NULL", vek_value_copy(nullptr, nullptr), 0);
+    EXPECT_FAILS("vek_value_copy", "src != NULL", vek_value_copy(&empty, nullptr), 0);
+    EXPECT_FAILS("vek_value_copy", "src->vt != NULL", vek_value_copy(&number, &empty), 0);
+    EXPECT_FAILS("vek_value_copy", "src != NULL", vek_value_dup(nullptr), nullptr);
+    EXPECT_FAILS("vek_value_equal", "val1->vt != NULL", vek_value_equal(&empty, &number), 0);
+    EXPECT_FAILS("vek_value_equal", "val2->vt != NULL", vek_value_equal(&number, &empty), 0);
+    EXPECT_WARNS("vek_value_set_int", "vekvalue != NULL", vek_value_set_int(nullptr, 1));
+    EXPECT_FAILS("vek_value_set_string", "vekvalue != NULL", vek_value_set_string(nullptr, "x"), 0);
+    EXPECT_WARNS("vek_value_take_dict", "vekvalue != NULL", vek_value_take_dict(nullptr, nullptr));
+    EXPECT_FAILS("vek_value_get_int", "vekvalue != NULL", vek_value_get_int(nullptr), 0);
+    EXPECT_FAILS("vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT", vek_value_get_int(&empty), 0);
+    EXPECT_FAILS("vek_value_get_double", "vekvalue->vt->type == VEK_VALUE_DOUBLE", vek_value_get_double(&number), 0.0);
+    EXPECT_FAILS("vek_value_get_string", "vekvalue->vt->type == VEK_VALUE_STRING", vek_value_get_string(&number),
+                 nullptr);
+    EXPECT_FAILS("vek_value_dup_string", "vekvalue->vt->type == VEK_VALUE_STRING", vek_value_dup_string(&number),
+                 nullptr);
+    EXPECT_FAILS("vek_value_steal_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR", vek_value_steal_vekstr(&number),
+                 nullptr);
+    EXPECT_FAILS("vek_value_get_pointer", "vekvalue->vt->type == VEK_VALUE_POINTER", vek_value_get_pointer(&number),
+                 nullptr);
+    EXPECT_FAILS("vek_value_steal_pointer", "value != NULL", vek_value_steal_pointer(nullptr), nullptr);
+    EXPECT_FAILS("vek_value_steal_pointer", "value->vt->type == VEK_VALUE_POINTER", vek_value_steal_pointer(&number),
+                 nullptr);
+    EXPECT_FAILS("vek_value_get_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR", vek_value_get_vekstr(&number),
+                 nullptr);
+    EXPECT_FAILS("vek_value_get_dict", "vekvalue->vt->type == VEK_VALUE_DICT", vek_value_get_dict(&number), nullptr);
+    EXPECT_FAILS("vek_value_get_name", "vekvalue->vt->type == VEK_VALUE_NAME", vek_value_get_name(&number), nullptr);
+    vektest::expect_warnings(
+        "vekvalue.cpp", {no_type, no_type, no_type, no_type, {"vek_value_get_slist", "VEK_VALUE_IS_SLIST(vekvalue)"}},
+        [&] { EXPECT_EQ(vek_value_get_slist(&empty), nullptr); });
+    EXPECT_FAILS("vek_value_dup_slist", "VEK_VALUE_IS_SLIST(vekvalue)", vek_value_dup_slist(&number), nullptr);
+    EXPECT_FAILS("vek_value_dup_dict", "vekvalue->vt->type == VEK_VALUE_DICT", vek_value_dup_dict(&number), nullptr);
+    vektest::expect_warnings("vekvalue.cpp",
+                             {{"vek_value_get_as_pointer", "vekvalue->vt->type != VEK_VALUE_INT && "
+                                                           "vekvalue->vt->type != VEK_VALUE_DOUBLE"}},
+                             [&] { EXPECT_EQ(vek_value_get_as_pointer(&number), nullptr); });
+    EXPECT_FAILS("vek_value_get_as_string", "value != NULL", vek_value_get_as_string(nullptr), nullptr);
+    vektest::expect_warnings("vekvalue.cpp", {no_type, no_type, no_type, no_type},
+                             [&] { EXPECT_EQ(text_of(&empty), address("[unknown VekValueType]", nullptr)); });
     const std::string refused = captured(2, [] {
         EXPECT_EQ(vek_value_get_as_int(&name), 0);
         EXPECT_EQ(vek_value_get_as_double(&name), 0.0);

@@ -4,8 +4,8 @@
 #ifndef VEKLIB_TESTS_SUPPORT_H
 #define VEKLIB_TESTS_SUPPORT_H
 
+#include <cstdio>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -43,16 +43,23 @@ std::string content_of(const std::string &path);
 /** A failed check: function and condition. */
 using Check = std::pair<std::string, std::string>;
 
-/** Expects `body` to write exactly these failed-check warnings, in this order. */
-void expect_warnings(const char *source, const std::vector<Check> &checks,
-                     const std::function<void()> &body);
+/** Expects `body` to write exactly these failed-check warnings, in this order, of a source of the library
+ *  (null: of any). */
+void expect_warnings(const char *source, const std::vector<Check> &checks, const std::function<void()> &body);
 
-/** A row of a table of argument checks: a call, and the warnings that it prints. */
-struct CheckRow {
-    std::vector<Check> checks;
-    std::function<void()> call;
-};
-void expect_check_rows(const char *source, std::initializer_list<CheckRow> rows);
+/** Expects the call to give `value`, with the warning that one check of `function` failed. */
+#define EXPECT_FAILS(function, condition, call, value)                                                                 \
+    vektest::expect_warnings(nullptr, {{function, condition}}, [&] { EXPECT_EQ(call, value); })
+
+/** EXPECT_FAILS() for a call without a result. */
+#define EXPECT_WARNS(function, condition, call)                                                                        \
+    vektest::expect_warnings(nullptr, {{function, condition}}, [&] { call; })
+
+/** What every fopen() of the process goes through, the library's included; null: straight on. */
+extern std::function<FILE *(const char *path, const char *mode)> open_hook;
+
+/** The platform's own fopen(). */
+FILE *plain_open(const char *path, const char *mode);
 
 /** The allocator table under test conditions, installed for the life of the object (one at a time).
  *  Blocks are poisoned when handed out and when released; a release of anything else than a live
