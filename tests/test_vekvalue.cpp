@@ -135,6 +135,9 @@ TEST(Value, EqualityHasItsCorners)
     EXPECT_EQ(vek_value_equal(null_string, text), 0);
     EXPECT_EQ(vek_value_equal(five, five_real), 0);
     EXPECT_EQ(vek_value_equal(five, nullptr), 0);
+    Value shared(vek_value_take_vekstr, vek_str_create("x"));
+    Value same_text(vek_value_take_vekstr, vek_str_create("x"));
+    EXPECT_EQ(vek_value_equal(shared, same_text), 1);
     VekValue empty = {};
     EXPECT_EQ(vek_value_equal(&empty, &empty), 1);
     VekValue copy;
