@@ -2,6 +2,7 @@
 #include "veklib/vekhash.h"
 
 #include "veklib/vekdiag.h"
+#include "veklib/vekhash_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
 
@@ -31,35 +32,13 @@ uint32_t hash_of(const VekHash *hash, const void *key)
     return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
 }
 
-/** The key's slot among `table_size` slots: the remainder, which a mask gives for powers of two. */
-uint32_t slot_of(const VekHash *hash, const void *key, uint32_t table_size)
+VekHashPlace find_slot(const VekHash *hash, const void *key)
 {
-    return hash_of(hash, key) & (table_size - 1);
-}
-
-/** Where a key is, or where it would go. */
-struct Place {
-    VekHashEntry **link; ///< points at the entry, or is the null link that ends the chain
-    uint32_t position;   ///< entries passed in the chain
-};
-
-template <typename Equal>
-Place walk_chain(VekHashEntry **link, const void *key, Equal equal)
-{
-    uint32_t position = 0;
-    for (; *link != nullptr && !equal((*link)->key, key); link = &(*link)->next) {
-        ++position;
-    }
-    return {link, position};
-}
-
-Place find_slot(const VekHash *hash, const void *key)
-{
-    VekHashEntry **const slot = &hash->table[slot_of(hash, key, hash->table_size)];
+    VekHashEntry **const slot = vek_hash_slot(hash, hash_of(hash, key));
     if (hash->equal_func == vek_hash_int_equal_func) {
-        return walk_chain(slot, key, [](const void *a, const void *b) { return a == b; });
+        return vek_hash_walk_chain(slot, key, [](const void *a, const void *b) { return a == b; });
     }
-    return walk_chain(slot, key, hash->equal_func);
+    return vek_hash_walk_chain(slot, key, hash->equal_func);
 }
 
 VekHashEntry **new_slots(uint32_t size)
@@ -74,19 +53,20 @@ void rehash(VekHash *hash, uint32_t new_size)
         VEK_WARNING("WARNING: failed to allocate new hash table in rehash\n");
         return;
     }
-    for (uint32_t i = 0; i < hash->table_size; ++i) {
-        VekHashEntry *entry = hash->table[i];
+    VekHashEntry **const old_slots = hash->table;
+    const uint32_t old_size = hash->table_size;
+    hash->table = slots;
+    hash->table_size = new_size;
+    for (uint32_t i = 0; i < old_size; ++i) {
+        VekHashEntry *entry = old_slots[i];
         while (entry != nullptr) {
             VekHashEntry *const next = entry->next;
-            VekHashEntry **const head = &slots[slot_of(hash, entry->key, new_size)];
+            VekHashEntry **const head = vek_hash_slot(hash, hash_of(hash, entry->key));
             entry->next = *head;
             *head = entry;
             entry = next;
         }
     }
-    VekHashEntry **const old_slots = hash->table;
-    hash->table = slots;
-    hash->table_size = new_size;
     vek_free(old_slots);
 }
 
@@ -118,6 +98,14 @@ void destroy_content(const VekHash *hash, VekHashEntry *entry)
 }
 
 } // namespace
+
+void vek_hash_link(VekHash *hash, VekHashPlace place, VekHashEntry *entry)
+{
+    entry->next = nullptr;
+    *place.link = entry;
+    ++hash->entry_count;
+    grow_if_crowded(hash, place.position);
+}
 
 VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_func,
                            VekDestroyFunc key_destroy_func, VekDestroyFunc value_destroy_func)
@@ -169,7 +157,7 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
     VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, 0);
 
-    const Place place = find_slot(hash, key);
+    const VekHashPlace place = find_slot(hash, key);
     if (*place.link != nullptr) {
         VekHashEntry *const present = *place.link;
         destroy_content(hash, present);
@@ -183,10 +171,9 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
         return 0;
     }
     auto *const entry = static_cast<VekHashEntry *>(block);
-    *entry = {.key = key, .value = value, .next = nullptr};
-    *place.link = entry;
-    ++hash->entry_count;
-    grow_if_crowded(hash, place.position);
+    entry->key = key;
+    entry->value = value;
+    vek_hash_link(hash, place, entry);
     return 1;
 }
 

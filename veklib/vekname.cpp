@@ -2,6 +2,7 @@
 #include "veklib/vekname.h"
 
 #include "veklib/vekdiag.h"
+#include "veklib/vekhash_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
 #include "veklib/vekname_internal.h"
@@ -32,6 +33,12 @@ struct Mixer {
     }
 };
 
+/** Whether two texts are equal; most that are not differ in their first byte, which costs no call. */
+bool is_same_text(const char *a, const char *b)
+{
+    return *a == *b && strcmp(a, b) == 0;
+}
+
 /** Up to four bytes as a little-endian number, on every platform. */
 uint32_t little_endian(const unsigned char *bytes, size_t count)
 {
@@ -40,6 +47,13 @@ uint32_t little_endian(const unsigned char *bytes, size_t count)
         number |= uint32_t{bytes[j]} << (8 * j);
     }
     return number;
+}
+
+/** Where the name of a text is, or would go. */
+VekHashPlace find_name(const VekNameTable *table, const char *string)
+{
+    return vek_hash_walk_chain(vek_hash_slot(table->hash, name_hash_func(string)), string,
+                               name_equal_func);
 }
 
 void name_free_func(void *element)
@@ -97,7 +111,7 @@ uint32_t name_hash_func(const void *key)
 
 int name_equal_func(const void *a, const void *b)
 {
-    return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
+    return is_same_text(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
 VEK_ENTRY VekNameTable *vek_name_table_create(VekNameTable **name_table)
@@ -135,18 +149,23 @@ VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int3
     VEK_RETURN_VAL_IF_FAIL(name_table != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(string != NULL, nullptr);
 
-    void *const present = vek_hash_lookup(name_table->hash, string);
-    if (present != nullptr) {
-        return static_cast<VekName *>(present);
+    const VekHashPlace place = find_name(name_table, string);
+    if (*place.link != nullptr) {
+        return static_cast<VekName *>((*place.link)->value);
     }
     VekName *const name = new_name(string, id);
     if (name == nullptr) {
         return nullptr;
     }
-    if (!vek_hash_insert(name_table->hash, name->string, name)) {
+    void *const block = vek_malloc(sizeof(VekHashEntry));
+    if (block == nullptr) {
         name_free_func(name);
         return nullptr;
     }
+    auto *const entry = static_cast<VekHashEntry *>(block);
+    entry->key = name->string;
+    entry->value = name;
+    vek_hash_link(name_table->hash, place, entry);
     return name;
 }
 
@@ -163,7 +182,8 @@ VekName *vek_name_try_string(const VekNameTable *name_table, const char *string)
     VEK_RETURN_VAL_IF_FAIL(name_table != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(string != NULL, nullptr);
 
-    return static_cast<VekName *>(vek_hash_lookup(name_table->hash, string));
+    const VekHashEntry *const entry = *find_name(name_table, string).link;
+    return entry != nullptr ? static_cast<VekName *>(entry->value) : nullptr;
 }
 
 const char *vek_name_to_string(const VekName *name)
