@@ -2,6 +2,7 @@
 #include "veklib/vekdict.h"
 
 #include "veklib/vekdiag.h"
+#include "veklib/vekdict_internal.h"
 #include "veklib/vekmemory.h"
 
 #include <algorithm>
@@ -83,51 +84,26 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 
 /* ---- Search ---- */
 
-/** What a search found. */
-struct Search {
-    VekDictItem *item;    ///< the key's item, or null
-    VekDictSegment *last; ///< for an absent key: the segment that ends the items in use
-    int32_t used;         ///< and how many of its slots they take
-    bool failed;          ///< an empty key is stored, and was reported
-};
-
-/** An integer is compared in place, anything else by vek_value_equal(). */
-bool is_same_key(const VekValue *key, const VekValue *stored)
+/** Searches the items in use for a key; reports an empty stored key in the name of `function`. */
+VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *function)
 {
-    if (key->vt->type == VEK_VALUE_INT) {
-        return stored->vt->type == VEK_VALUE_INT && stored->payload.integer == key->payload.integer;
-    }
-    return vek_value_equal(key, stored) != 0;
-}
-
-/** Searches the items in use; reports an empty stored key in the name of `function`. */
-Search find_item(const VekDict *dict, const VekValue *key, const char *function)
-{
-    auto *segment = const_cast<VekDictSegment *>(&dict->first_seg);
-    for (int32_t left = dict->len;; segment = segment->next) {
-        const int32_t used = std::min(segment->count, left);
-        for (VekDictItem *item = segment->items; item != segment->items + used; ++item) {
-            if (item->key.vt == nullptr) {
-                vek_value_get_type(&item->key); // warns
-                vek_warn_failed_assertion(
-                    __FILE__, __LINE__, function,
-                    "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
-                return {nullptr, nullptr, 0, true};
-            }
-            if (is_same_key(key, &item->key)) {
-                return {item, segment, used, false};
-            }
-        }
-        left -= used;
-        if (left == 0 || segment->next == nullptr) {
-            return {nullptr, segment, used, false};
-        }
+    switch (key->vt->type) {
+    case VEK_VALUE_INT:
+        return vek_dict_search(dict, function, vek_dict_match_int(key->payload.integer));
+    case VEK_VALUE_STRING:
+        return vek_dict_search(dict, function, vek_dict_match_string(key->payload.string));
+    case VEK_VALUE_NAME:
+        return vek_dict_search(dict, function, vek_dict_match_name(key->payload.name));
+    default:
+        return vek_dict_search(dict, function, [key](const VekValue &stored) {
+            return stored.vt != nullptr && vek_value_equal(key, &stored);
+        });
     }
 }
 
 /** The slot behind the items in use, in a new segment if the last one is full; null without memory.
  */
-VekDictItem *next_slot(const Search &search)
+VekDictItem *next_slot(const VekDictPlace &search)
 {
     VekDictSegment *const last = search.last;
     if (search.used < last->count) {
@@ -207,6 +183,15 @@ void print_item(const VekDictItem *item)
 }
 
 } // namespace
+
+VekDictPlace vek_dict_empty_key(const VekValue *key, const char *function)
+{
+    vek_value_get_type(key); // warns
+    vek_warn_failed_assertion(
+        __FILE__, __LINE__, function,
+        "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
+    return {nullptr, nullptr, 0, true};
+}
 
 /* ---- Create and release ---- */
 
@@ -334,7 +319,7 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
     VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, 0);
     VEK_RETURN_VAL_IF_FAIL(data != NULL, 0);
 
-    const Search search = find_item(vekdict_ptr, key, __func__);
+    const VekDictPlace search = find_item(vekdict_ptr, key, __func__);
     if (search.failed) {
         return 0;
     }

@@ -4,7 +4,7 @@
 #include "veklib/vekdiag.h"
 #include "veklib/vektypeddict_internal.h"
 
-#define DICT_TYPE_CHECK(dict) (vek_dict_get_key_type(dict) == VEK_VALUE_NAME)
+#define DICT_TYPE_CHECK(dict) ((dict)->key_type == VEK_VALUE_NAME)
 
 namespace {
 
@@ -17,7 +17,7 @@ struct NameKeys {
         return true;
     }
 
-    static void lookup(VekValue *record, Key key) { vek_value_set_name(record, key); }
+    static auto match(Key key) { return vek_dict_match_name(key); }
 };
 
 using Dict = TypedDict<NameKeys>;

@@ -4,7 +4,7 @@
 #include "veklib/vekdiag.h"
 #include "veklib/vektypeddict_internal.h"
 
-#define DICT_TYPE_CHECK(dict) (vek_dict_get_key_type(dict) == VEK_VALUE_STRING)
+#define DICT_TYPE_CHECK(dict) ((dict)->key_type == VEK_VALUE_STRING)
 
 namespace {
 
@@ -13,11 +13,7 @@ struct StringKeys {
 
     static bool store(VekValue *record, Key key) { return vek_value_set_string(record, key) != 0; }
 
-    static void lookup(VekValue *record, Key key)
-    {
-        // Used in place: the record is never released.
-        vek_value_take_string(record, const_cast<char *>(key));
-    }
+    static auto match(Key key) { return vek_dict_match_string(key); }
 };
 
 using Dict = TypedDict<StringKeys>;

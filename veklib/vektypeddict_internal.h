@@ -3,12 +3,12 @@
  *
  *     Keys::Key                    the type that callers pass
  *     Keys::store(record, key)     a record that the dictionary may keep; false without memory
- *     Keys::lookup(record, key)    a record for one search, which owns nothing
+ *     Keys::match(key)             what matches a stored key, for the search
  */
 #ifndef VEKLIB_VEKTYPEDDICT_INTERNAL_H
 #define VEKLIB_VEKTYPEDDICT_INTERNAL_H
 
-#include "veklib/vekdict.h"
+#include "veklib/vekdict_internal.h"
 
 template <typename Keys>
 struct TypedDict {
@@ -53,12 +53,12 @@ struct TypedDict {
         return stored;
     }
 
-    /** The stored record, or null. */
+    /** The stored record, or null: _vek_dict_get_value() without a record for the key. */
     static VekValue *get_value(const VekDict *dict, Key key)
     {
-        VekValue record;
-        Keys::lookup(&record, key);
-        return _vek_dict_get_value(dict, &record);
+        VekDictItem *const item =
+            vek_dict_search(dict, "_vek_dict_get_value", Keys::match(key)).item;
+        return item != nullptr ? &item->data : nullptr;
     }
 
     /** What `get` reads from the stored record, or `absent`. */

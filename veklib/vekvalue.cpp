@@ -6,6 +6,7 @@
 #include "veklib/vekdict.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekstrfuncs.h"
+#include "veklib/vekvalue_internal.h"
 
 #include <cctype>
 #include <cerrno>
@@ -26,7 +27,8 @@
     } while (0)
 
 #define RETURN_VAL_UNLESS_TYPE(record, expected, failure)                                          \
-    RETURN_VAL_IF_FAIL_AS(has_type(record, expected), #record "->vt->type == " #expected, failure)
+    RETURN_VAL_IF_FAIL_AS(vek_value_is(record, expected), #record "->vt->type == " #expected,      \
+                          failure)
 
 namespace {
 
@@ -145,7 +147,9 @@ void *ref_dict(void *payload)
     return vek_dict_ref(static_cast<VekDict *>(payload));
 }
 
-constexpr VekValueVtable value_types[VEK_VALUE_MAX] = {
+} // namespace
+
+constinit const VekValueVtable vek_value_types[VEK_VALUE_MAX] = {
     {VEK_VALUE_INT, nullptr, equal_integers, same_word},
     {VEK_VALUE_DOUBLE, nullptr, nullptr, nullptr},
     {VEK_VALUE_VEKSTR, release_vekstr, equal_vekstrs, ref_vekstr},
@@ -158,6 +162,8 @@ constexpr VekValueVtable value_types[VEK_VALUE_MAX] = {
     {VEK_VALUE_SLIST_OF_VALUE, ValueList::release, ValueList::equal, ValueList::dup},
     {VEK_VALUE_DICT, destroy_dict, equal_words, ref_dict},
 };
+
+namespace {
 
 constexpr const char *type_names[VEK_VALUE_MAX] = {
     "VEK_VALUE_INT",
@@ -190,12 +196,7 @@ void become(VekValue *record, VekValueType type, void *payload)
 /** What `dup` of a type makes of a payload; null stays null. */
 void *dup_payload(VekValueType type, void *payload)
 {
-    return payload != nullptr ? value_types[type].dup(payload) : nullptr;
-}
-
-bool has_type(const VekValue *record, VekValueType type)
-{
-    return record->vt != nullptr && record->vt->type == type;
+    return payload != nullptr ? vek_value_types[type].dup(payload) : nullptr;
 }
 
 /* ---- Conversions ---- */
@@ -290,7 +291,7 @@ void vek_value_init(VekValue *vekvalue, VekValueType type)
     VEK_RETURN_IF_FAIL(type != VEK_VALUE_INVALID);
     VEK_RETURN_IF_FAIL(type > VEK_VALUE_INVALID);
 
-    vekvalue->vt = &value_types[type];
+    vekvalue->vt = &vek_value_types[type];
     VEK_ASSERT(type == vekvalue->vt->type);
     if (type == VEK_VALUE_DOUBLE) {
         vekvalue->payload.real = 0.0;

@@ -1,0 +1,75 @@
+/* SPDX-License-Identifier: MIT */
+/* The search of a dictionary, without a call for each item where the type of the key is known. */
+#ifndef VEKLIB_VEKDICT_INTERNAL_H
+#define VEKLIB_VEKDICT_INTERNAL_H
+
+#include "veklib/vekdict.h"
+#include "veklib/vekvalue_internal.h"
+
+#include <cstring>
+
+/** What a search found. */
+struct VekDictPlace {
+    VekDictItem *item;    ///< the key's item, or null
+    VekDictSegment *last; ///< for an absent key: the segment that ends the items in use
+    int32_t used;         ///< and how many of its slots they take
+    bool failed;          ///< an empty key is stored, and was reported
+};
+
+/** Reports an empty stored key in the name of `function`. */
+VekDictPlace vek_dict_empty_key(const VekValue *key, const char *function);
+
+/** Searches the items in use for the first whose key `matches`; an empty key matches nothing. */
+template <typename Matches>
+VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
+{
+    auto *segment = const_cast<VekDictSegment *>(&dict->first_seg);
+    for (int32_t left = dict->len;; segment = segment->next) {
+        const int32_t used = segment->count < left ? segment->count : left;
+        for (VekDictItem *item = segment->items; item != segment->items + used; ++item) {
+            if (matches(item->key)) {
+                return {item, segment, used, false};
+            }
+            if (item->key.vt == nullptr) {
+                return vek_dict_empty_key(&item->key, function);
+            }
+        }
+        left -= used;
+        if (left == 0 || segment->next == nullptr) {
+            return {nullptr, segment, used, false};
+        }
+    }
+}
+
+/* What matches a key of each of the facades' types: what vek_value_equal() takes for equal. */
+
+inline auto vek_dict_match_int(int32_t key)
+{
+    return [key](const VekValue &stored) {
+        return stored.payload.integer == key && vek_value_is(&stored, VEK_VALUE_INT);
+    };
+}
+
+/* Most texts differ in their first byte, which costs no call. */
+inline auto vek_dict_match_string(const char *key)
+{
+    return [key](const VekValue &stored) {
+        if (!vek_value_is(&stored, VEK_VALUE_STRING)) {
+            return false;
+        }
+        const char *const text = stored.payload.string;
+        if (text == nullptr || key == nullptr) {
+            return text == key;
+        }
+        return *text == *key && strcmp(text, key) == 0;
+    };
+}
+
+inline auto vek_dict_match_name(const VekName *key)
+{
+    return [key](const VekValue &stored) {
+        return stored.payload.name == key && vek_value_is(&stored, VEK_VALUE_NAME);
+    };
+}
+
+#endif

@@ -1,0 +1,17 @@
+/* SPDX-License-Identifier: MIT */
+/* The types of values, for families that recognise one by its address. */
+#ifndef VEKLIB_VEKVALUE_INTERNAL_H
+#define VEKLIB_VEKVALUE_INTERNAL_H
+
+#include "veklib/vekvalue.h"
+
+/** The operations of each type, by its number: a value's `vt` points to one of them. */
+extern const VekValueVtable vek_value_types[VEK_VALUE_MAX];
+
+/** Whether a record is a value of `type`. */
+inline bool vek_value_is(const VekValue *record, VekValueType type)
+{
+    return record->vt == &vek_value_types[type];
+}
+
+#endif
