@@ -1,7 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 #include "jobs.h"
 
-#include <cstring>
 #include <forward_list>
 #include <unordered_map>
 
@@ -61,11 +60,9 @@ void list_std(benchmark::State &state, int size)
 
 /* ---- Hash tables. Each contender: make, put, get, release; integer and string keys. ---- */
 
-uint32_t hash_text(const void *key) { return g_str_hash(key); } // the same function for both
-int equal_text(const void *a, const void *b)
-{
-    return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
-}
+// The same hash and equality for all: those of GLib, whose types fit.
+constexpr auto hash_text = g_str_hash;
+constexpr auto equal_text = g_str_equal;
 
 template <bool of_text>
 struct Vek {
@@ -77,7 +74,7 @@ struct Vek {
 
 template <bool of_text>
 struct Glib {
-    GHashTable *hash = of_text ? g_hash_table_new(g_str_hash, g_str_equal) : g_hash_table_new(nullptr, nullptr);
+    GHashTable *hash = of_text ? g_hash_table_new(hash_text, equal_text) : g_hash_table_new(nullptr, nullptr);
     ~Glib() { g_hash_table_destroy(hash); }
     void put(void *key, void *value) { g_hash_table_insert(hash, key, value); }
     void *get(void *key) { return g_hash_table_lookup(hash, key); }

@@ -9,6 +9,7 @@
 #include "veklib/vekstr_internal.h"
 #include "veklib/vekstrfuncs.h"
 
+#include <bit>
 #include <cstring>
 
 namespace {
@@ -39,12 +40,23 @@ bool is_same_text(const char *a, const char *b)
     return *a == *b && strcmp(a, b) == 0;
 }
 
-/** Up to four bytes as a little-endian number, on every platform. */
-uint32_t little_endian(const unsigned char *bytes, size_t count)
+/** Up to three bytes as a little-endian number. */
+uint32_t last_bytes(const unsigned char *bytes, size_t count)
 {
     uint32_t number = 0;
-    for (size_t j = 0; j < count; ++j) {
-        number |= uint32_t{bytes[j]} << (8 * j);
+    while (count-- > 0) {
+        number = number << 8 | bytes[count];
+    }
+    return number;
+}
+
+/** Four bytes as a little-endian number, on every platform. */
+uint32_t four_bytes(const unsigned char *bytes)
+{
+    uint32_t number;
+    memcpy(&number, bytes, sizeof number);
+    if constexpr (std::endian::native == std::endian::big) {
+        number = __builtin_bswap32(number);
     }
     return number;
 }
@@ -90,19 +102,22 @@ uint32_t name_hash_func(const void *key)
     size_t rest = length;
     Mixer words;
     for (; rest >= 12; rest -= 12, bytes += 12) {
-        words.a += little_endian(bytes, 4);
-        words.b += little_endian(bytes + 4, 4);
-        words.c += little_endian(bytes + 8, 4);
+        words.a += four_bytes(bytes);
+        words.b += four_bytes(bytes + 4);
+        words.c += four_bytes(bytes + 8);
         words.mix();
     }
     // The lowest byte of c is the length's.
     words.c += static_cast<uint32_t>(length);
-    words.a += little_endian(bytes, rest < 4 ? rest : 4);
-    if (rest > 4) {
-        words.b += little_endian(bytes + 4, rest < 8 ? rest - 4 : 4);
-    }
-    if (rest > 8) {
-        words.c += little_endian(bytes + 8, rest - 8) << 8;
+    if (rest >= 8) {
+        words.a += four_bytes(bytes);
+        words.b += four_bytes(bytes + 4);
+        words.c += last_bytes(bytes + 8, rest - 8) << 8;
+    } else if (rest >= 4) {
+        words.a += four_bytes(bytes);
+        words.b += last_bytes(bytes + 4, rest - 4);
+    } else {
+        words.a += last_bytes(bytes, rest);
     }
     words.mix();
     const bool negative = (words.c >> 31) != 0;
