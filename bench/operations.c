@@ -1,0 +1,93 @@
+/* SPDX-License-Identifier: MIT */
+/* usage: operations NAME COUNT - does one operation COUNT times, for counting its instructions. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <veklib/vekdebug.h>
+#include <veklib/vekerror.h>
+#include <veklib/vekhash.h>
+#include <veklib/vekintdict.h>
+#include <veklib/vekmemory.h>
+#include <veklib/vekname.h>
+#include <veklib/vekstr.h>
+#include <veklib/vekstrdict.h>
+
+static VekHash *hash;
+static VekNameTable *names;
+static VekDict *integers, *strings;
+static VekStr *vekstr;
+static VekDebugDomain *domain;
+static const char *const flags[] = {"on", "off", NULL};
+
+static void malloc_free(void)
+{
+    void *volatile block = vek_malloc(64);
+    vek_free(block);
+}
+static void libc_malloc_free(void)
+{
+    void *volatile block = malloc(64);
+    free(block);
+}
+static void nothing(void) {}
+static void hash_hit(void) { vek_hash_lookup(hash, (void *)7); }
+static void intern_existing(void) { vek_name_from_string(names, "interface-7.state", 0); }
+static void get_by_integer(void) { vek_int_dict_get_int(integers, 7); }
+static void get_by_string(void) { vek_str_dict_get_int(strings, "h"); }
+static void str_ref_unref(void) { vek_str_unref(vek_str_ref(vekstr)); }
+static void str_create_unref(void) { vek_str_unref(vek_str_create("interface-7.state")); }
+static void debug_off(void) { vek_debug_print(domain, 2, "%d bytes\n", 1); }
+
+static const struct {
+    const char *name;
+    void (*run)(void);
+} operations[] = {
+    {"nothing", nothing},
+    {"libc malloc+free", libc_malloc_free},
+    {"malloc+free", malloc_free},
+    {"hash hit, integer", hash_hit},
+    {"intern existing", intern_existing},
+    {"dictionary get by integer (8th of 10)", get_by_integer},
+    {"dictionary get by string (8th of 10)", get_by_string},
+    {"string ref+unref", str_ref_unref},
+    {"string create+unref", str_create_unref},
+    {"debug print, off", debug_off},
+};
+
+static void prepare(void)
+{
+    hash = vek_hash_new();
+    names = vek_name_table_create(NULL);
+    integers = vek_int_dict_create(10);
+    strings = vek_str_dict_create(10);
+    vekstr = vek_str_create("text");
+    for (int i = 0; i < 10; ++i) {
+        const char letter[] = {(char)('a' + i), '\0'};
+        char name[32];
+        snprintf(name, sizeof name, "interface-%d.state", i);
+        vek_hash_insert(hash, (void *)(intptr_t)i, hash);
+        vek_name_from_string(names, name, i);
+        vek_int_dict_put_int(integers, i, i);
+        vek_str_dict_put_int(strings, letter, i);
+    }
+    vek_debug_initialize(NULL, NULL);
+    vek_debug_add_domain("bench", flags);
+    domain = vek_debug_get_domain("bench");
+}
+
+int main(int argc, char **argv)
+{
+    const size_t count = sizeof operations / sizeof operations[0];
+    if (argc != 3) {
+        for (size_t i = 0; i < count; ++i) { puts(operations[i].name); }
+        return 0;
+    }
+    prepare();
+    for (size_t i = 0; i < count; ++i) {
+        if (strcmp(operations[i].name, argv[1]) == 0) {
+            for (long n = strtol(argv[2], NULL, 10); n > 0; --n) { operations[i].run(); }
+        }
+    }
+    return 0;
+}
