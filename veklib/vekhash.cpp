@@ -32,7 +32,8 @@ uint32_t hash_of(const VekHash *hash, const void *key)
     return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
 }
 
-VekHashPlace find_slot(const VekHash *hash, const void *key)
+/* Always inline: a look-up then counts no positions. */
+[[gnu::always_inline]] inline VekHashPlace find_slot(const VekHash *hash, const void *key)
 {
     VekHashEntry **const slot = vek_hash_slot(hash, hash_of(hash, key));
     if (hash->equal_func == vek_hash_int_equal_func) {
