@@ -6,7 +6,7 @@
 #include "veklib/vekvalue.h"
 
 /** The operations of each type, by its number: a value's `vt` points to one of them. */
-extern const VekValueVtable vek_value_types[VEK_VALUE_MAX];
+extern constinit const VekValueVtable vek_value_types[VEK_VALUE_MAX];
 
 /** Whether a record is a value of `type`. */
 inline bool vek_value_is(const VekValue *record, VekValueType type)
