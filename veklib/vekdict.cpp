@@ -101,8 +101,7 @@ VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *fun
     }
 }
 
-/** The slot behind the items in use, in a new segment if the last one is full; null without memory.
- */
+/** The slot behind the items in use, in a new segment if the last one is full; null without memory. */
 VekDictItem *next_slot(const VekDictPlace &search)
 {
     VekDictSegment *const last = search.last;

@@ -4,9 +4,8 @@
 #define VEKLIB_VEKDICT_INTERNAL_H
 
 #include "veklib/vekdict.h"
+#include "veklib/vekstrfuncs_internal.h"
 #include "veklib/vekvalue_internal.h"
-
-#include <cstring>
 
 /** What a search found. */
 struct VekDictPlace {
@@ -50,18 +49,11 @@ inline auto vek_dict_match_int(int32_t key)
     };
 }
 
-/* Most texts differ in their first byte, which costs no call. */
 inline auto vek_dict_match_string(const char *key)
 {
     return [key](const VekValue &stored) {
-        if (!vek_value_is(&stored, VEK_VALUE_STRING)) {
-            return false;
-        }
-        const char *const text = stored.payload.string;
-        if (text == nullptr || key == nullptr) {
-            return text == key;
-        }
-        return *text == *key && strcmp(text, key) == 0;
+        return vek_value_is(&stored, VEK_VALUE_STRING) &&
+               vek_is_same_text(stored.payload.string, key);
     };
 }
 

@@ -8,6 +8,7 @@
 #include "veklib/vekname_internal.h"
 #include "veklib/vekstr_internal.h"
 #include "veklib/vekstrfuncs.h"
+#include "veklib/vekstrfuncs_internal.h"
 
 #include <bit>
 #include <cstring>
@@ -33,12 +34,6 @@ struct Mixer {
         c = (c - a - b) ^ (b >> 15);
     }
 };
-
-/** Whether two texts are equal; most that are not differ in their first byte, which costs no call. */
-bool is_same_text(const char *a, const char *b)
-{
-    return *a == *b && strcmp(a, b) == 0;
-}
 
 /** Up to three bytes as a little-endian number. */
 uint32_t last_bytes(const unsigned char *bytes, size_t count)
@@ -126,7 +121,7 @@ uint32_t name_hash_func(const void *key)
 
 int name_equal_func(const void *a, const void *b)
 {
-    return is_same_text(static_cast<const char *>(a), static_cast<const char *>(b));
+    return vek_is_same_text(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
 VEK_ENTRY VekNameTable *vek_name_table_create(VekNameTable **name_table)

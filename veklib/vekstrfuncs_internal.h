@@ -1,16 +1,27 @@
 /* SPDX-License-Identifier: MIT */
-/* Formatting on behalf of a caller. */
+/* Formatting on behalf of a caller, and the comparison of texts. */
 #ifndef VEKLIB_VEKSTRFUNCS_INTERNAL_H
 #define VEKLIB_VEKSTRFUNCS_INTERNAL_H
 
 #include <stdarg.h>
 #include <stddef.h>
+#include <string.h>
 
 #include "veklib/vekmacros.h"
 
 /** vek_strdup_vprintf() on behalf of the code at `return_address`: same result, same failures. */
 VEK_PRINTF(1, 0)
 char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *return_address);
+
+/** Whether two texts are equal, or both null. Most that are not differ in their first byte, which costs no
+ *  call. */
+inline bool vek_is_same_text(const char *a, const char *b)
+{
+    if (a == nullptr || b == nullptr) {
+        return a == b;
+    }
+    return *a == *b && strcmp(a, b) == 0;
+}
 
 /** Formats a text behind a header of `header` bytes, in one new block.
  *  @param shortest  the fewest characters that make a result

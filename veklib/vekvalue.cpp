@@ -6,6 +6,7 @@
 #include "veklib/vekdict.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekstrfuncs.h"
+#include "veklib/vekstrfuncs_internal.h"
 #include "veklib/vekvalue_internal.h"
 
 #include <cctype>
@@ -72,10 +73,7 @@ void *ref_vekstr(void *payload)
 
 int equal_strings(const void *a, const void *b)
 {
-    if (a == nullptr || b == nullptr) {
-        return a == b;
-    }
-    return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
+    return vek_is_same_text(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
 void *dup_string(void *payload)
@@ -98,8 +96,7 @@ void *dup_value(void *element)
     return vek_value_dup(static_cast<const VekValue *>(element));
 }
 
-/** The list operations for elements that `destroy`, `same` and `copy` handle (null: plain words).
- */
+/** The list operations for elements that `destroy`, `same` and `copy` handle (null: plain words). */
 template <VekDestroyFunc destroy, VekEqualFunc same, VekCopyFunc copy>
 struct List {
     static void release(void *payload)
