@@ -85,18 +85,17 @@ void choose_trace_destination()
     trace_destination = stderr;
 }
 
-/** Writes "address: message" and a newline in one write; a line over the limit is dropped. The
- * first line chooses the destination; if there is none at all, that is fatal. Leaves errno as the
- * traced operation left it. */
-[[gnu::format(printf, 2, 3)]] void write_trace(void *return_address, const char *format, ...)
+/** Writes a line, which begins with the address of the code that asked, and a newline in one write;
+ * a line over the limit is dropped. The first line chooses the destination; if there is none at
+ * all, that is fatal. Leaves errno as the traced operation left it. */
+[[gnu::format(printf, 1, 2)]] void write_trace(const char *format, ...)
 {
     const int saved_errno = errno;
 
     char line[trace_buffer_size];
-    int length = snprintf(line, sizeof line, "%p: ", return_address);
     va_list args;
     va_start(args, format);
-    length += vsnprintf(line + length, sizeof line - static_cast<size_t>(length), format, args);
+    const int length = vsnprintf(line, sizeof line, format, args);
     va_end(args);
     if (length > trace_line_limit) {
         errno = saved_errno;
@@ -121,40 +120,85 @@ ssize_t printed(size_t size)
 
 /* ---- The default table ---- */
 
-constinit std::atomic<bool> error_state{false};
+/* How the default table serves the requests that an error state refuses. */
+struct Service {
+    void *(*malloc)(size_t size, void *return_address);
+    void *(*calloc)(size_t count, size_t size, void *return_address);
+    void *(*realloc)(void *block, size_t size, void *return_address);
+    void *(*malloc_if_possible)(size_t size, void *return_address);
+};
 
-bool in_error_state()
+void *get_malloc(size_t size, void *)
 {
-    return error_state.load(std::memory_order_relaxed);
+    return malloc(size);
+}
+
+void *get_calloc(size_t count, size_t size, void *)
+{
+    return calloc(count, size);
+}
+
+void *get_realloc(void *block, size_t size, void *)
+{
+    return realloc(block, size);
+}
+
+void *refuse_malloc(size_t size, void *return_address)
+{
+    write_trace("%p: vek_malloc(%zd) => NULL, in error state", return_address, printed(size));
+    return nullptr;
+}
+
+void *refuse_calloc(size_t count, size_t size, void *return_address)
+{
+    write_trace("%p: vek_calloc(%zd, %zd) => NULL, in error state", return_address, printed(count),
+                printed(size));
+    return nullptr;
+}
+
+void *refuse_realloc(void *block, size_t size, void *return_address)
+{
+    if (size == 0) { // a release, and releases are never refused
+        return realloc(block, size);
+    }
+    write_trace("%p: vek_realloc(%p, %zd) => NULL, in error state", return_address, block,
+                printed(size));
+    return nullptr;
+}
+
+void *refuse_malloc_if_possible(size_t size, void *return_address)
+{
+    write_trace("%p: vek_malloc_if_possible(%zd) => NULL, in error state", return_address,
+                printed(size));
+    return nullptr;
+}
+
+constexpr Service ordinary_service = {get_malloc, get_calloc, get_realloc, get_malloc};
+constexpr Service error_service = {refuse_malloc, refuse_calloc, refuse_realloc,
+                                   refuse_malloc_if_possible};
+
+/* The error state: a pointer to the way of serving rather than a flag, so that requests pass through
+ * without a test. */
+constinit std::atomic<const Service *> service{&ordinary_service};
+
+const Service &current_service()
+{
+    return *service.load(std::memory_order_relaxed);
 }
 
 void *default_malloc(size_t size, void *return_address)
 {
-    if (in_error_state()) {
-        write_trace(return_address, "vek_malloc(%zd) => NULL, in error state", printed(size));
-        return nullptr;
-    }
-    return malloc(size);
+    return current_service().malloc(size, return_address);
 }
 
 void *default_calloc(size_t count, size_t size, void *return_address)
 {
-    if (in_error_state()) {
-        write_trace(return_address, "vek_calloc(%zd, %zd) => NULL, in error state", printed(count),
-                    printed(size));
-        return nullptr;
-    }
-    return calloc(count, size);
+    return current_service().calloc(count, size, return_address);
 }
 
 void *default_realloc(void *block, size_t size, void *return_address)
 {
-    if (size != 0 && in_error_state()) { // size 0 is a release, and releases are never refused
-        write_trace(return_address, "vek_realloc(%p, %zd) => NULL, in error state", block,
-                    printed(size));
-        return nullptr;
-    }
-    return realloc(block, size);
+    return current_service().realloc(block, size, return_address);
 }
 
 void default_free(void *block, void *)
@@ -164,17 +208,7 @@ void default_free(void *block, void *)
 
 void *default_malloc_if_possible(size_t size, void *return_address)
 {
-    if (in_error_state()) {
-        write_trace(return_address, "vek_malloc_if_possible(%zd) => NULL, in error state",
-                    printed(size));
-        return nullptr;
-    }
-    return malloc(size);
-}
-
-void *default_malloc_if_available(size_t size, void *)
-{
-    return malloc(size);
+    return current_service().malloc_if_possible(size, return_address);
 }
 
 /** The number of kilobytes in an open "/proc/meminfo" that the pattern asks for, in bytes. A line
@@ -222,12 +256,12 @@ size_t default_get_free_bytes()
 
 int default_get_error()
 {
-    return in_error_state();
+    return &current_service() == &error_service;
 }
 
 void default_set_error(int error)
 {
-    error_state.store(error != 0, std::memory_order_relaxed);
+    service.store(error != 0 ? &error_service : &ordinary_service, std::memory_order_relaxed);
 }
 
 constexpr VekMemoryVtable default_table = {
@@ -237,14 +271,15 @@ constexpr VekMemoryVtable default_table = {
     .free = default_free,
     .mark = nullptr,
     .malloc_if_possible = default_malloc_if_possible,
-    .malloc_if_available = default_malloc_if_available,
+    .malloc_if_available = get_malloc,
     .get_total_bytes = default_get_total_bytes,
     .get_free_bytes = default_get_free_bytes,
     .get_error = default_get_error,
     .set_error = default_set_error,
 };
 
-constinit VekMemoryVtable installed = default_table;
+/* Filled in by the first use. */
+constinit VekMemoryVtable installed = {};
 
 /* ---- Tracing wrappers ---- */
 
@@ -266,7 +301,7 @@ int next_allocation_number()
 void *traced_malloc(size_t size, void *return_address)
 {
     void *const result = load(traced_table().malloc)(size, return_address);
-    write_trace(return_address, "vek_malloc(%zd) => %p [#%d]", printed(size), result,
+    write_trace("%p: vek_malloc(%zd) => %p [#%d]", return_address, printed(size), result,
                 next_allocation_number());
     return result;
 }
@@ -274,8 +309,8 @@ void *traced_malloc(size_t size, void *return_address)
 void *traced_calloc(size_t count, size_t size, void *return_address)
 {
     void *const result = load(traced_table().calloc)(count, size, return_address);
-    write_trace(return_address, "vek_calloc(%zd, %zd) => %p [#%d]", printed(count), printed(size),
-                result, next_allocation_number());
+    write_trace("%p: vek_calloc(%zd, %zd) => %p [#%d]", return_address, printed(count),
+                printed(size), result, next_allocation_number());
     return result;
 }
 
@@ -284,7 +319,7 @@ void *traced_realloc(void *block, size_t size, void *return_address)
     // The line shows where the block was, which is no longer a pointer once it has been resized.
     const auto old_address = reinterpret_cast<uintptr_t>(block);
     void *const result = load(traced_table().realloc)(block, size, return_address);
-    write_trace(return_address, "vek_realloc(%p, %zd) => %p [#%d]",
+    write_trace("%p: vek_realloc(%p, %zd) => %p [#%d]", return_address,
                 reinterpret_cast<void *>(old_address), printed(size), result,
                 next_allocation_number());
     return result;
@@ -292,23 +327,23 @@ void *traced_realloc(void *block, size_t size, void *return_address)
 
 void traced_free(void *block, void *return_address)
 {
-    write_trace(return_address, "vek_free(%p)", block);
+    write_trace("%p: vek_free(%p)", return_address, block);
     load(traced_table().free)(block, return_address);
 }
 
 void *traced_malloc_if_possible(size_t size, void *return_address)
 {
     void *const result = load(traced_table().malloc_if_possible)(size, return_address);
-    write_trace(return_address, "vek_malloc_if_possible(%zd) => %p [#%d]", printed(size), result,
-                next_allocation_number());
+    write_trace("%p: vek_malloc_if_possible(%zd) => %p [#%d]", return_address, printed(size),
+                result, next_allocation_number());
     return result;
 }
 
 void *traced_malloc_if_available(size_t size, void *return_address)
 {
     void *const result = load(traced_table().malloc_if_available)(size, return_address);
-    write_trace(return_address, "vek_malloc_if_available(%zd) => %p [#%d]", printed(size), result,
-                next_allocation_number());
+    write_trace("%p: vek_malloc_if_available(%zd) => %p [#%d]", return_address, printed(size),
+                result, next_allocation_number());
     return result;
 }
 
@@ -382,6 +417,8 @@ void publish()
 void install_for_first_use()
 {
     installer.store(pthread_self(), std::memory_order_relaxed);
+    store_table(installed,
+                default_table); // an application's own vek_set_memory_vtable() may allocate
     vek_set_memory_vtable(&default_table);
     installer.store(0, std::memory_order_relaxed);
     publish();
@@ -457,6 +494,45 @@ void first_use_set_error(int error)
     set_error(table_after_first_use(), error);
 }
 
+/* ---- How a request is served: a zero test and a jump through the active slot ---- */
+
+/* Always inline, with the caller's address as an argument: it is fetched before the slot is read,
+ * so that the entry points end in one jump through memory. */
+
+#define SERVE [[gnu::always_inline]] inline
+
+SERVE void *serve_malloc(size_t size, void *return_address)
+{
+    return size != 0 ? load(active.malloc)(size, return_address) : nullptr;
+}
+
+SERVE void *serve_calloc(size_t count, size_t size, void *return_address)
+{
+    return count * size != 0 ? load(active.calloc)(count, size, return_address) : nullptr;
+}
+
+SERVE void *serve_realloc(void *block, size_t size, void *return_address)
+{
+    return load(active.realloc)(block, size, return_address);
+}
+
+SERVE void *serve_malloc_if_possible(size_t size, void *return_address)
+{
+    return size != 0 ? load(active.malloc_if_possible)(size, return_address) : nullptr;
+}
+
+SERVE void *serve_malloc_if_available(size_t size, void *return_address)
+{
+    return size != 0 ? load(active.malloc_if_available)(size, return_address) : nullptr;
+}
+
+SERVE void serve_free(void *block, void *return_address)
+{
+    if (block != nullptr) {
+        load(active.free)(block, return_address);
+    }
+}
+
 } // namespace
 
 /* ---- The entry points, each followed by its weak name ---- */
@@ -486,103 +562,73 @@ WEAK_NAME(set_memory_vtable);
 
 VEK_ENTRY void *__vek_default_malloc(size_t size)
 {
-    if (size == 0) {
-        return nullptr;
-    }
-    return load(active.malloc)(size, VEK_CALLER);
+    return serve_malloc(size, VEK_CALLER);
 }
 WEAK_NAME(malloc);
 
 void *__vek_default_malloc_with_return(size_t size, void *return_address)
 {
-    if (size == 0) {
-        return nullptr;
-    }
-    return load(active.malloc)(size, return_address);
+    return serve_malloc(size, return_address);
 }
 WEAK_NAME(malloc_with_return);
 
 VEK_ENTRY void *__vek_default_calloc(size_t count, size_t size)
 {
-    if (count * size == 0) {
-        return nullptr;
-    }
-    return load(active.calloc)(count, size, VEK_CALLER);
+    return serve_calloc(count, size, VEK_CALLER);
 }
 WEAK_NAME(calloc);
 
 void *__vek_default_calloc_with_return(size_t count, size_t size, void *return_address)
 {
-    if (count * size == 0) {
-        return nullptr;
-    }
-    return load(active.calloc)(count, size, return_address);
+    return serve_calloc(count, size, return_address);
 }
 WEAK_NAME(calloc_with_return);
 
 VEK_ENTRY void *__vek_default_realloc(void *block, size_t size)
 {
-    return load(active.realloc)(block, size, VEK_CALLER);
+    return serve_realloc(block, size, VEK_CALLER);
 }
 WEAK_NAME(realloc);
 
 void *__vek_default_realloc_with_return(void *block, size_t size, void *return_address)
 {
-    return load(active.realloc)(block, size, return_address);
+    return serve_realloc(block, size, return_address);
 }
 WEAK_NAME(realloc_with_return);
 
 VEK_ENTRY void *__vek_default_malloc_if_possible(size_t size)
 {
-    if (size == 0) {
-        return nullptr;
-    }
-    return load(active.malloc_if_possible)(size, VEK_CALLER);
+    return serve_malloc_if_possible(size, VEK_CALLER);
 }
 WEAK_NAME(malloc_if_possible);
 
 void *__vek_default_malloc_if_possible_with_return(size_t size, void *return_address)
 {
-    if (size == 0) {
-        return nullptr;
-    }
-    return load(active.malloc_if_possible)(size, return_address);
+    return serve_malloc_if_possible(size, return_address);
 }
 WEAK_NAME(malloc_if_possible_with_return);
 
 VEK_ENTRY void *__vek_default_malloc_if_available(size_t size)
 {
-    if (size == 0) {
-        return nullptr;
-    }
-    return load(active.malloc_if_available)(size, VEK_CALLER);
+    return serve_malloc_if_available(size, VEK_CALLER);
 }
 WEAK_NAME(malloc_if_available);
 
 void *__vek_default_malloc_if_available_with_return(size_t size, void *return_address)
 {
-    if (size == 0) {
-        return nullptr;
-    }
-    return load(active.malloc_if_available)(size, return_address);
+    return serve_malloc_if_available(size, return_address);
 }
 WEAK_NAME(malloc_if_available_with_return);
 
 VEK_ENTRY void __vek_default_free(void *block)
 {
-    if (block == nullptr) {
-        return;
-    }
-    load(active.free)(block, VEK_CALLER);
+    serve_free(block, VEK_CALLER);
 }
 WEAK_NAME(free);
 
 void __vek_default_free_with_return(void *block, void *return_address)
 {
-    if (block == nullptr) {
-        return;
-    }
-    load(active.free)(block, return_address);
+    serve_free(block, return_address);
 }
 WEAK_NAME(free_with_return);
 

@@ -69,14 +69,12 @@ int prepend(VekStr **variable, const char *text, size_t text_length, void *retur
  * see. */
 char upper(char c)
 {
-    const auto letter = static_cast<unsigned char>(c);
-    return islower(letter) ? static_cast<char>(toupper(letter)) : c;
+    return static_cast<char>(toupper(static_cast<unsigned char>(c)));
 }
 
 char lower(char c)
 {
-    const auto letter = static_cast<unsigned char>(c);
-    return isupper(letter) ? static_cast<char>(tolower(letter)) : c;
+    return static_cast<char>(tolower(static_cast<unsigned char>(c)));
 }
 
 bool is_space(char c)

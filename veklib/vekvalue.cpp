@@ -162,7 +162,8 @@ constinit const VekValueVtable vek_value_types[VEK_VALUE_MAX] = {
 
 namespace {
 
-constexpr const char *type_names[VEK_VALUE_MAX] = {
+/* Arrays rather than pointers, which the loader would have to fill in. */
+constexpr char type_names[VEK_VALUE_MAX][sizeof "VEK_VALUE_SLIST_OF_POINTER"] = {
     "VEK_VALUE_INT",
     "VEK_VALUE_DOUBLE",
     "VEK_VALUE_VEKSTR",
