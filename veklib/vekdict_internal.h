@@ -26,10 +26,10 @@ VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches 
     for (int32_t left = dict->len;; segment = segment->next) {
         const int32_t used = segment->count < left ? segment->count : left;
         for (VekDictItem *item = segment->items; item != segment->items + used; ++item) {
-            if (matches(item->key)) {
+            if (matches(item->key)) [[unlikely]] { // keeps the loop free of taken jumps
                 return {item, segment, used, false};
             }
-            if (item->key.vt == nullptr) {
+            if (item->key.vt == nullptr) [[unlikely]] {
                 return vek_dict_empty_key(&item->key, function);
             }
         }

@@ -179,26 +179,21 @@ constexpr Service error_service = {refuse_malloc, refuse_calloc, refuse_realloc,
 
 /* The error state: a pointer to the way of serving rather than a flag, so that requests pass through
  * without a test. */
-constinit std::atomic<const Service *> service{&ordinary_service};
-
-const Service &current_service()
-{
-    return *service.load(std::memory_order_relaxed);
-}
+constinit const Service *service = &ordinary_service;
 
 void *default_malloc(size_t size, void *return_address)
 {
-    return current_service().malloc(size, return_address);
+    return load(service)->malloc(size, return_address);
 }
 
 void *default_calloc(size_t count, size_t size, void *return_address)
 {
-    return current_service().calloc(count, size, return_address);
+    return load(service)->calloc(count, size, return_address);
 }
 
 void *default_realloc(void *block, size_t size, void *return_address)
 {
-    return current_service().realloc(block, size, return_address);
+    return load(service)->realloc(block, size, return_address);
 }
 
 void default_free(void *block, void *)
@@ -208,7 +203,7 @@ void default_free(void *block, void *)
 
 void *default_malloc_if_possible(size_t size, void *return_address)
 {
-    return current_service().malloc_if_possible(size, return_address);
+    return load(service)->malloc_if_possible(size, return_address);
 }
 
 /** The number of kilobytes in an open "/proc/meminfo" that the pattern asks for, in bytes. A line
@@ -256,12 +251,12 @@ size_t default_get_free_bytes()
 
 int default_get_error()
 {
-    return &current_service() == &error_service;
+    return load(service) == &error_service;
 }
 
 void default_set_error(int error)
 {
-    service.store(error != 0 ? &error_service : &ordinary_service, std::memory_order_relaxed);
+    store(service, error != 0 ? &error_service : &ordinary_service);
 }
 
 constexpr VekMemoryVtable default_table = {

@@ -5,8 +5,10 @@
 
 #include "veklib/vekvalue.h"
 
-/** The operations of each type, by its number: a value's `vt` points to one of them. */
-extern constinit const VekValueVtable vek_value_types[VEK_VALUE_MAX];
+/** The operations of each type, by its number: a value's `vt` points to one of them. Hidden already
+ * where it is declared, so that its address needs no look-up in the offset table. */
+extern constinit __attribute__((visibility("hidden")))
+const VekValueVtable vek_value_types[VEK_VALUE_MAX];
 
 /** Whether a record is a value of `type`. */
 inline bool vek_value_is(const VekValue *record, VekValueType type)
