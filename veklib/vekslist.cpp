@@ -82,16 +82,18 @@ VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
     // All nodes first: copies that were made could not be released if a later node failed. Nodes
     // come from the public function, so that a trace charges them to this one.
     VekSList *result = nullptr;
+    VekSList **link = &result;
     for (const VekSList *node = slist; node != nullptr; node = node->next) {
-        VekSList *const longer = vek_slist_prepend(result, nullptr);
-        if (longer == nullptr) {
+        *link = vek_slist_prepend(nullptr, copy == nullptr ? node->data : nullptr);
+        if (*link == nullptr) {
             vek_slist_free(result, nullptr);
             return nullptr;
         }
-        result = longer;
+        link = &(*link)->next;
     }
-    for (VekSList *target = result; target != nullptr && slist != nullptr; target = target->next) {
-        target->data = copy != nullptr ? copy(slist->data) : slist->data;
+    for (VekSList *target = result; copy != nullptr && target != nullptr && slist != nullptr;
+         target = target->next) {
+        target->data = copy(slist->data);
         slist = slist->next;
     }
     return result;
