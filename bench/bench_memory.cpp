@@ -1,14 +1,15 @@
 /* SPDX-License-Identifier: MIT */
+/* Allocation, plain and traced. The trace goes to the file that VEK_MALLOC_TRACE_FILE names, and what the
+ * peer writes to a file beside it. */
 #include "jobs.h"
 
 #include <cstdio>
 #include <cstdlib>
-
-#include <talloc.h>
-#include <veklib/vekdebug.h>
-#include <veklib/vekmemory.h>
+#include <cstring>
 
 #include <glib.h>
+#include <talloc.h>
+#include <veklib/vekmemory.h>
 
 namespace {
 
@@ -25,8 +26,10 @@ void pairs(benchmark::State &state, int size)
 void *talloc_block(size_t size) { return talloc_size(nullptr, size); }
 void talloc_release(void *block) { talloc_free(block); }
 
-/* The trace goes to the file that the environment names (see ./dev bench); the peer writes the same two
- * lines to a line-buffered file. */
+const char *trace_file() { return getenv("VEK_MALLOC_TRACE_FILE"); }
+
+bool is_device() { return strncmp(trace_file(), "/dev/", 5) == 0; }
+
 void traced(benchmark::State &state, int size)
 {
     vek_memory_enable_trace();
@@ -34,71 +37,45 @@ void traced(benchmark::State &state, int size)
     vek_memory_disable_trace();
 }
 
+/** A pair and the two lines that tell of it, written to a line-buffered file. */
+template <bool is_formatted>
 void two_lines(benchmark::State &state, int size)
 {
-    FILE *const file = tmpfile();
-    setlinebuf(file);
+    static FILE *const file = [] {
+        FILE *const opened = fopen(is_device() ? trace_file() : (trace_file() + std::string(".peer")).c_str(), "wb");
+        setlinebuf(opened);
+        return opened;
+    }();
+    int number = 0;
     for (auto _ : state) {
         void *block = malloc(static_cast<size_t>(size));
         benchmark::DoNotOptimize(block);
-        fputs("0x55fd7b1c30a7: vek_malloc(16) => 0x55fd7c2d42a0 [#1234567]\n", file);
-        fputs("0x55fd7b1c30b9: vek_free(0x55fd7c2d42a0)\n", file);
+        if (is_formatted) {
+            fprintf(file, "%p: vek_malloc(%d) => %p [#%d]\n", static_cast<void *>(&number), size, block, ++number);
+            fprintf(file, "%p: vek_free(%p)\n", static_cast<void *>(&number), block);
+        } else {
+            fputs("0x55fd7b1c30a7: vek_malloc(16) => 0x55fd7c2d42a0 [#1234567]\n", file);
+            fputs("0x55fd7b1c30b9: vek_free(0x55fd7c2d42a0)\n", file);
+        }
         free(block);
     }
-    fclose(file);
 }
 
-const char *const flags[] = {"on", "off", nullptr};
-
-/** A domain whose flag 0 writes to a file. */
-VekDebugDomain *debug_domain()
+int add_traced()
 {
-    static VekDebugDomain *const domain = [] {
-        vek_debug_initialize(nullptr, nullptr);
-        vek_debug_add_domain("bench", flags);
-        vek_debug_set_output_setting("on", "/dev/null");
-        return vek_debug_get_domain("bench");
-    }();
-    return domain;
-}
-
-void debug_off(benchmark::State &state, int size)
-{
-    const VekDebugDomain *const domain = debug_domain();
-    for (auto _ : state) { vek_debug_print(domain, 2, "%d bytes to %s\n", size, "gateway"); }
-}
-
-void debug_off_glib(benchmark::State &state, int size)
-{
-    for (auto _ : state) { g_debug("%d bytes to %s\n", size, "gateway"); }
-}
-
-void debug_on(benchmark::State &state, int size)
-{
-    const VekDebugDomain *const domain = debug_domain();
-    for (auto _ : state) { vek_debug_print(domain, 1, "%d bytes to %s\n", size, "gateway"); }
-}
-
-void debug_on_stdio(benchmark::State &state, int size)
-{
-    FILE *const file = fopen("/dev/null", "w");
-    for (auto _ : state) {
-        fprintf(file, "%d bytes to %s\n", size, "gateway");
-        fflush(file);
-    }
-    fclose(file);
+    if (trace_file() == nullptr) { return 0; }
+    const std::string job = is_device() ? "traced malloc+free, to the null device" : "traced malloc+free, to a file";
+    bench::add(job, "veklib", traced, {16});
+    bench::add(job, "fputs", two_lines<false>, {16});
+    return bench::add(job, "fprintf", two_lines<true>, {16});
 }
 
 [[maybe_unused]] const int registered[] = {
     bench::add("malloc+free", "veklib", pairs<vek_malloc, vek_free>, {16, 64, 256}),
     bench::add("malloc+free", "libc", pairs<malloc, free>, {16, 64, 256}),
+    bench::add("malloc+free", "GLib", pairs<g_malloc, g_free>, {16, 64, 256}),
     bench::add("malloc+free", "talloc", pairs<talloc_block, talloc_release>, {16, 64, 256}),
-    bench::add("traced malloc+free", "veklib", traced, {16}),
-    bench::add("traced malloc+free", "fputs", two_lines, {16}),
-    bench::add("debug print, off", "veklib", debug_off, {1}),
-    bench::add("debug print, off", "g_debug", debug_off_glib, {1}),
-    bench::add("debug print, to a file", "veklib", debug_on, {1}),
-    bench::add("debug print, to a file", "fprintf", debug_on_stdio, {1}),
+    add_traced(),
 };
 
 } // namespace

@@ -1,5 +1,9 @@
 /* SPDX-License-Identifier: MIT */
+/* Values, and dictionaries of them with string and with integer keys. */
 #include "jobs.h"
+
+#include <map>
+#include <variant>
 
 #include <apr_general.h>
 #include <apr_tables.h>
@@ -9,101 +13,161 @@
 #include <veklib/vekstrdict.h>
 
 using bench::Round;
-using bench::texts;
 
 namespace {
 
-GHashTable *table_of_values(bool of_text, int size)
+/* ---- A contender puts an integer under a key, which it copies, and gets it again ---- */
+
+struct VekStrings {
+    VekDict *dict = vek_str_dict_create(10);
+    ~VekStrings() { vek_dict_destroy(dict); }
+    void put(const char *key, int value) { vek_str_dict_put_int(dict, key, value); }
+    int get(const char *key) const { return vek_str_dict_get_int(dict, key); }
+};
+
+struct VekIntegers {
+    VekDict *dict = vek_int_dict_create(10);
+    ~VekIntegers() { vek_dict_destroy(dict); }
+    void put(int key, int value) { vek_int_dict_put_int(dict, key, value); }
+    int get(int key) const { return vek_int_dict_get_int(dict, key); }
+};
+
+GValue *new_gvalue(int number)
 {
-    GHashTable *const table = of_text ? g_hash_table_new(g_str_hash, g_str_equal) : g_hash_table_new(nullptr, nullptr);
-    for (int i = 0; i < size; ++i) {
-        auto *const value = g_new0(GValue, 1);
-        g_value_set_int(g_value_init(value, G_TYPE_INT), i);
-        void *const key = of_text ? const_cast<char *>(texts(size)[static_cast<size_t>(i)].c_str()) : bench::word(i);
-        g_hash_table_insert(table, key, value);
-    }
-    return table;
+    auto *const value = g_new0(GValue, 1);
+    g_value_set_int(g_value_init(value, G_TYPE_INT), number);
+    return value;
 }
 
-void get_by_string_veklib(benchmark::State &state, int size)
+void free_gvalue(void *value)
 {
-    const std::vector<std::string> copies = texts(size);
-    VekDict *const dict = vek_str_dict_create(size);
-    for (int i = 0; i < size; ++i) { vek_str_dict_put_int(dict, copies[static_cast<size_t>(i)].c_str(), i); }
-    Round round(size);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(vek_str_dict_get_int(dict, copies[static_cast<size_t>(round.next())].c_str()));
-    }
-    vek_dict_destroy(dict);
+    g_value_unset(static_cast<GValue *>(value));
+    g_free(value);
 }
 
-void get_by_string_glib(benchmark::State &state, int size)
-{
-    const std::vector<std::string> copies = texts(size);
-    GHashTable *const table = table_of_values(true, size);
-    Round round(size);
-    for (auto _ : state) {
-        const void *const key = copies[static_cast<size_t>(round.next())].c_str();
-        benchmark::DoNotOptimize(g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, key))));
-    }
-    g_hash_table_destroy(table);
-}
+struct GlibStrings {
+    GHashTable *table = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, free_gvalue);
+    ~GlibStrings() { g_hash_table_destroy(table); }
+    void put(const char *key, int value) { g_hash_table_insert(table, g_strdup(key), new_gvalue(value)); }
+    int get(const char *key) const { return g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, key))); }
+};
 
-void get_by_string_apr(benchmark::State &state, int size)
-{
-    const std::vector<std::string> copies = texts(size);
-    static const apr_status_t started = apr_initialize();
-    apr_pool_t *pool = nullptr;
-    if (started != 0 || apr_pool_create(&pool, nullptr) != 0) { return; }
-    apr_table_t *const table = apr_table_make(pool, size);
-    for (int i = 0; i < size; ++i) { apr_table_set(table, copies[static_cast<size_t>(i)].c_str(), "1"); }
-    Round round(size);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(apr_table_get(table, copies[static_cast<size_t>(round.next())].c_str()));
+struct GlibIntegers {
+    GHashTable *table = g_hash_table_new_full(nullptr, nullptr, nullptr, free_gvalue);
+    ~GlibIntegers() { g_hash_table_destroy(table); }
+    void put(int key, int value) { g_hash_table_insert(table, bench::word(key), new_gvalue(value)); }
+    int get(int key) const
+    {
+        return g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, bench::word(key))));
     }
-    apr_pool_destroy(pool);
-}
+};
 
-void get_by_string_json(benchmark::State &state, int size)
-{
-    const std::vector<std::string> copies = texts(size);
-    json_object *const object = json_object_new_object();
-    for (int i = 0; i < size; ++i) {
-        json_object_object_add(object, copies[static_cast<size_t>(i)].c_str(), json_object_new_int(i));
-    }
-    Round round(size);
-    for (auto _ : state) {
+/** Values are texts: it knows no others. */
+struct AprStrings {
+    apr_pool_t *pool = [] {
+        static const apr_status_t started = apr_initialize();
+        apr_pool_t *made = nullptr;
+        apr_pool_create(&made, nullptr);
+        return started == 0 ? made : nullptr;
+    }();
+    apr_table_t *table = apr_table_make(pool, 10);
+    ~AprStrings() { apr_pool_destroy(pool); }
+    void put(const char *key, int) { apr_table_set(table, key, "1"); }
+    int get(const char *key) const { return apr_table_get(table, key)[0]; }
+};
+
+struct JsonStrings {
+    json_object *object = json_object_new_object();
+    ~JsonStrings() { json_object_put(object); }
+    void put(const char *key, int value) { json_object_object_add(object, key, json_object_new_int(value)); }
+    int get(const char *key) const
+    {
         json_object *found = nullptr;
-        json_object_object_get_ex(object, copies[static_cast<size_t>(round.next())].c_str(), &found);
-        benchmark::DoNotOptimize(json_object_get_int(found));
+        json_object_object_get_ex(object, key, &found);
+        return json_object_get_int(found);
     }
-    json_object_put(object);
-}
+};
 
-void get_by_integer_veklib(benchmark::State &state, int size)
-{
-    VekDict *const dict = vek_int_dict_create(size);
-    for (int i = 0; i < size; ++i) { vek_int_dict_put_int(dict, i, i); }
-    Round round(size);
-    for (auto _ : state) { benchmark::DoNotOptimize(vek_int_dict_get_int(dict, round.next())); }
-    vek_dict_destroy(dict);
-}
+using Variant = std::variant<int, double, void *, std::string>;
 
-void get_by_integer_glib(benchmark::State &state, int size)
-{
-    GHashTable *const table = table_of_values(false, size);
-    Round round(size);
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(
-            g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, bench::word(round.next())))));
+struct StdStrings {
+    std::map<std::string, Variant, std::less<>> map;
+    void put(const char *key, int value) { map[key] = value; }
+    int get(const char *key) const { return std::get<int>(map.find(key)->second); }
+};
+
+struct StdIntegers {
+    std::map<int, Variant> map;
+    void put(int key, int value) { map[key] = value; }
+    int get(int key) const { return std::get<int>(map.find(key)->second); }
+};
+
+struct TextKeys {
+    std::vector<std::string> strings;
+    std::vector<const char *> all;
+    explicit TextKeys(int size) : strings(bench::texts(size)), all(bench::pointers(strings)) {}
+};
+
+struct IntegerKeys {
+    std::vector<int> all;
+    explicit IntegerKeys(int size)
+    {
+        for (int i = 0; i < size; ++i) { all.push_back(i); }
     }
-    g_hash_table_destroy(table);
+};
+
+template <class Dict, class Keys>
+void put_all(Dict &dict, const Keys &keys)
+{
+    int value = 0;
+    for (const auto key : keys.all) { dict.put(key, ++value); }
 }
 
-void copy_veklib(benchmark::State &state, int size)
+template <class Dict, class Keys>
+void get(benchmark::State &state, int size)
+{
+    const Keys stored(size);
+    const Keys searched(size);
+    Dict dict;
+    put_all(dict, stored);
+    Round round(size);
+    for (auto _ : state) { benchmark::DoNotOptimize(dict.get(searched.all[round.next()])); }
+}
+
+template <class Dict, class Keys>
+void fill(benchmark::State &state, int size)
+{
+    const Keys keys(size);
+    bench::timed<Dict>(
+        state, size, [](Dict &) {}, [&keys](Dict &dict) { put_all(dict, keys); });
+}
+
+template <class Dict, class Keys>
+void replace(benchmark::State &state, int size)
+{
+    const Keys stored(size);
+    const Keys searched(size);
+    bench::timed<Dict>(
+        state, size, [&stored](Dict &dict) { put_all(dict, stored); },
+        [&searched](Dict &dict) { put_all(dict, searched); });
+}
+
+template <class Dict, class Keys>
+int add(const char *who)
+{
+    const std::string by = std::is_same_v<Keys, TextKeys> ? " by string" : " by integer";
+    const auto sizes = {5, 10, 50, 200};
+    bench::add("dictionary get" + by, who, get<Dict, Keys>, sizes);
+    bench::add_timed("dictionary fill" + by, who, fill<Dict, Keys>, sizes);
+    return bench::add_timed("dictionary replace" + by, who, replace<Dict, Keys>, sizes);
+}
+
+/* ---- Values ---- */
+
+void copy_veklib(benchmark::State &state, int)
 {
     VekValue value;
-    vek_value_set_string(&value, texts(size)[0].c_str());
+    vek_value_set_string(&value, "interface-7919.state");
     for (auto _ : state) {
         VekValue copy;
         vek_value_copy(&copy, &value);
@@ -113,10 +177,10 @@ void copy_veklib(benchmark::State &state, int size)
     vek_value_release(&value);
 }
 
-void copy_glib(benchmark::State &state, int size)
+void copy_glib(benchmark::State &state, int)
 {
     GValue value = G_VALUE_INIT;
-    g_value_set_string(g_value_init(&value, G_TYPE_STRING), texts(size)[0].c_str());
+    g_value_set_string(g_value_init(&value, G_TYPE_STRING), "interface-7919.state");
     for (auto _ : state) {
         GValue copy = G_VALUE_INIT;
         g_value_copy(&value, g_value_init(&copy, G_TYPE_STRING));
@@ -126,15 +190,41 @@ void copy_glib(benchmark::State &state, int size)
     g_value_unset(&value);
 }
 
+void copy_json(benchmark::State &state, int)
+{
+    json_object *const value = json_object_new_string("interface-7919.state");
+    for (auto _ : state) {
+        json_object *copy = nullptr;
+        json_object_deep_copy(value, &copy, nullptr);
+        benchmark::DoNotOptimize(json_object_equal(copy, value));
+        json_object_put(copy);
+    }
+    json_object_put(value);
+}
+
+void copy_std(benchmark::State &state, int)
+{
+    const Variant value = "interface-7919.state";
+    for (auto _ : state) {
+        Variant copy = value;
+        benchmark::DoNotOptimize(copy);
+        benchmark::DoNotOptimize(copy == value);
+    }
+}
+
 [[maybe_unused]] const int registered[] = {
-    bench::add("dictionary get by string", "veklib", get_by_string_veklib, {5, 10, 50, 200}),
-    bench::add("dictionary get by string", "GHashTable of GValue", get_by_string_glib, {5, 10, 50, 200}),
-    bench::add("dictionary get by string", "apr_table", get_by_string_apr, {5, 10, 50, 200}),
-    bench::add("dictionary get by string", "json-c", get_by_string_json, {5, 10, 50, 200}),
-    bench::add("dictionary get by integer", "veklib", get_by_integer_veklib, {5, 10, 50, 200}),
-    bench::add("dictionary get by integer", "GHashTable of GValue", get_by_integer_glib, {5, 10, 50, 200}),
+    add<VekStrings, TextKeys>("veklib"),
+    add<GlibStrings, TextKeys>("GHashTable of GValue"),
+    add<AprStrings, TextKeys>("apr_table"),
+    add<JsonStrings, TextKeys>("json-c"),
+    add<StdStrings, TextKeys>("std::map"),
+    add<VekIntegers, IntegerKeys>("veklib"),
+    add<GlibIntegers, IntegerKeys>("GHashTable of GValue"),
+    add<StdIntegers, IntegerKeys>("std::map"),
     bench::add("value copy+compare", "veklib", copy_veklib, {1}),
     bench::add("value copy+compare", "GValue", copy_glib, {1}),
+    bench::add("value copy+compare", "json-c", copy_json, {1}),
+    bench::add("value copy+compare", "std::variant", copy_std, {1}),
 };
 
 } // namespace

@@ -1,32 +1,90 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""usage: ratios.py RESULTS.json - prints the peers' median times over the library's, a line a job.
+"""usage: ratios.py RESULTS.json... [--goals FILE] [--points FILE]
 
-Above 1 the library is faster. RESULTS.json is what Google Benchmark writes.
+Prints the peers' median times over the library's, a line a job: above 1 the library is faster. RESULTS.json
+is what Google Benchmark writes. Goals stand behind their ratios, with "<" where a ratio stays below. The file
+of points is for chart.gp.
 """
+import argparse
+import collections
 import json
-import sys
+
+OURS = "veklib"
 
 
-def medians(results):
-    """{job: {who: median time}}, in the order of the results."""
-    jobs = {}
-    for run in results["benchmarks"]:
-        if run.get("aggregate_name") == "median":
-            job, who = run["run_name"].rsplit("/", 1)
-            jobs.setdefault(job, {})[who] = run["cpu_time"]
-    return jobs
+def nanoseconds(run):
+    """The time of one operation or element."""
+    return 1e9 / run["items_per_second"] if "items_per_second" in run else run["cpu_time"]
+
+
+def medians(paths):
+    """{(job, size): {who: median time}}, in the order of jobs and sizes."""
+    times = collections.defaultdict(dict)
+    for path in paths:
+        with open(path, encoding="utf-8") as file:
+            runs = json.load(file)["benchmarks"]
+        for run in runs:
+            if run.get("aggregate_name") == "median":
+                job, size, who = run["run_name"].split("/")[:3]
+                times[job, int(size)][who] = nanoseconds(run)
+    return dict(sorted(times.items()))
+
+
+def read_goals(path):
+    """{(job, size, peer): ratio}"""
+    goals = {}
+    with open(path, encoding="utf-8") as file:
+        for line in file:
+            if not line.startswith("#"):
+                job, peer, ratios = (field.strip() for field in line.split("|"))
+                for ratio in ratios.split():
+                    size, least = ratio.split(":")
+                    goals[job, int(size), peer] = float(least)
+    return goals
+
+
+def with_goal(peer, ratio, goal):
+    text = f"{peer} {ratio:.2f}"
+    if goal is None:
+        return text
+    return f"{text} ({'<' if ratio < goal else ''}{goal:g})"
+
+
+def print_table(times, goals):
+    print(f"{'job / size':45} {'ns':>9}  peer time / ours (goal)")
+    for (job, size), by_whom in times.items():
+        ratios = [
+            with_goal(peer, time / by_whom[OURS], goals.get((job, size, peer)))
+            for peer, time in sorted(by_whom.items())
+            if peer != OURS
+        ]
+        print(f"{job + ' / ' + str(size):45} {by_whom[OURS]:9.1f}  {', '.join(ratios)}")
+
+
+def write_points(times, path):
+    """A block a peer: row from the top, ratio, label of the row."""
+    rows = {key: row for row, key in enumerate(times)}
+    peers = sorted({peer for by_whom in times.values() for peer in by_whom} - {OURS})
+    with open(path, "w", encoding="utf-8") as file:
+        for peer in peers:
+            file.write(f'"{peer}"\n')
+            for (job, size), by_whom in times.items():
+                if peer in by_whom:
+                    file.write(f'{rows[job, size]} {by_whom[peer] / by_whom[OURS]:.3f} "{job} / {size}"\n')
+            file.write("\n\n")
 
 
 def main():
-    with open(sys.argv[1], encoding="utf-8") as file:
-        jobs = medians(json.load(file))
-    print(f"{'job / size':36}  {'ns':>10}  peer time / ours")
-    for job in sorted(jobs, key=lambda job: (job.rsplit("/", 1)[0], int(job.rsplit("/", 1)[1]))):
-        times = jobs[job]
-        ours = times.pop("veklib")
-        ratios = ", ".join(f"{who} {time / ours:.2f}" for who, time in times.items())
-        print(f"{job:36}  {ours:10.1f}  {ratios}")
+    parser = argparse.ArgumentParser(usage=__doc__)
+    parser.add_argument("results", nargs="+")
+    parser.add_argument("--goals")
+    parser.add_argument("--points")
+    arguments = parser.parse_args()
+    times = medians(arguments.results)
+    print_table(times, read_goals(arguments.goals) if arguments.goals else {})
+    if arguments.points:
+        write_points(times, arguments.points)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* What the library's other families share with vekdiag: numbers from the environment, and
- * assertions. */
+/* What the library's other families share with vekdiag: argument checks in the library's own form,
+ * numbers from the environment, and assertions. */
 #ifndef VEKLIB_VEKDIAG_INTERNAL_H
 #define VEKLIB_VEKDIAG_INTERNAL_H
 
@@ -8,6 +8,36 @@
 #include <assert.h>
 
 #include <optional>
+
+#include "veklib/vekdiag.h"
+
+/** vek_warn_failed_assertion() for the checks of one source, whose path it knows. */
+[[gnu::cold, gnu::noinline, maybe_unused]] static void
+vek_failed_check(const char *function, const char *condition, int line)
+{
+    vek_warn_failed_assertion(__BASE_FILE__, line, function, condition);
+}
+
+/* Inside the library the checks do what vekdiag.h says, through that function: an argument less at
+ * each of hundreds of checks makes the library smaller by a twentieth. */
+#undef VEK_RETURN_IF_FAIL
+#undef VEK_RETURN_VAL_IF_FAIL
+
+#define VEK_RETURN_IF_FAIL(condition)                                                              \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            vek_failed_check(__func__, #condition, __LINE__);                                      \
+            return;                                                                                \
+        }                                                                                          \
+    } while (0)
+
+#define VEK_RETURN_VAL_IF_FAIL(condition, value)                                                   \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            vek_failed_check(__func__, #condition, __LINE__);                                      \
+            return value;                                                                          \
+        }                                                                                          \
+    } while (0)
 
 /** Ends the process through the platform's assertion facility when an invariant does not hold, in
  *  every build type. Prints the condition as it is written and the plain name of the function,

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekdict.h"
 
-#include "veklib/vekdiag.h"
+#include "veklib/vekdiag_internal.h"
 #include "veklib/vekdict_internal.h"
 #include "veklib/vekmemory.h"
 

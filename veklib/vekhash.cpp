@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekhash.h"
 
-#include "veklib/vekdiag.h"
+#include "veklib/vekdiag_internal.h"
 #include "veklib/vekhash_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"

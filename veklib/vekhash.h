@@ -50,7 +50,7 @@ typedef struct VekHash {
 /* ---- Create and release ---- */
 
 /** Makes an empty table of 8 slots.
- *  @param hash_func           hashes a key
+ *  @param hash_func           hashes a key; the lowest bits choose the slot, so they should vary
  *  @param equal_func          compares a stored key with the one that is searched
  *  @param key_destroy_func    releases a key; may be null: the keys stay the caller's
  *  @param value_destroy_func  releases a value; may be null: the values stay the caller's

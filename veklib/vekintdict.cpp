@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekintdict.h"
 
-#include "veklib/vekdiag.h"
+#include "veklib/vekdiag_internal.h"
 #include "veklib/vektypeddict_internal.h"
 
 #define DICT_TYPE_CHECK(dict) ((dict)->key_type == VEK_VALUE_INT)

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekstack.h"
 
-#include "veklib/vekdiag.h"
+#include "veklib/vekdiag_internal.h"
 
 void vek_stack_free(VekStack *stack, VekDestroyFunc destroy)
 {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekstr.h"
 
-#include "veklib/vekdiag.h"
+#include "veklib/vekdiag_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
 #include "veklib/vekstr_internal.h"

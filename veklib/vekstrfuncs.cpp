@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekstrfuncs.h"
 
-#include "veklib/vekdiag.h"
+#include "veklib/vekdiag_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
 #include "veklib/vekstrfuncs_internal.h"

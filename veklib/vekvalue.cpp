@@ -1,7 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 #include "veklib/vekvalue.h"
 
-#include "veklib/vekdiag.h"
 #include "veklib/vekdiag_internal.h"
 #include "veklib/vekdict.h"
 #include "veklib/vekmemory.h"
@@ -22,7 +21,7 @@
 #define RETURN_VAL_IF_FAIL_AS(condition, text, failure)                                            \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
-            vek_warn_failed_assertion(__FILE__, __LINE__, __func__, text);                         \
+            vek_failed_check(__func__, text, __LINE__);                                            \
             return failure;                                                                        \
         }                                                                                          \
     } while (0)

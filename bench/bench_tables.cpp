@@ -1,0 +1,290 @@
+/* SPDX-License-Identifier: MIT */
+/* Hash tables with integer and with string keys. All use the same hash of texts and the same equality,
+ * those of GLib, but for uthash, which brings its own. */
+#include "jobs.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+
+#include <apr_general.h>
+#include <apr_hash.h>
+#include <glib.h>
+#include <uthash.h>
+#include <veklib/vekhash.h>
+
+using bench::Round;
+using bench::word;
+
+namespace {
+
+constexpr auto hash_text = g_str_hash;
+constexpr auto equal_text = g_str_equal;
+
+/* A contender puts, gets and removes keys, and sums the values up. Keys are numbers or pointers to texts. */
+
+template <bool of_text>
+struct Vek {
+    VekHash *hash = of_text ? vek_hash_new_full(hash_text, equal_text, nullptr, nullptr) : vek_hash_new();
+    ~Vek() { vek_hash_destroy(hash); }
+    void put(void *key, void *value) { vek_hash_insert(hash, key, value); }
+    void *get(void *key) const { return vek_hash_lookup(hash, key); }
+    void remove(void *key) { vek_hash_remove(hash, key); }
+    intptr_t sum() const
+    {
+        intptr_t result = 0;
+        vek_hash_foreach(
+            hash,
+            [](void *, void *value, void *into) {
+                *static_cast<intptr_t *>(into) += reinterpret_cast<intptr_t>(value);
+                return 0;
+            },
+            &result);
+        return result;
+    }
+};
+
+template <bool of_text>
+struct Glib {
+    GHashTable *hash = of_text ? g_hash_table_new(hash_text, equal_text) : g_hash_table_new(nullptr, nullptr);
+    ~Glib() { g_hash_table_destroy(hash); }
+    void put(void *key, void *value) { g_hash_table_insert(hash, key, value); }
+    void *get(void *key) const { return g_hash_table_lookup(hash, key); }
+    void remove(void *key) { g_hash_table_remove(hash, key); }
+    intptr_t sum() const
+    {
+        intptr_t result = 0;
+        g_hash_table_foreach(
+            hash,
+            [](void *, void *value, void *into) {
+                *static_cast<intptr_t *>(into) += reinterpret_cast<intptr_t>(value);
+            },
+            &result);
+        return result;
+    }
+};
+
+template <bool of_text>
+struct Apr {
+    static constexpr bool keys_by_address = !of_text;
+    static constexpr apr_ssize_t length = of_text ? APR_HASH_KEY_STRING : sizeof(intptr_t);
+    apr_pool_t *pool = [] {
+        static const apr_status_t started = apr_initialize();
+        apr_pool_t *made = nullptr;
+        apr_pool_create(&made, nullptr);
+        return started == 0 ? made : nullptr;
+    }();
+    apr_hash_t *hash = apr_hash_make(pool);
+    ~Apr() { apr_pool_destroy(pool); }
+    void put(void *key, void *value) { apr_hash_set(hash, key, length, value); }
+    void *get(void *key) const { return apr_hash_get(hash, key, length); }
+    void remove(void *key) { apr_hash_set(hash, key, length, nullptr); }
+    intptr_t sum() const
+    {
+        intptr_t result = 0;
+        apr_hash_do(
+            [](void *into, const void *, apr_ssize_t, const void *value) {
+                *static_cast<intptr_t *>(into) += reinterpret_cast<intptr_t>(value);
+                return 1;
+            },
+            &result, hash);
+        return result;
+    }
+};
+
+template <bool of_text>
+struct Std {
+    struct Equal {
+        bool operator()(const void *a, const void *b) const { return of_text ? equal_text(a, b) : a == b; }
+    };
+    struct Hash {
+        size_t operator()(const void *key) const { return of_text ? hash_text(key) : reinterpret_cast<size_t>(key); }
+    };
+    std::unordered_map<const void *, void *, Hash, Equal> hash;
+    void put(void *key, void *value) { hash[key] = value; }
+    void *get(void *key) const
+    {
+        const auto found = hash.find(key);
+        return found != hash.end() ? found->second : nullptr;
+    }
+    void remove(void *key) { hash.erase(key); }
+    intptr_t sum() const
+    {
+        intptr_t result = 0;
+        for (const auto &[key, value] : hash) { result += reinterpret_cast<intptr_t>(value); }
+        return result;
+    }
+};
+
+template <bool of_text>
+struct Ut {
+    struct Entry {
+        void *key;
+        void *value;
+        UT_hash_handle hh;
+    };
+    Entry *hash = nullptr;
+    ~Ut()
+    {
+        Entry *entry;
+        Entry *next;
+        HASH_ITER(hh, hash, entry, next)
+        {
+            HASH_DEL(hash, entry);
+            free(entry);
+        }
+    }
+    Entry *find(void *key) const
+    {
+        Entry *found;
+        if constexpr (of_text) {
+            HASH_FIND(hh, hash, static_cast<char *>(key), strlen(static_cast<char *>(key)), found);
+        } else {
+            HASH_FIND_PTR(hash, &key, found);
+        }
+        return found;
+    }
+    void put(void *key, void *value)
+    {
+        Entry *entry = find(key);
+        if (entry == nullptr) {
+            entry = static_cast<Entry *>(malloc(sizeof *entry));
+            entry->key = key;
+            if constexpr (of_text) {
+                HASH_ADD_KEYPTR(hh, hash, static_cast<char *>(key), strlen(static_cast<char *>(key)), entry);
+            } else {
+                HASH_ADD_PTR(hash, key, entry);
+            }
+        }
+        entry->value = value;
+    }
+    void *get(void *key) const
+    {
+        const Entry *const found = find(key);
+        return found != nullptr ? found->value : nullptr;
+    }
+    void remove(void *key)
+    {
+        Entry *const found = find(key);
+        HASH_DEL(hash, found);
+        free(found);
+    }
+    intptr_t sum() const
+    {
+        intptr_t result = 0;
+        for (const Entry *entry = hash; entry != nullptr; entry = static_cast<Entry *>(entry->hh.next)) {
+            result += reinterpret_cast<intptr_t>(entry->value);
+        }
+        return result;
+    }
+};
+
+/** `size` keys, from number `first` on, as a contender takes them; their storage is an own copy. */
+template <class Table, bool of_text>
+struct Keys {
+    std::vector<std::string> strings;
+    std::vector<intptr_t> numbers;
+    std::vector<void *> all;
+
+    explicit Keys(int size, int first = 0)
+    {
+        if (of_text) { strings = bench::texts(size, first); }
+        for (int i = first; i < first + size; ++i) { numbers.push_back(i); }
+        for (size_t i = 0; i < numbers.size(); ++i) {
+            if constexpr (of_text) {
+                all.push_back(strings[i].data());
+            } else if constexpr (requires { Table::keys_by_address; }) {
+                all.push_back(&numbers[i]);
+            } else {
+                all.push_back(word(numbers[i]));
+            }
+        }
+    }
+};
+
+template <class Table, bool of_text>
+void look_up(benchmark::State &state, int size, int first_searched)
+{
+    const Keys<Table, of_text> stored(size);
+    const Keys<Table, of_text> searched(size, first_searched);
+    Table table;
+    for (void *key : stored.all) { table.put(key, &table); }
+    Round round(size);
+    for (auto _ : state) { benchmark::DoNotOptimize(table.get(searched.all[round.next()])); }
+}
+
+template <class Table, bool of_text>
+void hit(benchmark::State &state, int size)
+{
+    look_up<Table, of_text>(state, size, 0);
+}
+
+template <class Table, bool of_text>
+void miss(benchmark::State &state, int size)
+{
+    look_up<Table, of_text>(state, size, size);
+}
+
+template <class Table, bool of_text>
+void insert(benchmark::State &state, int size)
+{
+    const Keys<Table, of_text> stored(size);
+    bench::timed<Table>(
+        state, size, [](Table &) {},
+        [&stored](Table &table) {
+            for (void *key : stored.all) { table.put(key, &table); }
+        });
+}
+
+template <class Table, bool of_text>
+void remove(benchmark::State &state, int size)
+{
+    const Keys<Table, of_text> stored(size);
+    bench::timed<Table>(
+        state, size,
+        [&stored](Table &table) {
+            for (void *key : stored.all) { table.put(key, &table); }
+        },
+        [&stored](Table &table) {
+            for (void *key : stored.all) { table.remove(key); }
+        });
+}
+
+template <class Table, bool of_text>
+void walk(benchmark::State &state, int size)
+{
+    const Keys<Table, of_text> stored(size);
+    bench::timed<Table>(
+        state, size,
+        [&stored](Table &table) {
+            for (void *key : stored.all) { table.put(key, &table); }
+        },
+        [](const Table &table) { benchmark::DoNotOptimize(table.sum()); });
+}
+
+template <template <bool> class Table, bool of_text>
+int add(const char *who)
+{
+    const std::string of = of_text ? ", strings" : ", integers";
+    const auto sizes = {10, 100, 1000, 100000};
+    bench::add("hash hit" + of, who, hit<Table<of_text>, of_text>, sizes);
+    bench::add("hash miss" + of, who, miss<Table<of_text>, of_text>, sizes);
+    bench::add_timed("hash insert" + of, who, insert<Table<of_text>, of_text>, sizes);
+    bench::add_timed("hash remove" + of, who, remove<Table<of_text>, of_text>, sizes);
+    return bench::add_timed("hash walk" + of, who, walk<Table<of_text>, of_text>, sizes);
+}
+
+[[maybe_unused]] const int registered[] = {
+    add<Vek, false>("veklib"),
+    add<Vek, true>("veklib"),
+    add<Glib, false>("GHashTable"),
+    add<Glib, true>("GHashTable"),
+    add<Apr, false>("apr_hash"),
+    add<Apr, true>("apr_hash"),
+    add<Ut, false>("uthash"),
+    add<Ut, true>("uthash"),
+    add<Std, false>("std::unordered_map"),
+    add<Std, true>("std::unordered_map"),
+};
+
+} // namespace
