@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Hash tables with integer and with string keys. All use the same hash of texts and the same equality,
- * those of GLib, but for uthash, which brings its own. */
+/* Hash tables with integer and with string keys. All take the same hash of texts and the same equality, but for
+ * APR and uthash, which bring their own. */
 #include "jobs.h"
 
 #include <cstdlib>
@@ -18,8 +18,18 @@ using bench::word;
 
 namespace {
 
-constexpr auto hash_text = g_str_hash;
-constexpr auto equal_text = g_str_equal;
+/** FNV-1a: its low bits vary, which tables of a power of two rely on. */
+uint32_t hash_text(const void *key)
+{
+    uint32_t hash = 2166136261;
+    for (auto *c = static_cast<const unsigned char *>(key); *c != '\0'; ++c) { hash = (hash ^ *c) * 16777619; }
+    return hash;
+}
+
+int equal_text(const void *a, const void *b)
+{
+    return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
+}
 
 /* A contender puts, gets and removes keys, and sums the values up. Keys are numbers or pointers to texts. */
 

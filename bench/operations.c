@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* usage: operations NAME COUNT - does one operation COUNT times, for counting its instructions. */
+/* usage: operations [NAME COUNT] - does one operation COUNT times, for counting its instructions; alone it lists
+ * the names. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,6 +11,7 @@
 #include <veklib/vekintdict.h>
 #include <veklib/vekmemory.h>
 #include <veklib/vekname.h>
+#include <veklib/vekslist.h>
 #include <veklib/vekstr.h>
 #include <veklib/vekstrdict.h>
 
@@ -17,6 +19,7 @@ static VekHash *hash;
 static VekNameTable *names;
 static VekDict *integers, *strings;
 static VekStr *vekstr;
+static VekValue value;
 static VekDebugDomain *domain;
 static const char *const flags[] = {"on", "off", NULL};
 
@@ -31,27 +34,49 @@ static void libc_malloc_free(void)
     free(block);
 }
 static void nothing(void) {}
+static void list_prepend_free(void) { vek_slist_free(vek_slist_prepend(NULL, &hash), NULL); }
 static void hash_hit(void) { vek_hash_lookup(hash, (void *)7); }
+static void hash_insert_remove(void)
+{
+    vek_hash_insert(hash, (void *)70, hash);
+    vek_hash_remove(hash, (void *)70);
+}
 static void intern_existing(void) { vek_name_from_string(names, "interface-7.state", 0); }
 static void get_by_integer(void) { vek_int_dict_get_int(integers, 7); }
 static void get_by_string(void) { vek_str_dict_get_int(strings, "h"); }
+static void put_by_integer(void) { vek_int_dict_put_int(integers, 7, 1); }
+static void value_copy(void)
+{
+    VekValue copy;
+    vek_value_copy(&copy, &value);
+    vek_value_equal(&copy, &value);
+    vek_value_release(&copy);
+}
 static void str_ref_unref(void) { vek_str_unref(vek_str_ref(vekstr)); }
 static void str_create_unref(void) { vek_str_unref(vek_str_create("interface-7.state")); }
+static void str_printf_unref(void) { vek_str_unref(vek_str_create_printf("%s-%d", "interface", 7)); }
+static void error(void) { vek_error_destroy(VEK_ERROR_CREATE(VEK_ERROR_IO, "no file %d", 1)); }
 static void debug_off(void) { vek_debug_print(domain, 2, "%d bytes\n", 1); }
 
 static const struct {
     const char *name;
     void (*run)(void);
 } operations[] = {
-    {"nothing", nothing},
+    {"nothing", nothing}, /* a call; not counted in the others */
     {"libc malloc+free", libc_malloc_free},
     {"malloc+free", malloc_free},
+    {"list prepend+free", list_prepend_free},
     {"hash hit, integer", hash_hit},
+    {"hash insert+remove, integer", hash_insert_remove},
+    {"string ref+unref", str_ref_unref},
+    {"string create+unref", str_create_unref},
+    {"printf-create+unref", str_printf_unref},
     {"intern existing", intern_existing},
     {"dictionary get by integer (8th of 10)", get_by_integer},
     {"dictionary get by string (8th of 10)", get_by_string},
-    {"string ref+unref", str_ref_unref},
-    {"string create+unref", str_create_unref},
+    {"dictionary replace by integer (8th of 10)", put_by_integer},
+    {"value copy+compare+release, integer", value_copy},
+    {"error create+destroy", error},
     {"debug print, off", debug_off},
 };
 
@@ -62,6 +87,7 @@ static void prepare(void)
     integers = vek_int_dict_create(10);
     strings = vek_str_dict_create(10);
     vekstr = vek_str_create("text");
+    vek_value_set_int(&value, 7);
     for (int i = 0; i < 10; ++i) {
         const char letter[] = {(char)('a' + i), '\0'};
         char name[32];

@@ -12,6 +12,21 @@ import json
 
 OURS = "veklib"
 
+# Whose the peers are, by the beginning of their names, for the chart.
+MAKERS = {
+    "GLib": ("G", "g_"),
+    "APR": ("apr_",),
+    "uthash": ("ut",),
+    "json-c": ("json-c",),
+    "talloc": ("talloc",),
+    "C++ library": ("std::",),
+}
+OTHERS = "C library"
+
+
+def maker_of(peer):
+    return next((maker for maker, names in MAKERS.items() if peer.startswith(names)), OTHERS)
+
 
 def nanoseconds(run):
     """The time of one operation or element."""
@@ -63,15 +78,14 @@ def print_table(times, goals):
 
 
 def write_points(times, path):
-    """A block a peer: row from the top, ratio, label of the row."""
-    rows = {key: row for row, key in enumerate(times)}
-    peers = sorted({peer for by_whom in times.values() for peer in by_whom} - {OURS})
+    """A block a maker: ratio, row from the top, label of the row."""
     with open(path, "w", encoding="utf-8") as file:
-        for peer in peers:
-            file.write(f'"{peer}"\n')
-            for (job, size), by_whom in times.items():
-                if peer in by_whom:
-                    file.write(f'{rows[job, size]} {by_whom[peer] / by_whom[OURS]:.3f} "{job} / {size}"\n')
+        for maker in [*MAKERS, OTHERS]:
+            file.write(f'"{maker}"\n')
+            for row, ((job, size), by_whom) in enumerate(times.items()):
+                for peer, time in by_whom.items():
+                    if peer != OURS and maker_of(peer) == maker:
+                        file.write(f'{time / by_whom[OURS]:.3f} {row} "{job} / {size}"\n')
             file.write("\n\n")
 
 

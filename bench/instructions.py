@@ -1,0 +1,49 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
+"""usage: instructions.py OPERATIONS ARM_OPERATIONS QEMU... - instructions of each operation, on x86-64 and ARM.
+
+Counted by callgrind, and by qemu, which the rest of the line starts with its options. What counts is the
+difference between few and many runs of an operation, without the call that "nothing" makes: the same each time.
+"""
+import os
+import re
+import subprocess
+import sys
+
+
+def counted_by_callgrind(program, name, runs):
+    valgrind = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={os.devnull}", program, name, str(runs)]
+    told = subprocess.run(valgrind, capture_output=True, check=True, text=True).stderr
+    return int(re.search(r"Collected : (\d+)", told).group(1))
+
+
+def counted_by_qemu(qemu, program, name, runs):
+    """One line of the log for each instruction, when each is a block of its own."""
+    command = qemu + ["-singlestep", "-d", "exec,nochain", program, name, str(runs)]
+    with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
+        return sum(line.startswith(b"Trace") for line in process.stderr)
+
+
+def per_operation(count, name, few, many):
+    return (count(name, many) - count(name, few)) / (many - few)
+
+
+def main():
+    program, arm_program, *qemu = sys.argv[1:]
+    names = subprocess.run([program], capture_output=True, check=True, text=True).stdout.splitlines()
+
+    def on_x86_64(name):
+        return per_operation(lambda *run: counted_by_callgrind(program, *run), name, 1000, 11000)
+
+    def on_arm(name):
+        return per_operation(lambda *run: counted_by_qemu(qemu, arm_program, *run), name, 10, 1010)
+
+    nothing, *operations = names
+    base = on_x86_64(nothing), on_arm(nothing)
+    print(f"{'operation':45} {'x86-64':>7} {'ARM':>7}")
+    for name in operations:
+        print(f"{name:45} {on_x86_64(name) - base[0]:7.0f} {on_arm(name) - base[1]:7.0f}", flush=True)
+
+
+if __name__ == "__main__":
+    main()
