@@ -18,12 +18,24 @@
 #include <cstring>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include <dlfcn.h>
 #include <unistd.h>
 
 using vektest::in_clean_child;
 using vektest::lines_of;
+
+static void (*behind_the_first_use)() = nullptr;
+
+/** The C library's, with a gap behind the one-time work that a test can fill. */
+extern "C" int pthread_once(pthread_once_t *once, void (*routine)())
+{
+    const auto original = reinterpret_cast<decltype(&pthread_once)>(dlsym(RTLD_NEXT, "pthread_once"));
+    const int result = original(once, routine);
+    if (const auto fill = std::exchange(behind_the_first_use, nullptr)) { fill(); }
+    return result;
+}
 
 namespace {
 
@@ -286,6 +298,20 @@ TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
         }
         ASSERT_EQ(lines_of(ended.err).size(), traced) << "sequence " << sequence;
     }
+}
+
+TEST(FirstUse, ExchangeThatComesFirstLeavesNoGap)
+{
+    in_clean_child([] {
+        behind_the_first_use = [] {
+            std::thread([] {
+                EXPECT_NE(vek_get_memory_vtable()->malloc, nullptr);
+                vek_free(vek_malloc(8));
+            }).join();
+        };
+        vek_set_memory_vtable(nullptr);
+        EXPECT_EQ(behind_the_first_use, nullptr);
+    });
 }
 
 TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)

@@ -13,20 +13,23 @@
 
 /** vek_warn_failed_assertion() for the checks of one source, whose path it knows. */
 [[gnu::cold, gnu::noinline, maybe_unused]] static void
-vek_failed_check(const char *function, const char *condition, int line)
+vek_failed_check(const char *condition, int line, const char *function)
 {
     vek_warn_failed_assertion(__BASE_FILE__, line, function, condition);
 }
 
 /* Inside the library the checks do what vekdiag.h says, through that function: an argument less at
- * each of hundreds of checks makes the library smaller by a twentieth. */
+ * each of hundreds of checks makes the library smaller by a twentieth. They stand in sources only,
+ * for the path is the source's. The empty asm keeps the call from becoming the function's last jump,
+ * which would take its frame out of a fatal report. */
 #undef VEK_RETURN_IF_FAIL
 #undef VEK_RETURN_VAL_IF_FAIL
 
 #define VEK_RETURN_IF_FAIL(condition)                                                              \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
-            vek_failed_check(__func__, #condition, __LINE__);                                      \
+            vek_failed_check(#condition, __LINE__, __func__);                                      \
+            __asm__ volatile("");                                                                  \
             return;                                                                                \
         }                                                                                          \
     } while (0)
@@ -34,7 +37,7 @@ vek_failed_check(const char *function, const char *condition, int line)
 #define VEK_RETURN_VAL_IF_FAIL(condition, value)                                                   \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
-            vek_failed_check(__func__, #condition, __LINE__);                                      \
+            vek_failed_check(#condition, __LINE__, __func__);                                      \
             return value;                                                                          \
         }                                                                                          \
     } while (0)

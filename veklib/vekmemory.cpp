@@ -17,7 +17,7 @@
 #include <sys/types.h>
 
 /* Two tables carry the state. `installed` is what the application installed, the default table
- * until then; it never holds a wrapper. `active` is what every call goes through: first-use entries
+ * until then (the first use fills it in); it never holds a wrapper. `active` is what every call goes through: first-use entries
  * at load, afterwards always `installed`, under tracing wrappers if tracing is on. Whoever touches
  * the tables first (an allocation, a query, the trace switch) brings the first-use installation to
  * its end before anything else happens; racing threads wait for it. A table exchange that comes
@@ -120,80 +120,54 @@ ssize_t printed(size_t size)
 
 /* ---- The default table ---- */
 
-/* How the default table serves the requests that an error state refuses. */
-struct Service {
-    void *(*malloc)(size_t size, void *return_address);
-    void *(*calloc)(size_t count, size_t size, void *return_address);
-    void *(*realloc)(void *block, size_t size, void *return_address);
-    void *(*malloc_if_possible)(size_t size, void *return_address);
-};
+/* Changed while no other thread allocates, so that allocations read it without further ado. */
+constinit bool error_state = false;
 
-void *get_malloc(size_t size, void *)
-{
-    return malloc(size);
-}
+/* Apart from the functions that call them, and cold, so that those remain a test and a jump. */
+#define REFUSE [[gnu::cold, gnu::noinline]]
 
-void *get_calloc(size_t count, size_t size, void *)
-{
-    return calloc(count, size);
-}
-
-void *get_realloc(void *block, size_t size, void *)
-{
-    return realloc(block, size);
-}
-
-void *refuse_malloc(size_t size, void *return_address)
+REFUSE void *refuse_malloc(size_t size, void *return_address)
 {
     write_trace("%p: vek_malloc(%zd) => NULL, in error state", return_address, printed(size));
     return nullptr;
 }
 
-void *refuse_calloc(size_t count, size_t size, void *return_address)
+REFUSE void *refuse_calloc(size_t count, size_t size, void *return_address)
 {
     write_trace("%p: vek_calloc(%zd, %zd) => NULL, in error state", return_address, printed(count),
                 printed(size));
     return nullptr;
 }
 
-void *refuse_realloc(void *block, size_t size, void *return_address)
+REFUSE void *refuse_realloc(void *block, size_t size, void *return_address)
 {
-    if (size == 0) { // a release, and releases are never refused
-        return realloc(block, size);
-    }
     write_trace("%p: vek_realloc(%p, %zd) => NULL, in error state", return_address, block,
                 printed(size));
     return nullptr;
 }
 
-void *refuse_malloc_if_possible(size_t size, void *return_address)
+REFUSE void *refuse_malloc_if_possible(size_t size, void *return_address)
 {
     write_trace("%p: vek_malloc_if_possible(%zd) => NULL, in error state", return_address,
                 printed(size));
     return nullptr;
 }
 
-constexpr Service ordinary_service = {get_malloc, get_calloc, get_realloc, get_malloc};
-constexpr Service error_service = {refuse_malloc, refuse_calloc, refuse_realloc,
-                                   refuse_malloc_if_possible};
-
-/* The error state: a pointer to the way of serving rather than a flag, so that requests pass through
- * without a test. */
-constinit const Service *service = &ordinary_service;
-
 void *default_malloc(size_t size, void *return_address)
 {
-    return load(service)->malloc(size, return_address);
+    return error_state ? refuse_malloc(size, return_address) : malloc(size);
 }
 
 void *default_calloc(size_t count, size_t size, void *return_address)
 {
-    return load(service)->calloc(count, size, return_address);
+    return error_state ? refuse_calloc(count, size, return_address) : calloc(count, size);
 }
 
 void *default_realloc(void *block, size_t size, void *return_address)
 {
-    return load(service)->realloc(block, size, return_address);
+    // Size 0 is a release, and releases are never refused.
+    return error_state && size != 0 ? refuse_realloc(block, size, return_address)
+                                    : realloc(block, size);
 }
 
 void default_free(void *block, void *)
@@ -203,7 +177,12 @@ void default_free(void *block, void *)
 
 void *default_malloc_if_possible(size_t size, void *return_address)
 {
-    return load(service)->malloc_if_possible(size, return_address);
+    return error_state ? refuse_malloc_if_possible(size, return_address) : malloc(size);
+}
+
+void *default_malloc_if_available(size_t size, void *)
+{
+    return malloc(size);
 }
 
 /** The number of kilobytes in an open "/proc/meminfo" that the pattern asks for, in bytes. A line
@@ -216,7 +195,7 @@ size_t read_meminfo(FILE *meminfo, const char *pattern)
         int number;
         char unit;
         if (sscanf(piece, pattern, &number, &unit) == 2) {
-            if (unit != 'k') {
+            if (unit != 'k' && stderr != nullptr) {
                 fprintf(stderr, "unknown unit %c in /proc/meminfo\n", unit);
             }
             const int64_t bytes = static_cast<int64_t>(number) * 1024;
@@ -251,12 +230,12 @@ size_t default_get_free_bytes()
 
 int default_get_error()
 {
-    return load(service) == &error_service;
+    return load(error_state);
 }
 
 void default_set_error(int error)
 {
-    store(service, error != 0 ? &error_service : &ordinary_service);
+    store(error_state, error != 0);
 }
 
 constexpr VekMemoryVtable default_table = {
@@ -266,14 +245,13 @@ constexpr VekMemoryVtable default_table = {
     .free = default_free,
     .mark = nullptr,
     .malloc_if_possible = default_malloc_if_possible,
-    .malloc_if_available = get_malloc,
+    .malloc_if_available = default_malloc_if_available,
     .get_total_bytes = default_get_total_bytes,
     .get_free_bytes = default_get_free_bytes,
     .get_error = default_get_error,
     .set_error = default_set_error,
 };
 
-/* Filled in by the first use. */
 constinit VekMemoryVtable installed = {};
 
 /* ---- Tracing wrappers ---- */
@@ -409,11 +387,16 @@ void publish()
     published.store(true, std::memory_order_release);
 }
 
+/* Within the one-time work, so that whoever waited for its end finds a table. */
+void fill_in_default()
+{
+    store_table(installed, default_table);
+}
+
 void install_for_first_use()
 {
     installer.store(pthread_self(), std::memory_order_relaxed);
-    store_table(installed,
-                default_table); // an application's own vek_set_memory_vtable() may allocate
+    fill_in_default(); // an application's own vek_set_memory_vtable() may allocate
     vek_set_memory_vtable(&default_table);
     installer.store(0, std::memory_order_relaxed);
     publish();
@@ -546,7 +529,7 @@ WEAK_NAME(get_memory_vtable);
 
 void __vek_default_set_memory_vtable(const VekMemoryVtable *table)
 {
-    on_first_use([] {}); // this is the first use: no entry may install over it later
+    on_first_use(fill_in_default); // this is the first use: no entry may install over it later
     store_table(installed, table != nullptr ? *table : default_table);
     publish();
     if (vek_environment_number("VEK_MALLOC_TRACE").value_or(0) != 0) {
@@ -670,7 +653,7 @@ void vek_memory_enable_trace()
 
 void vek_memory_disable_trace()
 {
-    if (tracing.exchange(false, std::memory_order_relaxed)) {
+    if (tracing.exchange(false, std::memory_order_acq_rel)) {
         publish();
     }
 }

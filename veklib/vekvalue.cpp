@@ -21,7 +21,7 @@
 #define RETURN_VAL_IF_FAIL_AS(condition, text, failure)                                            \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
-            vek_failed_check(__func__, text, __LINE__);                                            \
+            vek_failed_check(text, __LINE__, __func__);                                            \
             return failure;                                                                        \
         }                                                                                          \
     } while (0)
