@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include <unistd.h>
+
 #include <veklib/vekdebug.h>
 #include <veklib/vekerror.h>
 
@@ -16,13 +18,21 @@ namespace {
 enum : uint32_t { to_file = 1, is_off = 2 };
 const char *const flags[] = {"on", "off", nullptr};
 
+/** A file of nobody else's. */
+std::string file_for(const char *who)
+{
+    return std::string(g_get_tmp_dir()) + "/bench-debug-" + std::to_string(getpid()) + "-" + who;
+}
+
 /** A domain with a flag that writes to a file, and one that is off. */
 VekDebugDomain *debug_domain()
 {
     static VekDebugDomain *const domain = [] {
         vek_debug_initialize(nullptr, nullptr);
         vek_debug_add_domain("bench", flags);
-        vek_debug_set_output_setting("on", "/dev/null");
+        const std::string path = file_for("veklib");
+        vek_debug_set_output_setting("on", path.c_str());
+        remove(path.c_str());
         return vek_debug_get_domain("bench");
     }();
     return domain;
@@ -47,7 +57,9 @@ void on(benchmark::State &state, int size)
 
 void on_stdio(benchmark::State &state, int size)
 {
-    FILE *const file = fopen("/dev/null", "w");
+    const std::string path = file_for("stdio");
+    FILE *const file = fopen(path.c_str(), "wb");
+    remove(path.c_str());
     for (auto _ : state) {
         fprintf(file, "%d bytes to %s\n", size, "gateway");
         fflush(file);

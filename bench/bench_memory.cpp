@@ -50,17 +50,18 @@ void two_lines(benchmark::State &state, int size)
     for (auto _ : state) {
         void *block = malloc(static_cast<size_t>(size));
         benchmark::DoNotOptimize(block);
-        if (is_formatted) {
+        if constexpr (is_formatted) {
             fprintf(file, "%p: vek_malloc(%d) => %p [#%d]\n", static_cast<void *>(&number), size, block, ++number);
             fprintf(file, "%p: vek_free(%p)\n", static_cast<void *>(&number), block);
         } else {
-            fputs("0x55fd7b1c30a7: vek_malloc(16) => 0x55fd7c2d42a0 [#1234567]\n", file);
+            fputs("0x55fd7b1c30a7: vek_malloc(16) => 0x55fd7c2d42a0 [#123456]\n", file);
             fputs("0x55fd7b1c30b9: vek_free(0x55fd7c2d42a0)\n", file);
         }
         free(block);
     }
 }
 
+/** Only with a trace file, whose kind is part of the job's name: ./dev bench runs these jobs for each kind. */
 int add_traced()
 {
     if (trace_file() == nullptr) { return 0; }

@@ -131,6 +131,7 @@ void append_veklib(benchmark::State &state, int size)
         benchmark::DoNotOptimize(vekstr);
         vek_str_unref(vekstr);
     }
+    state.SetItemsProcessed(state.iterations() * size);
 }
 
 void append_glib(benchmark::State &state, int size)
@@ -145,6 +146,7 @@ void append_glib(benchmark::State &state, int size)
         benchmark::DoNotOptimize(string);
         g_free(string);
     }
+    state.SetItemsProcessed(state.iterations() * size);
 }
 
 void append_talloc(benchmark::State &state, int size)
@@ -155,6 +157,7 @@ void append_talloc(benchmark::State &state, int size)
         benchmark::DoNotOptimize(string);
         talloc_free(string);
     }
+    state.SetItemsProcessed(state.iterations() * size);
 }
 
 [[maybe_unused]] const int registered[] = {

@@ -108,7 +108,11 @@ struct Std {
         bool operator()(const void *a, const void *b) const { return of_text ? equal_text(a, b) : a == b; }
     };
     struct Hash {
-        size_t operator()(const void *key) const { return of_text ? hash_text(key) : reinterpret_cast<size_t>(key); }
+        // With noexcept the nodes hold no hash, which for texts they should.
+        size_t operator()(const void *key) const noexcept(!of_text)
+        {
+            return of_text ? hash_text(key) : reinterpret_cast<size_t>(key);
+        }
     };
     std::unordered_map<const void *, void *, Hash, Equal> hash;
     void put(void *key, void *value) { hash[key] = value; }
@@ -144,27 +148,26 @@ struct Ut {
             free(entry);
         }
     }
+    static const void *bytes(void *const &key) { return of_text ? key : &key; }
+    static size_t length(void *const &key) { return of_text ? strlen(static_cast<char *>(key)) : sizeof key; }
     Entry *find(void *key) const
     {
+        const size_t size = length(key);
         Entry *found;
-        if constexpr (of_text) {
-            HASH_FIND(hh, hash, static_cast<char *>(key), strlen(static_cast<char *>(key)), found);
-        } else {
-            HASH_FIND_PTR(hash, &key, found);
-        }
+        HASH_FIND(hh, hash, bytes(key), size, found);
         return found;
     }
     void put(void *key, void *value)
     {
-        Entry *entry = find(key);
+        const size_t size = length(key);
+        unsigned hashed;
+        HASH_VALUE(bytes(key), size, hashed);
+        Entry *entry;
+        HASH_FIND_BYHASHVALUE(hh, hash, bytes(key), size, hashed, entry);
         if (entry == nullptr) {
             entry = static_cast<Entry *>(malloc(sizeof *entry));
             entry->key = key;
-            if constexpr (of_text) {
-                HASH_ADD_KEYPTR(hh, hash, static_cast<char *>(key), strlen(static_cast<char *>(key)), entry);
-            } else {
-                HASH_ADD_PTR(hash, key, entry);
-            }
+            HASH_ADD_KEYPTR_BYHASHVALUE(hh, hash, bytes(entry->key), size, hashed, entry);
         }
         entry->value = value;
     }
@@ -216,11 +219,12 @@ template <class Table, bool of_text>
 void look_up(benchmark::State &state, int size, int first_searched)
 {
     const Keys<Table, of_text> stored(size);
-    const Keys<Table, of_text> searched(size, first_searched);
+    const Keys<Table, of_text> others(size, first_searched);
+    const std::vector<void *> searched = bench::shuffled(others.all);
     Table table;
     for (void *key : stored.all) { table.put(key, &table); }
     Round round(size);
-    for (auto _ : state) { benchmark::DoNotOptimize(table.get(searched.all[round.next()])); }
+    for (auto _ : state) { benchmark::DoNotOptimize(table.get(searched[round.next()])); }
 }
 
 template <class Table, bool of_text>
@@ -250,13 +254,14 @@ template <class Table, bool of_text>
 void remove(benchmark::State &state, int size)
 {
     const Keys<Table, of_text> stored(size);
+    const std::vector<void *> removed = bench::shuffled(stored.all);
     bench::timed<Table>(
         state, size,
         [&stored](Table &table) {
             for (void *key : stored.all) { table.put(key, &table); }
         },
-        [&stored](Table &table) {
-            for (void *key : stored.all) { table.remove(key); }
+        [&removed](Table &table) {
+            for (void *key : removed) { table.remove(key); }
         });
 }
 
@@ -279,9 +284,9 @@ int add(const char *who)
     const auto sizes = {10, 100, 1000, 100000};
     bench::add("hash hit" + of, who, hit<Table<of_text>, of_text>, sizes);
     bench::add("hash miss" + of, who, miss<Table<of_text>, of_text>, sizes);
-    bench::add_timed("hash insert" + of, who, insert<Table<of_text>, of_text>, sizes);
-    bench::add_timed("hash remove" + of, who, remove<Table<of_text>, of_text>, sizes);
-    return bench::add_timed("hash walk" + of, who, walk<Table<of_text>, of_text>, sizes);
+    bench::add("hash insert" + of, who, insert<Table<of_text>, of_text>, sizes, bench::Runs::timed_by_job);
+    bench::add("hash remove" + of, who, remove<Table<of_text>, of_text>, sizes, bench::Runs::timed_by_job);
+    return bench::add("hash walk" + of, who, walk<Table<of_text>, of_text>, sizes, bench::Runs::timed_by_job);
 }
 
 [[maybe_unused]] const int registered[] = {

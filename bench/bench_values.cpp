@@ -2,6 +2,8 @@
 /* Values, and dictionaries of them with string and with integer keys. */
 #include "jobs.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <variant>
 
@@ -72,8 +74,13 @@ struct AprStrings {
     }();
     apr_table_t *table = apr_table_make(pool, 10);
     ~AprStrings() { apr_pool_destroy(pool); }
-    void put(const char *key, int) { apr_table_set(table, key, "1"); }
-    int get(const char *key) const { return apr_table_get(table, key)[0]; }
+    void put(const char *key, int value)
+    {
+        char text[12];
+        snprintf(text, sizeof text, "%d", value);
+        apr_table_set(table, key, text);
+    }
+    int get(const char *key) const { return atoi(apr_table_get(table, key)); }
 };
 
 struct JsonStrings {
@@ -92,7 +99,15 @@ using Variant = std::variant<int, double, void *, std::string>;
 
 struct StdStrings {
     std::map<std::string, Variant, std::less<>> map;
-    void put(const char *key, int value) { map[key] = value; }
+    void put(const char *key, int value)
+    {
+        const auto found = map.find(key);
+        if (found != map.end()) {
+            found->second = value;
+        } else {
+            map.emplace(key, value);
+        }
+    }
     int get(const char *key) const { return std::get<int>(map.find(key)->second); }
 };
 
@@ -127,11 +142,12 @@ template <class Dict, class Keys>
 void get(benchmark::State &state, int size)
 {
     const Keys stored(size);
-    const Keys searched(size);
+    const Keys others(size);
+    const auto searched = bench::shuffled(others.all);
     Dict dict;
     put_all(dict, stored);
     Round round(size);
-    for (auto _ : state) { benchmark::DoNotOptimize(dict.get(searched.all[round.next()])); }
+    for (auto _ : state) { benchmark::DoNotOptimize(dict.get(searched[round.next()])); }
 }
 
 template <class Dict, class Keys>
@@ -158,8 +174,8 @@ int add(const char *who)
     const std::string by = std::is_same_v<Keys, TextKeys> ? " by string" : " by integer";
     const auto sizes = {5, 10, 50, 200};
     bench::add("dictionary get" + by, who, get<Dict, Keys>, sizes);
-    bench::add_timed("dictionary fill" + by, who, fill<Dict, Keys>, sizes);
-    return bench::add_timed("dictionary replace" + by, who, replace<Dict, Keys>, sizes);
+    bench::add("dictionary fill" + by, who, fill<Dict, Keys>, sizes, bench::Runs::timed_by_job);
+    return bench::add("dictionary replace" + by, who, replace<Dict, Keys>, sizes, bench::Runs::timed_by_job);
 }
 
 /* ---- Values ---- */

@@ -8,7 +8,7 @@ set key outside top center horizontal autotitle columnhead
 set logscale x 2
 set xrange [0.0625:20]
 set xlabel "peer time / ours"
-set xtics ("1/16" 0.0625, "1/8" 0.125, "1/4" 0.25, "1/2" 0.5, "1" 1, "2" 2, "4" 4, "8" 8, "16+" 16)
+set xtics ("1/16-" 0.0625, "1/8" 0.125, "1/4" 0.25, "1/2" 0.5, "1" 1, "2" 2, "4" 4, "8" 8, "16+" 16)
 set yrange [rows:-1]
 set ytics nomirror scale 0 font "sans-serif,9"
 set grid x y linetype 1 linecolor "#d8d8d8"

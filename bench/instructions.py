@@ -21,7 +21,10 @@ def counted_by_qemu(qemu, program, name, runs):
     """One line of the log for each instruction, when each is a block of its own."""
     command = qemu + ["-singlestep", "-d", "exec,nochain", program, name, str(runs)]
     with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
-        return sum(line.startswith(b"Trace") for line in process.stderr)
+        count = sum(line.startswith(b"Trace") for line in process.stderr)
+    if process.returncode != 0:
+        sys.exit(f"failed: {' '.join(command)}")
+    return count
 
 
 def per_operation(count, name, few, many):

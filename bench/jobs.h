@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* How jobs are named, registered and timed. A job is "job/size/who": the library ("veklib") and its peers do
- * the same work on the same keys, and what counts is the ratio of their times. */
+/* How jobs are named, registered and timed: "job/size/who". The library ("veklib") and its peers do the same work
+ * on the same keys, and what counts is the ratio of their times. */
 #ifndef VEKLIB_BENCH_JOBS_H
 #define VEKLIB_BENCH_JOBS_H
 
@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <initializer_list>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -17,35 +18,30 @@ namespace bench {
 
 using Job = void(benchmark::State &state, int size);
 
-inline std::string name_of(const std::string &job, int size, const char *who)
-{
-    return job + "/" + std::to_string(size) + "/" + who;
-}
+/** Who reads the clock: the benchmark library around the whole job, or the job around a part of it. */
+enum class Runs { timed_by_library, timed_by_job };
 
-/** Registers one contender of a job for each size. */
-inline int add(const std::string &job, const char *who, Job *run, std::initializer_list<int> sizes)
-{
-    for (const int size : sizes) { benchmark::RegisterBenchmark(name_of(job, size, who).c_str(), run, size); }
-    return 0;
-}
-
-/** Registers one contender of a job that times its work with timed(). */
-inline int add_timed(const std::string &job, const char *who, Job *run, std::initializer_list<int> sizes)
+/** Registers one contender of a job for each size; `timed_by_job` if it uses timed(). The result is for
+ *  initialisers, whose place this is called from. */
+inline int add(const std::string &job, const char *who, Job *run, std::initializer_list<int> sizes,
+               Runs runs = Runs::timed_by_library)
 {
     for (const int size : sizes) {
-        benchmark::RegisterBenchmark(name_of(job, size, who).c_str(), run, size)->UseManualTime();
+        benchmark::internal::Benchmark *const registered =
+            benchmark::RegisterBenchmark((job + "/" + std::to_string(size) + "/" + who).c_str(), run, size);
+        if (runs == Runs::timed_by_job) { registered->UseManualTime(); }
     }
     return 0;
 }
 
 /** Times `work` alone: not `prepare`, nor the making and destruction of the subjects. There are so many of
- *  them at a time that reading the clock does not count. The result is the time of one of the `size` elements
+ *  them at a time that reading the clock hardly counts. The result is the time of one of the `size` elements
  *  of a subject. */
 template <typename Subject, typename Prepare, typename Work>
 void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 {
     using clock = std::chrono::steady_clock;
-    const int count = std::max(1, 1000 / size);
+    const int count = std::max(1, 5000 / size);
     for (auto _ : state) {
         std::vector<Subject> subjects(static_cast<size_t>(count));
         for (Subject &subject : subjects) { prepare(subject); }
@@ -59,15 +55,25 @@ void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 /** An integer as a key or a datum of a list or a table. */
 inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 
-/** Texts of the kind that programs use as keys: `count` of them, from number `first` on. */
+/** Texts of the kind that programs use as keys: `count` of them, from number `first` on. Some begin alike. Jobs
+ *  store one copy and search with another, so that no comparison ends at equal addresses. */
 inline std::vector<std::string> texts(int count, int first = 0)
 {
+    constexpr const char *kinds[] = {"interface", "route", "sensor", "timer", "input", "bridge", "status", "uplink"};
     std::vector<std::string> result;
     for (int i = first; i < first + count; ++i) {
-        result.push_back(std::string(1, static_cast<char>('a' + i % 26)) + "-interface-" + std::to_string(i * 7919L) +
-                         ".state");
+        result.push_back(std::string(kinds[i % 8]) + "-" + std::to_string(i * 7919L) + ".state");
     }
     return result;
+}
+
+/** The same elements in another order, always the same: what was put in one after the other is not looked for
+ *  one after the other. */
+template <typename Element>
+std::vector<Element> shuffled(std::vector<Element> elements)
+{
+    std::shuffle(elements.begin(), elements.end(), std::mt19937(1));
+    return elements;
 }
 
 inline std::vector<const char *> pointers(const std::vector<std::string> &strings)

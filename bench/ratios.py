@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""usage: ratios.py RESULTS.json... [--goals FILE] [--points FILE]
+"""Prints the peers' median times over the library's, a line a job: above 1 the library is faster.
 
-Prints the peers' median times over the library's, a line a job: above 1 the library is faster. RESULTS.json
-is what Google Benchmark writes. Goals stand behind their ratios, with "<" where a ratio stays below. The file
-of points is for chart.gp.
+RESULTS are what Google Benchmark writes as JSON. Goals stand behind their ratios, with "<" where a ratio stays
+below. The points are for chart.gp.
 """
 import argparse
 import collections
 import json
+import statistics
+import sys
 
 OURS = "veklib"
 
@@ -35,15 +36,18 @@ def nanoseconds(run):
 
 def medians(paths):
     """{(job, size): {who: median time}}, in the order of jobs and sizes."""
-    times = collections.defaultdict(dict)
+    times = collections.defaultdict(lambda: collections.defaultdict(list))
     for path in paths:
         with open(path, encoding="utf-8") as file:
             runs = json.load(file)["benchmarks"]
         for run in runs:
-            if run.get("aggregate_name") == "median":
+            if run["run_type"] == "iteration":
                 job, size, who = run["run_name"].split("/")[:3]
-                times[job, int(size)][who] = nanoseconds(run)
-    return dict(sorted(times.items()))
+                times[job, int(size)][who].append(nanoseconds(run))
+    return {
+        key: {who: statistics.median(measured) for who, measured in by_whom.items()}
+        for key, by_whom in sorted(times.items())
+    }
 
 
 def read_goals(path):
@@ -51,7 +55,7 @@ def read_goals(path):
     goals = {}
     with open(path, encoding="utf-8") as file:
         for line in file:
-            if not line.startswith("#"):
+            if line.strip() and not line.startswith("#"):
                 job, peer, ratios = (field.strip() for field in line.split("|"))
                 for ratio in ratios.split():
                     size, least = ratio.split(":")
@@ -59,46 +63,64 @@ def read_goals(path):
     return goals
 
 
-def with_goal(peer, ratio, goal):
-    text = f"{peer} {ratio:.2f}"
-    if goal is None:
-        return text
-    return f"{text} ({'<' if ratio < goal else ''}{goal:g})"
-
-
-def print_table(times, goals):
-    print(f"{'job / size':45} {'ns':>9}  peer time / ours (goal)")
+def compare(times, goals):
+    """[{job, size, ns, peers: {peer: {ratio, goal}}}]"""
+    rows = []
     for (job, size), by_whom in times.items():
-        ratios = [
-            with_goal(peer, time / by_whom[OURS], goals.get((job, size, peer)))
-            for peer, time in sorted(by_whom.items())
-            if peer != OURS
-        ]
-        print(f"{job + ' / ' + str(size):45} {by_whom[OURS]:9.1f}  {', '.join(ratios)}")
+        ours = by_whom[OURS]
+        peers = {}
+        for peer in sorted(by_whom.keys() - {OURS}):
+            peers[peer] = {"ratio": round(by_whom[peer] / ours, 2)}
+            if (job, size, peer) in goals:
+                peers[peer]["goal"] = goals.pop((job, size, peer))
+        rows.append({"job": job, "size": size, "ns": round(ours, 1), "peers": peers})
+    return rows
 
 
-def write_points(times, path):
+def labels_of(rows):
+    """The size is told where there are several."""
+    sizes = collections.Counter(row["job"] for row in rows)
+    return [f"{row['job']} / {row['size']}" if sizes[row["job"]] > 1 else row["job"] for row in rows]
+
+
+def told(peer, ratio, goal=None):
+    text = f"{peer} {ratio:.2f}"
+    return text if goal is None else f"{text} ({'<' if ratio < goal else ''}{goal:g})"
+
+
+def print_table(rows):
+    print(f"{'job / size':40} {'ns':>7}  peer time / ours (goal)")
+    for label, row in zip(labels_of(rows), rows):
+        print(f"{label:40} {row['ns']:7.1f}  {', '.join(told(peer, **found) for peer, found in row['peers'].items())}")
+
+
+def write_points(rows, path):
     """A block a maker: ratio, row from the top, label of the row."""
     with open(path, "w", encoding="utf-8") as file:
         for maker in [*MAKERS, OTHERS]:
             file.write(f'"{maker}"\n')
-            for row, ((job, size), by_whom) in enumerate(times.items()):
-                for peer, time in by_whom.items():
-                    if peer != OURS and maker_of(peer) == maker:
-                        file.write(f'{time / by_whom[OURS]:.3f} {row} "{job} / {size}"\n')
+            for number, (label, row) in enumerate(zip(labels_of(rows), rows)):
+                for peer, found in row["peers"].items():
+                    if maker_of(peer) == maker:
+                        file.write(f'{found["ratio"]} {number} "{label}"\n')
             file.write("\n\n")
 
 
 def main():
-    parser = argparse.ArgumentParser(usage=__doc__)
-    parser.add_argument("results", nargs="+")
-    parser.add_argument("--goals")
-    parser.add_argument("--points")
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("results", nargs="+", metavar="RESULTS")
+    parser.add_argument("--goals", required=True, help="lines of job | peer | size:ratio ...")
+    parser.add_argument("--json", required=True, help="gets the table as JSON")
+    parser.add_argument("--points", required=True, help="gets the points of the chart")
     arguments = parser.parse_args()
-    times = medians(arguments.results)
-    print_table(times, read_goals(arguments.goals) if arguments.goals else {})
-    if arguments.points:
-        write_points(times, arguments.points)
+    goals = read_goals(arguments.goals)
+    rows = compare(medians(arguments.results), goals)
+    print_table(rows)
+    write_points(rows, arguments.points)
+    with open(arguments.json, "w", encoding="utf-8") as file:
+        json.dump(rows, file, indent=1)
+    if goals:
+        sys.exit(f"goals of jobs that were not run: {sorted(goals)}")
 
 
 if __name__ == "__main__":

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""usage: sizes.py [--tools PREFIX] [--run COMMAND] LIBRARY... - what libraries cost to have.
+"""Prints what libraries cost to have, a line a library.
 
-Prints a line a library: bytes of its code, of its code and constants, of all that is loaded read-only ("text" as
-size(1) tells it) and of its data; the relocations that the loader makes; the kilobytes of its pages that a process
-has changed and so has of its own; and the microseconds by which it delays the start of a program that does
-nothing. PREFIX is that of the binutils and the compiler, COMMAND runs a program.
+Bytes of the code (.text), of code and constants (+.rodata), of all that is loaded to be read, tables of names
+and of frames included (text, as size(1) tells it), and of the data; the relocations that the loader makes. Then
+what the library and all that it needs add to a program that does nothing: kilobytes of memory that the process
+changed and so has of its own, and microseconds until it ends.
 """
 import argparse
 import json
@@ -51,23 +51,15 @@ class Bench:
     def relocations(self, library):
         return output_of(self.prefix + "readelf", "-rW", library).count(" R_")
 
-    def dirty_kilobytes(self, library):
-        """Of the library's mappings, and of the anonymous one behind them, where its data ends."""
-        command = self.run + [self.program(library), "wait"]
-        with subprocess.Popen(command, stdout=subprocess.PIPE) as process:
-            process.stdout.read(1)
-            with open(f"/proc/{process.pid}/smaps", encoding="utf-8") as file:
-                lines = file.read().splitlines()
-            process.kill()
-        kilobytes = 0
-        name = previous = ""
-        for line in lines:
-            if re.match(r"[0-9a-f]+-[0-9a-f]+ ", line):
-                fields = line.split(maxsplit=5)
-                previous, name = name, fields[5] if len(fields) > 5 else ""
-            elif line.startswith("Private_Dirty:") and (name or previous) == os.path.realpath(library):
-                kilobytes += int(line.split()[1])
-        return kilobytes
+    def dirty_kilobytes(self, program):
+        """What a process of the program has changed."""
+        with subprocess.Popen(self.run + [program, "wait"], stdout=subprocess.PIPE) as process:
+            try:
+                process.stdout.read(1)
+                with open(f"/proc/{process.pid}/smaps_rollup", encoding="utf-8") as file:
+                    return int(re.search(r"Private_Dirty: *(\d+)", file.read()).group(1))
+            finally:
+                process.kill()
 
     def starts(self, programs):
         """Microseconds of each start: the least of many, in turn, for what disturbs a start only delays it."""
@@ -83,21 +75,22 @@ class Bench:
 
 
 def main():
-    parser = argparse.ArgumentParser(usage=__doc__)
-    parser.add_argument("--tools", default="")
-    parser.add_argument("--run", default="")
-    parser.add_argument("libraries", nargs="+")
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--tools", default="", help="what the names of compiler and binutils begin with")
+    parser.add_argument("--run", default="", help="a command that runs programs")
+    parser.add_argument("libraries", nargs="+", metavar="LIBRARY")
     arguments = parser.parse_args()
     heads = [".text", "+.rodata", "text", "data", "relocs", "dirty KB", "start us"]
     print(f"{'library':24}" + "".join(f"{head:>9}" for head in heads))
     with tempfile.TemporaryDirectory() as folder:
         bench = Bench(arguments, folder)
-        starts = bench.starts([bench.program()] + [bench.program(library) for library in arguments.libraries])
-        for library, start in zip(arguments.libraries, starts[1:]):
+        empty, *programs = [bench.program()] + [bench.program(library) for library in arguments.libraries]
+        at_rest, *starts = bench.starts([empty] + programs)
+        for library, program, start in zip(arguments.libraries, programs, starts):
             sections, text, data = bench.sections(library)
             code = sections[".text"]
             row = [code, code + sections.get(".rodata", 0), text, data, bench.relocations(library)]
-            row += [bench.dirty_kilobytes(library), round(start - starts[0])]
+            row += [bench.dirty_kilobytes(program) - bench.dirty_kilobytes(empty), round(start - at_rest)]
             print(f"{os.path.basename(library):24}" + "".join(f"{number:9}" for number in row))
 
 
