@@ -18,7 +18,6 @@
 #include <cstring>
 #include <set>
 #include <thread>
-#include <utility>
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -26,14 +25,14 @@
 using vektest::in_clean_child;
 using vektest::lines_of;
 
-static void (*behind_the_first_use)() = nullptr;
+static std::atomic<void (*)()> behind_the_first_use{nullptr};
 
 /** The C library's, with a gap behind the one-time work that a test can fill. */
 extern "C" int pthread_once(pthread_once_t *once, void (*routine)())
 {
     const auto original = reinterpret_cast<decltype(&pthread_once)>(dlsym(RTLD_NEXT, "pthread_once"));
     const int result = original(once, routine);
-    if (const auto fill = std::exchange(behind_the_first_use, nullptr)) { fill(); }
+    if (const auto fill = behind_the_first_use.exchange(nullptr)) { fill(); }
     return result;
 }
 
@@ -310,7 +309,7 @@ TEST(FirstUse, ExchangeThatComesFirstLeavesNoGap)
             }).join();
         };
         vek_set_memory_vtable(nullptr);
-        EXPECT_EQ(behind_the_first_use, nullptr);
+        EXPECT_EQ(behind_the_first_use.load(), nullptr);
     });
 }
 
