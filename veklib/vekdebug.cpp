@@ -351,17 +351,20 @@ int _vek_debug_find_file(FILE **file)
         *file = fopen(filename, "r");
         return status_done;
     }
-    const char *element = global.search_path;
-    while (*file == nullptr && *(element += strspn(element, ":")) != '\0') {
-        const size_t length = strcspn(element, ":");
-        char *const path =
-            vek_strdup_printf("%.*s/%s", static_cast<int>(length), element, filename);
-        if (path == nullptr) {
-            return status_no_memory;
+    for (const char *element = global.search_path; *file == nullptr && *element != '\0';) {
+        const char *const colon = strchr(element, ':');
+        const size_t length =
+            colon != nullptr ? static_cast<size_t>(colon - element) : strlen(element);
+        if (length > 0) {
+            char *const path =
+                vek_strdup_printf("%.*s/%s", static_cast<int>(length), element, filename);
+            if (path == nullptr) {
+                return status_no_memory;
+            }
+            *file = fopen(path, "r");
+            vek_free(path);
         }
-        *file = fopen(path, "r");
-        vek_free(path);
-        element += length;
+        element += colon != nullptr ? length + 1 : length;
     }
     return status_done;
 }
@@ -463,7 +466,7 @@ int _vek_debug_parse_config(char *text, const char *separators)
          entry = strtok_r(nullptr, separators, &rest)) {
         handle_entry(entry);
     }
-    puts("======== VekDebug Config file ============");
+    fputs("======== VekDebug Config file ============\n", stdout);
     vek_dict_print(global.settings);
     update_all_domains();
     return status_done;

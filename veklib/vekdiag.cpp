@@ -44,7 +44,7 @@ void default_abort_handler(const char *file, int line, const char *message)
 
 /* The three settings are single words, read and written whole; nothing else depends on the order
  * in which threads see them. */
-constinit std::atomic<VekAbortHandler> abort_handler{default_abort_handler};
+constinit std::atomic<VekAbortHandler> abort_handler{nullptr}; // null: the default one
 constinit std::atomic<int> warnings_fatal{-1};
 constinit std::atomic<int> backtrace_depth{0};
 
@@ -52,7 +52,8 @@ constinit std::atomic<int> backtrace_depth{0};
 [[noreturn, gnu::always_inline]] inline void end_process(const char *file, int line,
                                                          const char *message)
 {
-    abort_handler.load(std::memory_order_relaxed)(file, line, message);
+    const VekAbortHandler handler = abort_handler.load(std::memory_order_relaxed);
+    (handler != nullptr ? handler : default_abort_handler)(file, line, message);
     abort(); // a handler that returns must not lead back into the failing operation
 }
 
@@ -85,8 +86,7 @@ std::optional<int> vek_environment_number(const char *name)
 
 void vek_set_abort_handler(VekAbortHandler handler)
 {
-    abort_handler.store(handler != nullptr ? handler : default_abort_handler,
-                        std::memory_order_relaxed);
+    abort_handler.store(handler, std::memory_order_relaxed);
 }
 
 void vek_abort()

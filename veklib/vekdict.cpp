@@ -125,8 +125,8 @@ VekDictItem *next_slot(const VekDictPlace &search)
 void release_items(VekDictSegment *segment)
 {
     for (int32_t i = 0; i < segment->count; ++i) {
-        vek_value_release(&segment->items[i].key);
-        vek_value_release(&segment->items[i].data);
+        vek_value_let_go(&segment->items[i].key);
+        vek_value_let_go(&segment->items[i].data);
     }
 }
 
@@ -176,20 +176,20 @@ void print_item(const VekDictItem *item)
 {
     char *const data = vek_value_get_as_string(&item->data);
     char *const key = vek_value_get_as_string(&item->key);
-    printf("Key: %s\tValue:%s\n", key != nullptr ? key : "(nul)", data != nullptr ? data : "(nul)");
+    fprintf(stdout, "Key: %s\tValue:%s\n", key != nullptr ? key : "(nul)",
+            data != nullptr ? data : "(nul)");
     vek_free(key);
     vek_free(data);
 }
 
 } // namespace
 
-VekDictPlace vek_dict_empty_key(const VekValue *key, const char *function)
+void vek_dict_empty_key(const VekValue *key, const char *function)
 {
     vek_value_get_type(key); // warns
     vek_warn_failed_assertion(
         __FILE__, __LINE__, function,
         "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
-    return {nullptr, nullptr, 0, true};
 }
 
 /* ---- Create and release ---- */
@@ -303,7 +303,9 @@ VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key)
 {
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, nullptr);
-    VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, nullptr);
+    if (key->vt == nullptr) { // asked without a call, unless it is to warn
+        VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, nullptr);
+    }
 
     VekDictItem *const item = find_item(vekdict_ptr, key, __func__).item;
     return item != nullptr ? &item->data : nullptr;
@@ -315,7 +317,9 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
 {
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, 0);
-    VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, 0);
+    if (key->vt == nullptr) { // asked without a call, unless it is to warn
+        VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, 0);
+    }
     VEK_RETURN_VAL_IF_FAIL(data != NULL, 0);
 
     const VekDictPlace search = find_item(vekdict_ptr, key, __func__);
@@ -323,9 +327,9 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
         return 0;
     }
     if (search.item != nullptr) {
-        vek_value_release(&search.item->data);
+        vek_value_let_go(&search.item->data);
         move(search.item->data, *data);
-        vek_value_release(key);
+        vek_value_let_go(key);
         return 1;
     }
     VekDictItem *const slot = next_slot(search);

@@ -7,6 +7,8 @@
 #include "veklib/vekstrfuncs_internal.h"
 #include "veklib/vekvalue_internal.h"
 
+#include <algorithm>
+
 /** What a search found. */
 struct VekDictPlace {
     VekDictItem *item;    ///< the key's item, or null
@@ -16,26 +18,26 @@ struct VekDictPlace {
 };
 
 /** Reports an empty stored key in the name of `function`. */
-VekDictPlace vek_dict_empty_key(const VekValue *key, const char *function);
+[[gnu::cold]] void vek_dict_empty_key(const VekValue *key, const char *function);
 
 /** Searches the items in use for the first whose key `matches`; an empty key matches nothing. */
 template <typename Matches>
 VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
 {
     auto *segment = const_cast<VekDictSegment *>(&dict->first_seg);
-    for (int32_t left = dict->len;; segment = segment->next) {
-        const int32_t used = segment->count < left ? segment->count : left;
-        for (VekDictItem *item = segment->items; item != segment->items + used; ++item) {
-            if (matches(item->key)) [[unlikely]] { // keeps the loop free of taken jumps
-                return {item, segment, used, false};
+    for (int32_t left = dict->len;; left -= segment->count, segment = segment->next) {
+        VekDictItem *const end = segment->items + std::min(segment->count, left);
+        for (VekDictItem *item = segment->items; item != end; ++item) {
+            if (matches(item->key)) [[unlikely]] {
+                return {item, nullptr, 0, false};
             }
             if (item->key.vt == nullptr) [[unlikely]] {
-                return vek_dict_empty_key(&item->key, function);
+                vek_dict_empty_key(&item->key, function);
+                return {nullptr, nullptr, 0, true};
             }
         }
-        left -= used;
-        if (left == 0 || segment->next == nullptr) {
-            return {nullptr, segment, used, false};
+        if (left <= segment->count || segment->next == nullptr) {
+            return {nullptr, segment, std::min(segment->count, left), false};
         }
     }
 }
@@ -51,9 +53,17 @@ inline auto vek_dict_match_int(int32_t key)
 
 inline auto vek_dict_match_string(const char *key)
 {
-    return [key](const VekValue &stored) {
-        return vek_value_is(&stored, VEK_VALUE_STRING) &&
-               vek_is_same_text(stored.payload.string, key);
+    // A text that differs in its first byte costs no call; no text begins as null does.
+    const int first = key != nullptr ? static_cast<unsigned char>(*key) : -1;
+    return [key, first](const VekValue &stored) {
+        if (!vek_value_is(&stored, VEK_VALUE_STRING)) {
+            return false;
+        }
+        const char *const text = stored.payload.string;
+        if (text == nullptr) {
+            return key == nullptr;
+        }
+        return static_cast<unsigned char>(*text) == first && strcmp(text, key) == 0;
     };
 }
 

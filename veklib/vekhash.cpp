@@ -26,20 +26,42 @@ uint32_t hash_int(const void *key)
     }
 }
 
-/* The library's own integer functions need no call per entry. */
 uint32_t hash_of(const VekHash *hash, const void *key)
 {
     return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
 }
 
+/* The library's own integer functions need no call, and a search with them no registers saved. */
+bool has_integer_keys(const VekHash *hash)
+{
+    return hash->hash_func == vek_hash_int_hash_func && hash->equal_func == vek_hash_int_equal_func;
+}
+
 /* Always inline: a look-up then counts no positions. */
+[[gnu::always_inline]] inline VekHashPlace find_integer(const VekHash *hash, const void *key)
+{
+    return vek_hash_walk_chain(vek_hash_slot(hash, hash_int(key)), key,
+                               [](const void *a, const void *b) { return a == b; });
+}
+
+[[gnu::always_inline]] inline VekHashPlace find_with_functions(const VekHash *hash, const void *key)
+{
+    return vek_hash_walk_chain(vek_hash_slot(hash, hash->hash_func(key)), key, hash->equal_func);
+}
+
 [[gnu::always_inline]] inline VekHashPlace find_slot(const VekHash *hash, const void *key)
 {
-    VekHashEntry **const slot = vek_hash_slot(hash, hash_of(hash, key));
-    if (hash->equal_func == vek_hash_int_equal_func) {
-        return vek_hash_walk_chain(slot, key, [](const void *a, const void *b) { return a == b; });
-    }
-    return vek_hash_walk_chain(slot, key, hash->equal_func);
+    return has_integer_keys(hash) ? find_integer(hash, key) : find_with_functions(hash, key);
+}
+
+void *value_of(const VekHashEntry *entry)
+{
+    return entry != nullptr ? entry->value : nullptr;
+}
+
+[[gnu::noinline]] void *look_up_with_functions(const VekHash *hash, const void *key)
+{
+    return value_of(find_with_functions(hash, key).entry);
 }
 
 VekHashEntry **new_slots(uint32_t size)
@@ -83,7 +105,7 @@ void grow_if_crowded(VekHash *hash, uint32_t position)
 
 void shrink_if_sparse(VekHash *hash)
 {
-    if (hash->table_size > 2 * smallest_size - 1 && hash->entry_count < hash->table_size) {
+    if (hash->table_size > smallest_size && hash->entry_count < hash->table_size) {
         rehash(hash, hash->table_size / 2);
     }
 }
@@ -159,8 +181,8 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
     VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, 0);
 
     const VekHashPlace place = find_slot(hash, key);
-    if (*place.link != nullptr) {
-        VekHashEntry *const present = *place.link;
+    VekHashEntry *const present = place.entry;
+    if (present != nullptr) {
         destroy_content(hash, present);
         present->key = key;
         present->value = value;
@@ -183,12 +205,12 @@ int vek_hash_remove(VekHash *hash, const void *key)
     VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, 0);
 
-    VekHashEntry **const link = find_slot(hash, key).link;
-    VekHashEntry *const entry = *link;
+    const VekHashPlace place = find_slot(hash, key);
+    VekHashEntry *const entry = place.entry;
     if (entry == nullptr) {
         return 0;
     }
-    *link = entry->next;
+    *place.link = entry->next;
     --hash->entry_count;
     shrink_if_sparse(hash);
     destroy_content(hash, entry);
@@ -201,8 +223,8 @@ void *vek_hash_lookup(const VekHash *hash, const void *key)
     VEK_RETURN_VAL_IF_FAIL(hash != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, nullptr);
 
-    const VekHashEntry *const entry = *find_slot(hash, key).link;
-    return entry != nullptr ? entry->value : nullptr;
+    return has_integer_keys(hash) ? value_of(find_integer(hash, key).entry)
+                                  : look_up_with_functions(hash, key);
 }
 
 void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user_data)
@@ -234,10 +256,10 @@ void _vek_hash_dump(const VekHash *hash)
     VEK_RETURN_IF_FAIL(hash != NULL);
 
     for (uint32_t i = 0; i < hash->table_size; ++i) {
-        printf("Bucket; %d\t", static_cast<int>(i));
+        fprintf(stdout, "Bucket; %d\t", static_cast<int>(i));
         for (const VekHashEntry *entry = hash->table[i]; entry != nullptr; entry = entry->next) {
-            printf("%p\t", static_cast<const void *>(entry));
+            fprintf(stdout, "%p\t", static_cast<const void *>(entry));
         }
-        printf("\n");
+        fputc('\n', stdout);
     }
 }

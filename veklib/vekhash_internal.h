@@ -9,6 +9,7 @@
 /** Where a key is, or where it would go. */
 struct VekHashPlace {
     VekHashEntry **link; ///< points at the entry, or is the null link that ends the chain
+    VekHashEntry *entry; ///< the entry, or null
     uint32_t position;   ///< entries passed in the chain
 };
 
@@ -23,11 +24,13 @@ template <typename Equal>
 VekHashPlace vek_hash_walk_chain(VekHashEntry **slot, const void *key, Equal equal)
 {
     VekHashEntry **link = slot;
+    VekHashEntry *entry = *link;
     uint32_t position = 0;
-    for (; *link != nullptr && !equal((*link)->key, key); link = &(*link)->next) {
+    for (; entry != nullptr && !equal(entry->key, key); entry = *link) {
+        link = &entry->next;
         ++position;
     }
-    return {link, position};
+    return {link, entry, position};
 }
 
 /** Links a new entry, whose key and value are set, at the place of its key, which is absent; the table

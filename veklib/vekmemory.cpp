@@ -17,7 +17,7 @@
 #include <sys/types.h>
 
 /* Two tables carry the state. `installed` is what the application installed, the default table
- * until then (the first use fills it in); it never holds a wrapper. `active` is what every call goes through: first-use entries
+ * until then; it never holds a wrapper. `active` is what every call goes through: first-use entries
  * at load, afterwards always `installed`, under tracing wrappers if tracing is on. Whoever touches
  * the tables first (an allocation, a query, the trace switch) brings the first-use installation to
  * its end before anything else happens; racing threads wait for it. A table exchange that comes
@@ -238,20 +238,8 @@ void default_set_error(int error)
     store(error_state, error != 0);
 }
 
-constexpr VekMemoryVtable default_table = {
-    .malloc = default_malloc,
-    .calloc = default_calloc,
-    .realloc = default_realloc,
-    .free = default_free,
-    .mark = nullptr,
-    .malloc_if_possible = default_malloc_if_possible,
-    .malloc_if_available = default_malloc_if_available,
-    .get_total_bytes = default_get_total_bytes,
-    .get_free_bytes = default_get_free_bytes,
-    .get_error = default_get_error,
-    .set_error = default_set_error,
-};
-
+/* Both are filled in by the first use, which costs the loader nothing. */
+constinit VekMemoryVtable default_table = {};
 constinit VekMemoryVtable installed = {};
 
 /* ---- Tracing wrappers ---- */
@@ -390,6 +378,19 @@ void publish()
 /* Within the one-time work, so that whoever waited for its end finds a table. */
 void fill_in_default()
 {
+    default_table = {
+        .malloc = default_malloc,
+        .calloc = default_calloc,
+        .realloc = default_realloc,
+        .free = default_free,
+        .mark = nullptr,
+        .malloc_if_possible = default_malloc_if_possible,
+        .malloc_if_available = default_malloc_if_available,
+        .get_total_bytes = default_get_total_bytes,
+        .get_free_bytes = default_get_free_bytes,
+        .get_error = default_get_error,
+        .set_error = default_set_error,
+    };
     store_table(installed, default_table);
 }
 

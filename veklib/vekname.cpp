@@ -57,7 +57,7 @@ uint32_t four_bytes(const unsigned char *bytes)
 }
 
 /** Where the name of a text is, or would go. */
-VekHashPlace find_name(const VekNameTable *table, const char *string)
+[[gnu::always_inline]] inline VekHashPlace find_name(const VekNameTable *table, const char *string)
 {
     return vek_hash_walk_chain(vek_hash_slot(table->hash, name_hash_func(string)), string,
                                name_equal_func);
@@ -160,8 +160,8 @@ VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int3
     VEK_RETURN_VAL_IF_FAIL(string != NULL, nullptr);
 
     const VekHashPlace place = find_name(name_table, string);
-    if (*place.link != nullptr) {
-        return static_cast<VekName *>((*place.link)->value);
+    if (place.entry != nullptr) {
+        return static_cast<VekName *>(place.entry->value);
     }
     VekName *const name = new_name(string, id);
     if (name == nullptr) {
@@ -192,7 +192,7 @@ VekName *vek_name_try_string(const VekNameTable *name_table, const char *string)
     VEK_RETURN_VAL_IF_FAIL(name_table != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(string != NULL, nullptr);
 
-    const VekHashEntry *const entry = *find_name(name_table, string).link;
+    const VekHashEntry *const entry = find_name(name_table, string).entry;
     return entry != nullptr ? static_cast<VekName *>(entry->value) : nullptr;
 }
 

@@ -13,7 +13,7 @@ struct NameKeys {
 
     static bool store(VekValue *record, Key key)
     {
-        vek_value_set_name(record, key);
+        vek_value_become(record, VEK_VALUE_NAME, key);
         return true;
     }
 
@@ -55,7 +55,7 @@ int vek_name_dict_put_int(VekDict *vekdict_ptr, VekName *key, int32_t value)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(vekdict_ptr), 0);
 
-    return Dict::put<vek_value_set_int>(vekdict_ptr, key, value);
+    return Dict::put<vek_value_become_int>(vekdict_ptr, key, value);
 }
 
 int vek_name_dict_put_double(VekDict *vekdict_ptr, VekName *key, double value)

@@ -91,10 +91,13 @@ VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
         }
         link = &(*link)->next;
     }
-    for (VekSList *target = result; copy != nullptr && target != nullptr && slist != nullptr;
-         target = target->next) {
-        target->data = copy(slist->data);
-        slist = slist->next;
+    if (copy == nullptr) {
+        return result;
+    }
+    const VekSList *source = slist; // which `copy` may have shortened
+    for (VekSList *target = result; target != nullptr && source != nullptr; target = target->next) {
+        target->data = copy(source->data);
+        source = source->next;
     }
     return result;
 }

@@ -51,7 +51,7 @@ int replace(VekStr **variable, const char *head, size_t head_length, const char 
 
 int append(VekStr **variable, const char *text, void *return_address)
 {
-    const size_t length = vek_strlen(*variable);
+    const size_t length = vek_strlen(*variable); // tells of a null string
     return *variable != nullptr
                ? replace(variable, (*variable)->text, length, text, strlen(text), return_address)
                : 0;
@@ -59,7 +59,7 @@ int append(VekStr **variable, const char *text, void *return_address)
 
 int prepend(VekStr **variable, const char *text, size_t text_length, void *return_address)
 {
-    const size_t length = vek_strlen(*variable);
+    const size_t length = vek_strlen(*variable); // tells of a null string
     return *variable != nullptr
                ? replace(variable, text, text_length, (*variable)->text, length, return_address)
                : 0;
@@ -119,7 +119,7 @@ VEK_ENTRY VekStr *vek_str_ncreate(const char *cstr, int len)
     const auto room = static_cast<size_t>(len);
     VekStr *const vekstr = new_str(room, VEK_CALLER);
     if (vekstr != nullptr) {
-        const size_t length = len != 0 ? strnlen(cstr, room) : 0;
+        const size_t length = len != 0 ? strnlen(cstr, room) : 0; // null is a text of length 0
         memcpy(vekstr->text, len != 0 ? cstr : "", length);
         memset(vekstr->text + length, '\0', room - length + 1);
     }

@@ -46,7 +46,7 @@ int vek_str_dict_put_int(VekDict *dict, const char *key, int32_t value)
     VEK_RETURN_VAL_IF_FAIL(dict != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(dict), 0);
 
-    return Dict::put<vek_value_set_int>(dict, key, value);
+    return Dict::put<vek_value_become_int>(dict, key, value);
 }
 
 int vek_str_dict_put_double(VekDict *dict, const char *key, double value)

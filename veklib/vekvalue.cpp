@@ -36,6 +36,7 @@ constexpr const char *null_text = "(nul)";
 
 /* ---- The operations of the types ---- */
 
+/* The words hold integers at their beginning, on platforms of either byte order. */
 int equal_integers(const void *a, const void *b)
 {
     int32_t first;
@@ -183,13 +184,6 @@ const char *value_type_to_string(VekValueType type)
                                                          : "[unknown VekValueType]";
 }
 
-/** Makes a record a value of `type` that holds `payload`. */
-void become(VekValue *record, VekValueType type, void *payload)
-{
-    vek_value_init(record, type);
-    record->payload.pointer = payload;
-}
-
 /** What `dup` of a type makes of a payload; null stays null. */
 void *dup_payload(VekValueType type, void *payload)
 {
@@ -204,10 +198,11 @@ void tell_conversion_fault(const char *text, bool nothing_read, const char *numb
 {
     const int error = errno;
     if (nothing_read) {
-        printf("Can't convert string \"%s\" to %s\n", text, number);
+        fprintf(stdout, "Can't convert string \"%s\" to %s\n", text, number);
     }
     if (error != 0) {
-        printf("Error converting string \"%s\" to %s: %s\n", text, number, strerror(error));
+        fprintf(stdout, "Error converting string \"%s\" to %s: %s\n", text, number,
+                strerror(error));
     }
 }
 
@@ -379,8 +374,7 @@ void vek_value_set_int(VekValue *vekvalue, int32_t value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    vek_value_init(vekvalue, VEK_VALUE_INT);
-    vekvalue->payload.integer = value;
+    vek_value_become_int(vekvalue, value);
 }
 
 void vek_value_set_double(VekValue *vekvalue, double value)
@@ -395,7 +389,7 @@ int vek_value_set_string(VekValue *vekvalue, const char *value)
 {
     VEK_RETURN_VAL_IF_FAIL(vekvalue != NULL, 0);
 
-    become(vekvalue, VEK_VALUE_STRING, value != nullptr ? vek_strdup(value) : nullptr);
+    vek_value_become(vekvalue, VEK_VALUE_STRING, value != nullptr ? vek_strdup(value) : nullptr);
     return value == nullptr || vekvalue->payload.string != nullptr;
 }
 
@@ -403,56 +397,59 @@ void vek_value_set_vekstr(VekValue *vekvalue, VekStr *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_VEKSTR, dup_payload(VEK_VALUE_VEKSTR, value));
+    vek_value_become(vekvalue, VEK_VALUE_VEKSTR, dup_payload(VEK_VALUE_VEKSTR, value));
 }
 
 void vek_value_set_pointer(VekValue *vekvalue, void *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_POINTER, value);
+    vek_value_become(vekvalue, VEK_VALUE_POINTER, value);
 }
 
 void vek_value_set_name(VekValue *vekvalue, VekName *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_NAME, value);
+    vek_value_become(vekvalue, VEK_VALUE_NAME, value);
 }
 
 void vek_value_set_slist_of_int(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_INT, dup_payload(VEK_VALUE_SLIST_OF_INT, value));
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_INT, dup_payload(VEK_VALUE_SLIST_OF_INT, value));
 }
 
 void vek_value_set_slist_of_str(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_STRING, dup_payload(VEK_VALUE_SLIST_OF_STRING, value));
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_STRING,
+                     dup_payload(VEK_VALUE_SLIST_OF_STRING, value));
 }
 
 void vek_value_set_slist_of_ptr(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_POINTER, dup_payload(VEK_VALUE_SLIST_OF_POINTER, value));
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_POINTER,
+                     dup_payload(VEK_VALUE_SLIST_OF_POINTER, value));
 }
 
 void vek_value_set_slist_of_value(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_VALUE, dup_payload(VEK_VALUE_SLIST_OF_VALUE, value));
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_VALUE,
+                     dup_payload(VEK_VALUE_SLIST_OF_VALUE, value));
 }
 
 void vek_value_set_dict(VekValue *vekvalue, VekDict *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_DICT, vek_dict_ref(value));
+    vek_value_become(vekvalue, VEK_VALUE_DICT, vek_dict_ref(value));
 }
 
 /* ---- take ---- */
@@ -461,49 +458,49 @@ void vek_value_take_string(VekValue *vekvalue, char *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_STRING, value);
+    vek_value_become(vekvalue, VEK_VALUE_STRING, value);
 }
 
 void vek_value_take_vekstr(VekValue *vekvalue, VekStr *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_VEKSTR, value);
+    vek_value_become(vekvalue, VEK_VALUE_VEKSTR, value);
 }
 
 void vek_value_take_slist_of_int(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_INT, value);
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_INT, value);
 }
 
 void vek_value_take_slist_of_str(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_STRING, value);
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_STRING, value);
 }
 
 void vek_value_take_slist_of_ptr(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_POINTER, value);
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_POINTER, value);
 }
 
 void vek_value_take_slist_of_value(VekValue *vekvalue, VekSList *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_SLIST_OF_VALUE, value);
+    vek_value_become(vekvalue, VEK_VALUE_SLIST_OF_VALUE, value);
 }
 
 void vek_value_take_dict(VekValue *vekvalue, VekDict *value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    become(vekvalue, VEK_VALUE_DICT, value);
+    vek_value_become(vekvalue, VEK_VALUE_DICT, value);
 }
 
 /* ---- get ---- */

@@ -16,4 +16,27 @@ inline bool vek_value_is(const VekValue *record, VekValueType type)
     return record->vt == &vek_value_types[type];
 }
 
+/** Makes a record a value of `type` that holds `payload`. */
+inline void vek_value_become(VekValue *record, VekValueType type, void *payload)
+{
+    record->vt = &vek_value_types[type];
+    record->payload.pointer = payload;
+}
+
+/** Makes a record the value of an integer. */
+inline void vek_value_become_int(VekValue *record, int32_t number)
+{
+    vek_value_become(record, VEK_VALUE_INT, nullptr);
+    record->payload.integer = number;
+}
+
+/** vek_value_release() of a record, without the call where it owns nothing. */
+inline void vek_value_let_go(VekValue *record)
+{
+    if (record->vt != nullptr && record->vt->release != nullptr) {
+        vek_value_release(record);
+    }
+    record->vt = nullptr;
+}
+
 #endif

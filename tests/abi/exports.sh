@@ -27,10 +27,7 @@ if [ -n "$extra" ]; then
     exit 1
 fi
 
-# The compiler's start files bring one entry; a constructor of the library's would be a second one.
-bits=$(readelf -h "$library" | sed -n 's/.*Class: *ELF//p')
-constructors=$(($(readelf -d "$library" | sed -n 's/.*(INIT_ARRAYSZ) *\([0-9]*\).*/\1/p') * 8 / bits))
-if [ "$constructors" -gt 1 ]; then
-    echo "$constructors load-time constructors"
+if readelf -d "$library" | grep -E '\((INIT|FINI|INIT_ARRAY|FINI_ARRAY)\)'; then
+    echo "code that runs when the library is loaded or unloaded"
     exit 1
 fi
