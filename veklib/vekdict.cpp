@@ -117,6 +117,13 @@ VekDictItem *next_slot(const VekDictPlace &search)
     return last->next->items;
 }
 
+/** Reports an empty key as the check of its type, which needs no call where there is a type. */
+[[gnu::cold]] void warn_of_empty_key(const VekValue *key, int line, const char *function)
+{
+    vek_value_get_type(key); // warns
+    vek_failed_check("vek_value_get_type(key) != VEK_VALUE_INVALID", line, function);
+}
+
 /* ---- Release ---- */
 
 /* What is released may come back and look into the dictionary, so nothing is freed that it can still
@@ -187,9 +194,8 @@ void print_item(const VekDictItem *item)
 void vek_dict_empty_key(const VekValue *key, const char *function)
 {
     vek_value_get_type(key); // warns
-    vek_warn_failed_assertion(
-        __FILE__, __LINE__, function,
-        "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
+    vek_failed_check("vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID",
+                     __LINE__, function);
 }
 
 /* ---- Create and release ---- */
@@ -303,8 +309,9 @@ VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key)
 {
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, nullptr);
-    if (key->vt == nullptr) { // asked without a call, unless it is to warn
-        VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, nullptr);
+    if (key->vt == nullptr) {
+        warn_of_empty_key(key, __LINE__, __func__);
+        return nullptr;
     }
 
     VekDictItem *const item = find_item(vekdict_ptr, key, __func__).item;
@@ -317,8 +324,9 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
 {
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, 0);
-    if (key->vt == nullptr) { // asked without a call, unless it is to warn
-        VEK_RETURN_VAL_IF_FAIL(vek_value_get_type(key) != VEK_VALUE_INVALID, 0);
+    if (key->vt == nullptr) {
+        warn_of_empty_key(key, __LINE__, __func__);
+        return 0;
     }
     VEK_RETURN_VAL_IF_FAIL(data != NULL, 0);
 
