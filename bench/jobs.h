@@ -42,8 +42,11 @@ void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 {
     using clock = std::chrono::steady_clock;
     const int count = std::max(1, 5000 / size);
+    std::vector<Subject> subjects;
+    subjects.reserve(static_cast<size_t>(count)); // once: a large block each time would stir up the heap
     for (auto _ : state) {
-        std::vector<Subject> subjects(static_cast<size_t>(count));
+        subjects.clear();
+        subjects.resize(static_cast<size_t>(count));
         for (Subject &subject : subjects) { prepare(subject); }
         const clock::time_point start = clock::now();
         for (Subject &subject : subjects) { work(subject); }
