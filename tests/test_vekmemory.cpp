@@ -305,7 +305,9 @@ TEST(FirstUse, ExchangeThatComesFirstLeavesNoGap)
         behind_the_first_use = [] {
             std::thread([] {
                 EXPECT_NE(vek_get_memory_vtable()->malloc, nullptr);
-                vek_free(vek_malloc(8));
+                void *const block = vek_malloc(8);
+                EXPECT_NE(block, nullptr);
+                vek_free(block);
             }).join();
         };
         vek_set_memory_vtable(nullptr);

@@ -117,11 +117,13 @@ VekDictItem *next_slot(const VekDictPlace &search)
     return last->next->items;
 }
 
-/** Reports an empty key as the check of its type, which needs no call where there is a type. */
-[[gnu::cold]] void warn_of_empty_key(const VekValue *key, int line, const char *function)
+/** What the check of an empty key's type reports, both warnings. Who calls this tests `vt` itself, which
+ *  takes no call when there is a type. */
+[[gnu::cold]] void report_empty(const VekValue *key, const char *condition, int line,
+                                const char *function)
 {
     vek_value_get_type(key); // warns
-    vek_failed_check("vek_value_get_type(key) != VEK_VALUE_INVALID", line, function);
+    vek_failed_check(condition, line, function);
 }
 
 /* ---- Release ---- */
@@ -193,9 +195,8 @@ void print_item(const VekDictItem *item)
 
 void vek_dict_empty_key(const VekValue *key, const char *function)
 {
-    vek_value_get_type(key); // warns
-    vek_failed_check("vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID",
-                     __LINE__, function);
+    report_empty(key, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID",
+                 __LINE__, function);
 }
 
 /* ---- Create and release ---- */
@@ -310,7 +311,7 @@ VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, nullptr);
     if (key->vt == nullptr) {
-        warn_of_empty_key(key, __LINE__, __func__);
+        report_empty(key, "vek_value_get_type(key) != VEK_VALUE_INVALID", __LINE__, __func__);
         return nullptr;
     }
 
@@ -325,7 +326,7 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, 0);
     if (key->vt == nullptr) {
-        warn_of_empty_key(key, __LINE__, __func__);
+        report_empty(key, "vek_value_get_type(key) != VEK_VALUE_INVALID", __LINE__, __func__);
         return 0;
     }
     VEK_RETURN_VAL_IF_FAIL(data != NULL, 0);

@@ -26,18 +26,20 @@ uint32_t hash_int(const void *key)
     }
 }
 
+/** For a rehash, which compares no keys. */
 uint32_t hash_of(const VekHash *hash, const void *key)
 {
     return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
 }
 
-/* The library's own integer functions need no call, and a search with them no registers saved. */
+/** Whether hash and equality are the library's own, which need no call. */
 bool has_integer_keys(const VekHash *hash)
 {
     return hash->hash_func == vek_hash_int_hash_func && hash->equal_func == vek_hash_int_equal_func;
 }
 
-/* Always inline: a look-up then counts no positions. */
+/* The searches are always inline: a look-up then counts no positions. */
+
 [[gnu::always_inline]] inline VekHashPlace find_integer(const VekHash *hash, const void *key)
 {
     return vek_hash_walk_chain(vek_hash_slot(hash, hash_int(key)), key,
@@ -59,6 +61,7 @@ void *value_of(const VekHashEntry *entry)
     return entry != nullptr ? entry->value : nullptr;
 }
 
+/* Out of line: its calls need registers saved, which a look-up with integer keys is spared. */
 [[gnu::noinline]] void *look_up_with_functions(const VekHash *hash, const void *key)
 {
     return value_of(find_with_functions(hash, key).entry);

@@ -17,7 +17,7 @@
 #include <sys/types.h>
 
 /* Two tables carry the state. `installed` is what the application installed, the default table
- * until then; it never holds a wrapper. `active` is what every call goes through: first-use entries
+ * until then; it is empty until the first use fills it in, and never holds a wrapper. `active` is what every call goes through: first-use entries
  * at load, afterwards always `installed`, under tracing wrappers if tracing is on. Whoever touches
  * the tables first (an allocation, a query, the trace switch) brings the first-use installation to
  * its end before anything else happens; racing threads wait for it. A table exchange that comes
@@ -97,7 +97,7 @@ void choose_trace_destination()
     va_start(args, format);
     const int length = vsnprintf(line, sizeof line, format, args);
     va_end(args);
-    if (length > trace_line_limit) {
+    if (length < 0 || length > trace_line_limit) {
         errno = saved_errno;
         return;
     }
@@ -238,7 +238,8 @@ void default_set_error(int error)
     store(error_state, error != 0);
 }
 
-/* Both are filled in by the first use, which costs the loader nothing. */
+/* Both are empty until the first use, which fills them in and so spares the loader: to be read behind
+ * on_first_use() only. */
 constinit VekMemoryVtable default_table = {};
 constinit VekMemoryVtable installed = {};
 
@@ -647,13 +648,14 @@ WEAK_NAME(mark);
 void vek_memory_enable_trace()
 {
     complete_first_use();
-    if (!tracing.exchange(true, std::memory_order_relaxed)) {
+    if (!tracing.exchange(true, std::memory_order_acq_rel)) {
         publish();
     }
 }
 
 void vek_memory_disable_trace()
 {
+    // Who sees that tracing is on sees the table, too, that was installed before.
     if (tracing.exchange(false, std::memory_order_acq_rel)) {
         publish();
     }

@@ -381,7 +381,7 @@ void vek_value_set_double(VekValue *vekvalue, double value)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    vek_value_init(vekvalue, VEK_VALUE_DOUBLE);
+    vekvalue->vt = &vek_value_types[VEK_VALUE_DOUBLE];
     vekvalue->payload.real = value;
 }
 

@@ -35,8 +35,9 @@ inline void vek_value_let_go(VekValue *record)
 {
     if (record->vt != nullptr && record->vt->release != nullptr) {
         vek_value_release(record);
+    } else {
+        record->vt = nullptr;
     }
-    record->vt = nullptr;
 }
 
 #endif
