@@ -20,8 +20,8 @@ struct VekDictPlace {
 /** Reports an empty stored key in the name of `function`. */
 [[gnu::cold]] void vek_dict_empty_key(const VekValue *key, const char *function);
 
-/** A condition that seldom holds. An item is passed more often than it is found, and a search's loop has
- *  then no jump but its own: with others, where they lie may double its time. */
+/** A condition that seldom holds: an item is passed more often than it is found. Told so, the compiler
+ *  leaves a search's loop a single jump; with more of them, where they lie may double its time. */
 inline bool vek_is_rare(bool condition)
 {
     return __builtin_expect(condition, false);
