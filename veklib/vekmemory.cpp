@@ -17,11 +17,11 @@
 #include <sys/types.h>
 
 /* Two tables carry the state. `installed` is what the application installed, the default table
- * until then; it is empty until the first use fills it in, and never holds a wrapper. `active` is what every call goes through: first-use entries
- * at load, afterwards always `installed`, under tracing wrappers if tracing is on. Whoever touches
- * the tables first (an allocation, a query, the trace switch) brings the first-use installation to
- * its end before anything else happens; racing threads wait for it. A table exchange that comes
- * first takes its place.
+ * until then; it is empty until the first use fills it in, and never holds a wrapper. `active` is
+ * what every call goes through: first-use entries at load, afterwards always `installed`, under
+ * tracing wrappers if tracing is on. Whoever touches the tables first (an allocation, a query, the
+ * trace switch) brings the first-use installation to its end before anything else happens; racing
+ * threads wait for it. A table exchange that comes first takes its place.
  *
  * The slots are read and written one by one as whole words, because allocations on other threads
  * may race with the first-use installation. An entry point is a zero test and a jump through its
@@ -238,8 +238,8 @@ void default_set_error(int error)
     store(error_state, error != 0);
 }
 
-/* Both are empty until the first use, which fills them in and so spares the loader: to be read behind
- * on_first_use() only. */
+/* Both are empty until the first use, which fills them in and so spares the loader: to be read
+ * behind on_first_use() only. */
 constinit VekMemoryVtable default_table = {};
 constinit VekMemoryVtable installed = {};
 
