@@ -117,8 +117,8 @@ TEST(Memory, ErrorStateRefusesWithALine)
     const auto ended = in_clean_child([] {
         EXPECT_EQ(vek_malloc_get_error(), 0);
         void *const block = vek_malloc(10);
-        vek_malloc_set_error(256);
-        EXPECT_EQ(vek_malloc_get_error(), 1);
+        vek_malloc_set_error(258);
+        EXPECT_EQ(vek_malloc_get_error(), 2); // one byte
         EXPECT_EQ(vek_malloc(10), nullptr);
         EXPECT_EQ(vek_calloc(2, 5), nullptr);
         EXPECT_EQ(vek_realloc(block, 20), nullptr);
