@@ -6,6 +6,7 @@
 #include "veklib/vekmemory.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -165,19 +166,15 @@ void free_later_segments(VekDict *dict)
     }
 }
 
-bool copy_items(VekDict *copy, const VekDict *source)
+/** Copies all items into the first segment; false at the first that cannot be copied. */
+bool copy_items(VekDict *copy, const VekDict *source, VekDictIter *iter)
 {
-    VekDictIter *const iter = new_iter();
-    if (iter == nullptr) {
-        return false;
-    }
     bool copied = true;
     VekDictItem *slot = copy->first_seg.items;
     for (const VekDictItem *item = dict_iter_first(iter, source); item != nullptr && copied;
          item = dict_iter_next(iter), ++slot) {
         copied = vek_value_copy(&slot->key, &item->key) && vek_value_copy(&slot->data, &item->data);
     }
-    vek_free(iter);
     return copied;
 }
 
@@ -226,9 +223,12 @@ VekDict *_vek_dict_create(int init_count, VekValueType key_type)
 
 VekDict *vek_dict_ref(VekDict *dict)
 {
-    if (dict != nullptr) {
-        ++dict->ref_count;
+    if (dict == nullptr) {
+        return nullptr;
     }
+    VEK_RETURN_VAL_IF_FAIL(INT_MAX > dict->ref_count, nullptr);
+
+    ++dict->ref_count;
     return dict;
 }
 
@@ -254,16 +254,18 @@ VekDict *vek_dict_copy(const VekDict *orig_dict_ptr, int init_count)
     VEK_RETURN_VAL_IF_FAIL(orig_dict_ptr, nullptr);
     VEK_RETURN_VAL_IF_FAIL(init_count > 0, nullptr);
 
-    VekDict *const copy =
+    VekDict *copy =
         _vek_dict_create(std::max(init_count, orig_dict_ptr->len), orig_dict_ptr->key_type);
     if (copy == nullptr) {
         return nullptr;
     }
     copy->len = orig_dict_ptr->len;
-    if (!copy_items(copy, orig_dict_ptr)) {
+    VekDictIter *const iter = new_iter();
+    if (iter == nullptr || !copy_items(copy, orig_dict_ptr, iter)) {
         vek_dict_destroy(copy);
-        return nullptr;
+        copy = nullptr;
     }
+    vek_free(iter);
     return copy;
 }
 
@@ -336,8 +338,10 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
         return 0;
     }
     if (search.item != nullptr) {
-        vek_value_let_go(&search.item->data);
+        // The old datum goes last: what it releases may look this key up.
+        VekValue old = search.item->data;
         move(search.item->data, *data);
+        vek_value_let_go(&old);
         vek_value_let_go(key);
         return 1;
     }

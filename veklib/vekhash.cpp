@@ -113,7 +113,7 @@ void shrink_if_sparse(VekHash *hash)
     }
 }
 
-void destroy_content(const VekHash *hash, VekHashEntry *entry)
+void destroy_content(const VekHash *hash, const VekHashEntry *entry)
 {
     if (hash->key_destroy_func != nullptr) {
         hash->key_destroy_func(entry->key);
@@ -186,9 +186,11 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
     const VekHashPlace place = find_slot(hash, key);
     VekHashEntry *const present = place.entry;
     if (present != nullptr) {
-        destroy_content(hash, present);
+        // The old content goes last: what destroys it may look this key up.
+        const VekHashEntry old = *present;
         present->key = key;
         present->value = value;
+        destroy_content(hash, &old);
         return 1;
     }
 
