@@ -74,7 +74,7 @@ int get_backtrace_depth()
 
 std::optional<int> vek_environment_number(const char *name)
 {
-    const char *const text = getenv(name);
+    const char *const text = secure_getenv(name);
     if (text == nullptr) {
         return std::nullopt;
     }

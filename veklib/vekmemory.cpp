@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/types.h>
 
@@ -71,9 +72,9 @@ constinit pthread_once_t trace_destination_once = PTHREAD_ONCE_INIT;
 
 void choose_trace_destination()
 {
-    const char *const path = getenv("VEK_MALLOC_TRACE_FILE");
+    const char *const path = secure_getenv("VEK_MALLOC_TRACE_FILE");
     if (path != nullptr) {
-        trace_destination = fopen(path, "wb");
+        trace_destination = vek_open_file(path, "wb");
         if (trace_destination != nullptr) {
             setlinebuf(trace_destination);
             return;
@@ -121,7 +122,7 @@ ssize_t printed(size_t size)
 /* ---- The default table ---- */
 
 /* Changed while no other thread allocates, so that allocations read it without further ado. */
-constinit bool error_state = false;
+constinit uint8_t error_state = 0;
 
 /* Apart from the functions that call them, and cold, so that those remain a test and a jump. */
 #define REFUSE [[gnu::cold, gnu::noinline]]
@@ -155,19 +156,19 @@ REFUSE void *refuse_malloc_if_possible(size_t size, void *return_address)
 
 void *default_malloc(size_t size, void *return_address)
 {
-    return error_state ? refuse_malloc(size, return_address) : malloc(size);
+    return error_state != 0 ? refuse_malloc(size, return_address) : malloc(size);
 }
 
 void *default_calloc(size_t count, size_t size, void *return_address)
 {
-    return error_state ? refuse_calloc(count, size, return_address) : calloc(count, size);
+    return error_state != 0 ? refuse_calloc(count, size, return_address) : calloc(count, size);
 }
 
 void *default_realloc(void *block, size_t size, void *return_address)
 {
     // Size 0 is a release, and releases are never refused.
-    return error_state && size != 0 ? refuse_realloc(block, size, return_address)
-                                    : realloc(block, size);
+    return error_state != 0 && size != 0 ? refuse_realloc(block, size, return_address)
+                                         : realloc(block, size);
 }
 
 void default_free(void *block, void *)
@@ -177,7 +178,7 @@ void default_free(void *block, void *)
 
 void *default_malloc_if_possible(size_t size, void *return_address)
 {
-    return error_state ? refuse_malloc_if_possible(size, return_address) : malloc(size);
+    return error_state != 0 ? refuse_malloc_if_possible(size, return_address) : malloc(size);
 }
 
 void *default_malloc_if_available(size_t size, void *)
@@ -209,7 +210,7 @@ size_t query_meminfo(const char *pattern)
 {
     const int saved_errno = errno;
     size_t bytes = unknown_size;
-    FILE *const meminfo = fopen("/proc/meminfo", "r");
+    FILE *const meminfo = vek_open_file("/proc/meminfo", "r");
     if (meminfo != nullptr) {
         bytes = read_meminfo(meminfo, pattern);
         fclose(meminfo);
@@ -235,7 +236,7 @@ int default_get_error()
 
 void default_set_error(int error)
 {
-    store(error_state, error != 0);
+    store(error_state, static_cast<uint8_t>(error));
 }
 
 /* Both are empty until the first use, which fills them in and so spares the loader: to be read
@@ -514,6 +515,15 @@ SERVE void serve_free(void *block, void *return_address)
 }
 
 } // namespace
+
+FILE *vek_open_file(const char *path, const char *mode)
+{
+    FILE *const file = fopen(path, mode);
+    if (file != nullptr) {
+        fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    }
+    return file;
+}
 
 /* ---- The entry points, each followed by its weak name ---- */
 

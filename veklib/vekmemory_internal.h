@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: MIT */
-/* For families that allocate on behalf of their callers. */
+/* For families that allocate on behalf of their callers, and for those that open files. */
 #ifndef VEKLIB_VEKMEMORY_INTERNAL_H
 #define VEKLIB_VEKMEMORY_INTERNAL_H
+
+#include <stdio.h>
 
 /* An entry point that hands on its caller's address. Inlined into another function of the library
  * it would hand on the address of that function's caller. */
@@ -9,5 +11,8 @@
 
 /* The address that the entry point returns to: the code that asked. */
 #define VEK_CALLER __builtin_return_address(0)
+
+/** fopen(), for a file that programs started by this one do not inherit. */
+FILE *vek_open_file(const char *path, const char *mode);
 
 #endif
