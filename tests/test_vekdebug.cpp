@@ -11,6 +11,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using vektest::captured;
@@ -380,20 +382,63 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
     });
 }
 
-TEST(Debug, AFileThatCanBeOpenedLaterServesAllOfItsName)
+TEST(Debug, AFileThatCannotBeOpenedIsTriedOnceForAllOfItsName)
 {
     in_folder([] {
-        start("send=folder/file,receive=STDOUT");
-        captured(2, [] { add_net(); });
+        static const char *const more_flags[] = {"send", "last", nullptr};
+        start("send=folder/file,last=-");
+        const std::string text = captured(2, [] {
+            vek_debug_add_domain("disk", disk_flags);
+            vek_debug_add_domain("more", more_flags);
+        });
+        EXPECT_EQ(vektest::lines_of(text).size(), 2u) << text; // a warning ends in an empty line
+        const VekDebugDomain *const more = vek_debug_get_domain("more");
+        EXPECT_EQ(more->enabled, 3u);
+        EXPECT_EQ(more->streams[1].file, stdout); // the flag behind goes on
         std::filesystem::create_directory("folder");
-        vek_debug_add_domain("disk", disk_flags);
-        const VekDebugDomain *const net = vek_debug_get_domain("net");
-        EXPECT_NE(net->streams[0].file, nullptr);
-        EXPECT_EQ(net->streams[0].file, vek_debug_get_domain("disk")->streams[1].file);
-        vek_debug_set_output_setting("x", "y");
-        EXPECT_EQ(net->streams[1].file, stdout); // by its name
+        EXPECT_EQ(captured(2, [] { vek_debug_set_output_setting("x", "y"); }), "");
+        EXPECT_EQ(more->streams[0].file, nullptr);
         expect_consistent_streams();
     });
+}
+
+TEST(Debug, AFlagIsSwitchedWhateverBecomesOfItsStream)
+{
+    for (const char *value : {"0", "1", "-", "file"}) {
+        in_folder([value] {
+            vektest::Allocator allocator;
+            start((std::string("send=") + value).c_str());
+            VekDebugDomain *const net = add_net();
+            for (unsigned n = 1; n == 1 || allocator.failed(); ++n) {
+                net->enabled ^= 1;
+                allocator.fail_nth(n);
+                vek_debug_set_output_setting("x", "y");
+                EXPECT_EQ(net->enabled, *value != '0') << value << ", allocation " << n;
+            }
+            vek_debug_finalize();
+        });
+    }
+}
+
+TEST(Debug, OnlyARegularFileThatCanBeReadIsAConfiguration)
+{
+    const auto ended = in_folder([] {
+        EXPECT_EQ(mkfifo("pipe", 0600), 0);
+        EXPECT_EQ(vek_debug_initialize("pipe", ".:/"), 0); // opened, it would wait for a writer
+        write_file("debug.conf", std::string(10000, '\n') + "mainfile=main" + std::string(20000, '\n'));
+        vektest::read_hook = [](FILE *file) { // what is left cannot be read
+            const int unreadable = open("/dev/null", O_WRONLY);
+            dup2(unreadable, fileno(file));
+            close(unreadable);
+        };
+        vek_debug_set_config("debug.conf", ".");
+        EXPECT_EQ(vek_debug_reload_config(), 0);
+        EXPECT_FALSE(std::filesystem::exists("main"));
+        vektest::read_hook = nullptr;
+        EXPECT_EQ(vek_debug_reload_config(), 0);
+        EXPECT_TRUE(std::filesystem::exists("main"));
+    });
+    EXPECT_EQ(ended.out, banner);
 }
 
 TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)

@@ -4,6 +4,7 @@
 #include "veklib/vekdiag_internal.h"
 #include "veklib/vekhash.h"
 #include "veklib/vekmemory.h"
+#include "veklib/vekmemory_internal.h"
 #include "veklib/vekname_internal.h"
 #include "veklib/vekstrdict.h"
 #include "veklib/vekstrfuncs.h"
@@ -49,9 +50,10 @@ void replace_string(char *&variable, char *string)
 
 /* ---- Streams ----
  *
- * Records share a stream by its name, without counts: open records of one name hold the same FILE, and
- * a FILE is closed when the record that lets it go is the last that holds it. The default stream and the
- * records of all domains are such records. Standard output is never closed. */
+ * Records share a stream by its name, without counts: records of one name hold the same FILE, or none
+ * if it could not be opened, and a FILE is closed when the record that lets it go is the last that
+ * holds it. The default stream and the records of all domains are such records. Standard output is
+ * never closed. */
 
 /** One walk over the stream records of all domains, until `test` is true for one. */
 template <typename Test>
@@ -86,11 +88,12 @@ VekDebugFilestream *find_record(Test test)
     return search.found;
 }
 
-/** Another record of a domain that has the name of `fs` and is open. */
+/** Another record of a domain that has the name of `fs`, open or not: what could not be opened for one
+ *  flag is not tried again for the next. */
 VekDebugFilestream *_vek_debug_share_filestream(const VekDebugFilestream *fs)
 {
     return find_record([fs](const VekDebugFilestream &other) {
-        return &other != fs && other.file != nullptr && strcmp(other.name, fs->name) == 0;
+        return &other != fs && other.name != nullptr && strcmp(other.name, fs->name) == 0;
     });
 }
 
@@ -119,7 +122,7 @@ FILE *open_emptied(const char *name)
         flush(*global.default_stream);
     }
     find_record(flush);
-    return fopen(name, "w");
+    return vek_open_file(name, "w");
 }
 
 /** Lets go of a record's stream, closes it if nobody else holds it, and leaves the record empty. */
@@ -140,13 +143,6 @@ int _vek_debug_open_filestream(VekDebugFilestream *fs)
     fs->file = open_emptied(fs->name);
     VEK_RETURN_VAL_IF_FAIL(fs->file, status_failed_check);
 
-    // What could not be opened for other records can be now.
-    find_record([fs](VekDebugFilestream &other) {
-        if (other.name != nullptr && other.file == nullptr && strcmp(other.name, fs->name) == 0) {
-            other.file = fs->file;
-        }
-        return false;
-    });
     return status_done;
 }
 
@@ -229,12 +225,9 @@ int apply_setting(VekDebugDomain *domain, int32_t index, const char *value)
     }
 
     _vek_debug_close_filestream(slot);
-    const int status = standard_output ? take_stream(slot, standard_output_name, stdout)
-                                       : take_default_stream(slot);
-    if (status == status_done) {
-        domain->enabled = off ? domain->enabled & ~bit : domain->enabled | bit;
-    }
-    return status;
+    domain->enabled = off ? domain->enabled & ~bit : domain->enabled | bit;
+    return standard_output ? take_stream(slot, standard_output_name, stdout)
+                           : take_default_stream(slot);
 }
 
 /** Applies the settings to all flags of a domain, up to the first that fails. */
@@ -303,7 +296,7 @@ void open_default_stream(VekDebugFilestream *main)
     main->file = open_emptied(main->name);
     const VekDebugFilestream *const old =
         main->file != nullptr ? _vek_debug_share_filestream(main) : nullptr;
-    if (old == nullptr) {
+    if (old == nullptr || old->file == nullptr) {
         return;
     }
     FILE *const old_file = old->file;
@@ -340,6 +333,15 @@ void _vek_debug_set_default_file(const char *filename)
 
 /* ---- Reading the configuration ---- */
 
+/** Opens a configuration for reading; null when there is none. What is no regular file is none: to
+ *  open a pipe could wait for ever. */
+FILE *open_configuration(const char *path)
+{
+    struct stat information;
+    const bool other = stat(path, &information) == 0 && !S_ISREG(information.st_mode);
+    return other ? nullptr : vek_open_file(path, "r");
+}
+
 /** Opens the configuration file; null in `file` when there is none. */
 int _vek_debug_find_file(FILE **file)
 {
@@ -348,7 +350,7 @@ int _vek_debug_find_file(FILE **file)
     VEK_RETURN_VAL_IF_FAIL(filename, status_done);
 
     if (global.search_path == nullptr || strchr(filename, '/') != nullptr) {
-        *file = fopen(filename, "r");
+        *file = open_configuration(filename);
         return status_done;
     }
     for (const char *element = global.search_path; *file == nullptr && *element != '\0';) {
@@ -361,7 +363,7 @@ int _vek_debug_find_file(FILE **file)
             if (path == nullptr) {
                 return status_no_memory;
             }
-            *file = fopen(path, "r");
+            *file = open_configuration(path);
             vek_free(path);
         }
         element += colon != nullptr ? length + 1 : length;
@@ -408,12 +410,14 @@ int _vek_debug_file_to_string(FILE *input, char **text)
         return status_no_memory;
     }
     drop_comments(content, fread(content, 1, static_cast<size_t>(size), input));
+    const bool whole = !ferror(input); // half a line would be a wrong setting
     if (fclose(input) != 0) {
         vek_warn_failed_assertion(__FILE__, __LINE__, __func__, "!fclose(input)");
-        vek_free(content);
+    } else if (whole) {
+        *text = content;
         return status_done;
     }
-    *text = content;
+    vek_free(content);
     return status_done;
 }
 
@@ -490,7 +494,7 @@ int load_file()
 
 int load_environment()
 {
-    const char *const value = getenv("VEK_DEBUG_CONFIG");
+    const char *const value = secure_getenv("VEK_DEBUG_CONFIG");
     if (value == nullptr || *value == '\0') {
         return status_done;
     }
@@ -666,9 +670,9 @@ void vek_debug_finalize()
 int vek_debug_set_config(const char *config_file, const char *search_path)
 {
     const auto record = [](char *&variable, const char *text) {
-        char *const copy = text != nullptr ? vek_strdup(text) : nullptr;
-        replace_string(variable, copy);
-        return copy != nullptr || text == nullptr;
+        replace_string(variable, nullptr);
+        variable = text != nullptr ? vek_strdup(text) : nullptr;
+        return variable != nullptr || text == nullptr;
     };
     const bool recorded =
         record(global.config_file, config_file) && record(global.search_path, search_path);

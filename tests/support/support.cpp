@@ -24,8 +24,20 @@ extern "C" FILE *fopen(const char *path, const char *mode)
 extern "C" FILE *fopen64(const char *path, const char *mode) { return fopen(path, mode); }
 #endif
 
+extern "C" size_t fread(void *bytes, size_t size, size_t count, FILE *file)
+{
+    using Read = size_t(void *, size_t, size_t, FILE *);
+    static Read *const plain_read = reinterpret_cast<Read *>(dlsym(RTLD_NEXT, "fread"));
+    const size_t before = vektest::read_hook ? count / 2 : count;
+    const size_t got = plain_read(bytes, size, before, file);
+    if (before == count) { return got; }
+    vektest::read_hook(file);
+    return got + plain_read(static_cast<char *>(bytes) + got * size, size, count - before, file);
+}
+
 namespace vektest {
 
+std::function<void(FILE *file)> read_hook;
 std::function<FILE *(const char *path, const char *mode)> open_hook;
 
 FILE *plain_open(const char *path, const char *mode)

@@ -58,6 +58,9 @@ void expect_warnings(const char *source, const std::vector<Check> &checks, const
 /** What every fopen() of the process goes through, the library's included; null: straight on. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
 
+/** Called in the middle of every fread() of the process, the library's included; null: not at all. */
+extern std::function<void(FILE *file)> read_hook;
+
 /** The platform's own fopen(). */
 FILE *plain_open(const char *path, const char *mode);
 
