@@ -1,6 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 #include <veklib/vekdiag.h>
+#include <veklib/vekhash.h>
 #include <veklib/vekmemory.h>
+#include <veklib/vekstr.h>
+#include <veklib/vekstrdict.h>
 
 #include "support/support.h"
 
@@ -130,6 +133,37 @@ TEST(Fatal, DefaultHandlerPrintsAndAborts)
     EXPECT_NE(ended.err.find("TestBody"), std::string::npos) << "no back-trace: " << ended.err;
     const auto unnamed = in_child([] { vek_abort(); });
     EXPECT_EQ(unnamed.err.rfind("\n----- ERROR -----\n[no info]\n", 0), 0u) << unnamed.err;
+}
+
+/** The functions that were called stand in the report, through whatever the library called in turn. */
+TEST(Fatal, ShowsTheCallsThatLedThere)
+{
+    static VekStr *no_string;
+    const struct {
+        const char *function;
+        void (*call)();
+    } rows[] = {
+        {"vek_str_append_c_str", [] { vek_str_append_c_str(&no_string, "text"); }},
+        {"vek_dict_print",
+         [] {
+             VekDict *const dict = vek_str_dict_create(1);
+             vek_str_dict_put_int(dict, "key", 1);
+             *vek_str_dict_get_value(dict, "key") = {};
+             vek_dict_print(dict);
+         }},
+        {"vek_hash_lookup",
+         [] {
+             const auto hash = [](const void *) { return VEK_WARNING("hash"), uint32_t{0}; };
+             vek_hash_lookup(vek_hash_new_full(hash, vek_hash_int_equal_func, nullptr, nullptr), nullptr);
+         }},
+    };
+    for (const auto &row : rows) {
+        const auto ended = in_child([&] {
+            vek_set_warnings_fatal(1);
+            row.call();
+        });
+        EXPECT_NE(ended.err.find(std::string("(") + row.function + "+"), std::string::npos) << ended.err;
+    }
 }
 
 /* A chain of frames that the back-trace names: descend(n) calls descend(n - 1). */
