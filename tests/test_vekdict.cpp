@@ -7,6 +7,9 @@
 
 #include "support/support.h"
 
+#include <climits>
+#include <utility>
+
 using vektest::captured;
 
 namespace {
@@ -226,6 +229,23 @@ TEST(Dict, WhatIsReleasedMayLookAtTheRest)
     }
 }
 
+TEST(Dict, WhatIsReplacedMayLookItsKeyUp)
+{
+    vektest::Allocator allocator;
+    VekDict *outer = squares(1, 1);
+    const auto look_up = [](VekValue *, VekValue *, void *dict) {
+        EXPECT_EQ(vek_int_dict_get_int(static_cast<VekDict *>(dict), 1), 7);
+        return 0;
+    };
+    VekDict *const nested = _vek_dict_create_full(1, VEK_VALUE_INT, look_up, outer);
+    vek_int_dict_put_int(nested, 1, 1);
+    VekValue value;
+    vek_value_take_dict(&value, nested);
+    vek_int_dict_put_value(outer, 1, &value);
+    vek_int_dict_put_int(outer, 1, 7);
+    vek_dict_destroy(outer);
+}
+
 TEST(Dict, WalksPast65535Items)
 {
     constexpr int items = 65600;
@@ -336,6 +356,10 @@ TEST(Dict, ChecksNameTheFault)
     EXPECT_FAILS("_vek_dict_get_value", "vekdict_ptr != NULL", _vek_dict_get_value(nullptr, nullptr), nullptr);
     EXPECT_FAILS("_vek_dict_get_value", "key != NULL", _vek_dict_get_value(dict, nullptr), nullptr);
     EXPECT_FAILS("vek_dict_clear", "vekdict_ptr != NULL", vek_dict_clear(nullptr), nullptr);
+    dict->ref_count = INT_MAX - 1;
+    EXPECT_EQ(vek_dict_ref(dict), dict);
+    EXPECT_FAILS("vek_dict_ref", "INT_MAX > dict->ref_count", vek_dict_ref(dict), nullptr);
+    EXPECT_EQ(std::exchange(dict->ref_count, 1), INT_MAX);
     EXPECT_FAILS("vek_dict_copy", "orig_dict_ptr", vek_dict_copy(nullptr, 0), nullptr);
     EXPECT_FAILS("vek_dict_copy", "init_count > 0", vek_dict_copy(dict, 0), nullptr);
     EXPECT_FAILS("vek_dict_dup_and_clear", "orig_dict_ptr", vek_dict_dup_and_clear(nullptr), nullptr);

@@ -127,6 +127,24 @@ TEST(Hash, OwnsWhatItDestroys)
     EXPECT_EQ(released, "e 6 d 5 c 4 a 3 ");
 }
 
+TEST(Hash, WhatIsReleasedMayLookItsKeyUp)
+{
+    vektest::Allocator allocator;
+    static VekHash *hash;
+    static std::string found;
+    const auto look_up = [](void *text) {
+        const void *const value = vek_hash_lookup(hash, "a");
+        found += value != nullptr ? static_cast<const char *>(value) : "-";
+        vek_free(text);
+    };
+    hash = vek_hash_new_full(poor_hash, equal_text, look_up, look_up);
+    for (const char *value : {"1", "2"}) { vek_hash_insert(hash, vek_strdup("a"), vek_strdup(value)); }
+    EXPECT_EQ(found, "22");
+    vek_hash_remove(hash, "a");
+    EXPECT_EQ(found, "22--");
+    vek_hash_destroy(hash);
+}
+
 TEST(Hash, ShrinksBeforeItReleases)
 {
     static VekHash *hash; // the destroy function looks at it

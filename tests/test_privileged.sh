@@ -1,0 +1,30 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# usage: test_privileged.sh PROGRAM - a program with its user's privileges obeys the environment, one with
+# another group's does not. Exits with 77 where no such program can be made.
+set -eu
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cp "$1" "$folder/program"
+
+# run: the exit status of the program, and how many files the environment had it write.
+run() {
+    status=0
+    VEK_FATAL_WARNINGS=1 VEK_MALLOC_TRACE=1 VEK_MALLOC_TRACE_FILE=$folder/file.trace \
+        VEK_DEBUG_CONFIG=mainfile=$folder/file.main "$folder/program" >"$folder/out" 2>&1 || status=$?
+    found=$(find "$folder" -name 'file.*' | wc -l)
+    rm -f "$folder"/file.*
+}
+
+run
+[ "$found" -eq 2 ] && [ "$status" -eq 134 ] || { echo "FAILED: without privileges $found, $status"; exit 1; }
+
+own=$(id -g)
+group=$(id -G | tr ' ' '\n' | grep -vx "$own" | head -n 1)
+[ "$(id -u)" -ne 0 ] || group=65534
+[ -n "$group" ] || { echo "no other group to run with"; exit 77; }
+chgrp "$group" "$folder/program"
+chmod g+s "$folder/program"
+run
+[ "$status" -ne 77 ] || { echo "set-group-id is not obeyed in $folder"; exit 77; }
+[ "$found" -eq 0 ] && [ "$status" -eq 0 ] || { echo "FAILED: with privileges $found, $status"; exit 1; }
