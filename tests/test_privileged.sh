@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: test_privileged.sh PROGRAM - a program with its user's privileges obeys the environment, one with
-# another group's does not. Exits with 77 where no such program can be made.
+# usage: test_privileged.sh PROGRAM - a program with its user's privileges obeys the environment, and what
+# it starts inherits no file of the library's; one with another group's privileges does not. Exits with 77
+# where no such program can be made.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -18,6 +19,7 @@ run() {
 
 run
 [ "$found" -eq 2 ] && [ "$status" -eq 134 ] || { echo "FAILED: without privileges $found, $status"; exit 1; }
+! grep 'file\.' "$folder/out" || { echo "FAILED: files are inherited"; exit 1; }
 
 own=$(id -g)
 group=$(id -G | tr ' ' '\n' | grep -vx "$own" | head -n 1)
