@@ -32,6 +32,17 @@ void move(VekValue &to, VekValue &from)
     memset(&from, 0, sizeof from);
 }
 
+/** Moves a new datum over an old one, which is released last: what it releases may look its key up. */
+void replace_datum(VekValue &stored, VekValue &from)
+{
+    const VekValueVtable *const old_type = stored.vt;
+    void *const old_payload = stored.payload.pointer;
+    move(stored, from);
+    if (old_type != nullptr && old_type->release != nullptr) {
+        old_type->release(old_payload);
+    }
+}
+
 /* ---- The walk over the items in use ---- */
 
 /** Where a walk is: at slot `index` of a segment, behind `base` slots of earlier segments. */
@@ -338,10 +349,7 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
         return 0;
     }
     if (search.item != nullptr) {
-        // The old datum goes last: what it releases may look this key up.
-        VekValue old = search.item->data;
-        move(search.item->data, *data);
-        vek_value_let_go(&old);
+        replace_datum(search.item->data, *data);
         vek_value_let_go(key);
         return 1;
     }
