@@ -142,7 +142,9 @@ TEST(Hash, WhatIsReleasedMayLookItsKeyUp)
     EXPECT_EQ(found, "22");
     vek_hash_remove(hash, "a");
     EXPECT_EQ(found, "22--");
-    vek_hash_destroy(hash);
+    for (const char *key : {"e", "a"}) { vek_hash_insert(hash, vek_strdup(key), vek_strdup(key)); }
+    vek_hash_destroy(hash); // one chain: "a" lies behind "e"
+    EXPECT_EQ(found, "22--aa--");
 }
 
 TEST(Hash, ShrinksBeforeItReleases)

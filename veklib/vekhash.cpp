@@ -166,12 +166,10 @@ void vek_hash_destroy(VekHash *hash)
     VEK_RETURN_IF_FAIL(hash != NULL);
 
     for (uint32_t i = 0; i < hash->table_size; ++i) {
-        VekHashEntry *entry = hash->table[i];
-        while (entry != nullptr) {
-            VekHashEntry *const next = entry->next;
+        while (VekHashEntry *const entry = hash->table[i]) {
+            hash->table[i] = entry->next; // what destroys the content may look up the rest
             destroy_content(hash, entry);
             vek_free(entry);
-            entry = next;
         }
     }
     vek_free(hash->table);
