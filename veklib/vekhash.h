@@ -14,10 +14,10 @@
  *  than 8 entries a slot, or puts the new one behind others that are at least a third as many as
  *  the slots; it halves when a removal leaves fewer entries than slots, but keeps 8. Hashes that
  *  agree in their lowest bits set these rules against each other. Integer keys such as addresses of
- *  pages, `id << 12` or network addresses in their byte order share few slots: insertions double the
- *  table, removals halve it again. With 10,000 multiples of 4096 a removal and an insertion take
- *  some 110 us, with 10,000 consecutive numbers 0.08 us. For such keys pass a hash function of your
- *  own that mixes all bits:
+ *  pages, `id << 12` or network addresses in their byte order share few slots: insertions double
+ *  the table, removals halve it again. With 10,000 multiples of 4096 a removal and an insertion
+ *  take some 110 us, with 10,000 consecutive numbers 0.08 us. For such keys pass a hash function of
+ *  your own that mixes all bits:
  *
  *      static uint32_t hash(const void *key)
  *      {
