@@ -4,7 +4,9 @@
  *
  *  Warnings go to the standard error stream. A process-wide setting (or the environment variable
  *  VEK_FATAL_WARNINGS) turns them into fatal errors, which reach the abort handler and end the
- *  process. Nothing here allocates memory, so reporting works when memory has run out.
+ *  process. Nothing here allocates memory, so reporting works when memory has run out. A program
+ *  with more rights than its user (set-user-id, set-group-id, file capabilities) ignores the
+ *  environment variables that are named here.
  *
  *      VEK_RETURN_VAL_IF_FAIL(name != NULL, -1);       // in a function of your own
  *      VEK_WARNING("cannot open %s", path);
@@ -27,15 +29,16 @@ VEK_BEGIN_DECLS
  *  @param line     line of the report, 0 if unknown
  *  @param message  the report; borrowed, valid during the call
  *  Must not return, nor leave by longjmp() or an exception. If it returns, the library calls
- * abort().
+ *  abort().
  */
 typedef void (*VekAbortHandler)(const char *file, int line, const char *message);
 
 /** Sets the function that every fatal error ends in.
  *  @param handler  the new handler; null puts the default back, which writes the line
  *                  "----- ERROR -----", "file:line: message" (the message alone if there is no
- * file) and a back-trace to the standard error stream, and ends the process with SIGABRT Start-up
- * operation: a report that another thread has begun may still use the old handler.
+ *                  file) and a back-trace to the standard error stream, and ends the process with
+ *                  SIGABRT
+ *  Start-up operation: a report that another thread has begun may still use the old handler.
  */
 VEK_API void vek_set_abort_handler(VekAbortHandler handler);
 
@@ -45,8 +48,8 @@ VEK_API VEK_NORETURN VEK_COLD void vek_abort(void);
 /** Tells whether warnings are fatal.
  *  @return  1 if they are, 0 if not. While the setting is negative (as at start) the answer comes
  *           from VEK_FATAL_WARNINGS: a decimal number other than 0 makes them fatal; 0, text
- * without digits or an unset variable does not. The answer is kept, except that a negative number
- *           (which also makes them fatal) is read again each time.
+ *           without digits or an unset variable does not. The answer is kept, except that a
+ *           negative number (which also makes them fatal) is read again each time.
  */
 VEK_API int vek_get_warnings_fatal(void);
 

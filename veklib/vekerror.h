@@ -9,6 +9,8 @@
  *      vek_error_print(err, stderr);                                             // at the top
  *      vek_error_destroy(err);
  *
+ *  By convention a function that returns a VekError returns null for success; the functions that
+ *  read take null for that, too.
  *  Threads: an error is used by one thread at a time; the shared one by any.
  */
 #ifndef VEKLIB_VEKERROR_H
@@ -21,7 +23,8 @@
 
 VEK_BEGIN_DECLS
 
-/** What kind of error it is; an application may use numbers of its own. */
+/** What kind of error it is; an application may use numbers of its own, which print as "Unknown
+ *  Error". */
 typedef enum VekErrorType VEK_INT_ENUM {
     VEK_ERROR_SUCCESS = 0,       /**< "Success" */
     VEK_ERROR_OUT_OF_MEMORY = 1, /**< "Out of Memory Error" */
@@ -56,8 +59,9 @@ typedef struct VekError {
  *  @param func    function that makes it; borrowed for the error's life; null: "--unknown--"
  *  @param file    its source file; borrowed for the error's life; null: "--unknown--"
  *  @param line    its source line
- *   @param format  printf format of the message, which is cut after 4094 characters or at a NUL;
- * null or empty, or a value that cannot be converted: no message
+ *  @param format  printf format of the message, which is cut after 4094 characters, or at a NUL
+ *                 among the formatted ones; null or empty, or a value that cannot be converted: no
+ *                 message
  *  @return  the error, never null; release with vek_error_destroy()
  *  Fails:   no memory -> the shared error of type VEK_ERROR_OUT_OF_MEMORY, with the message "Out of
  *           Memory"; the functions below take it and leave it as it is
@@ -76,7 +80,8 @@ VEK_API void vek_error_destroy(VekError *err);
 
 /* ---- Change ---- */
 
-/** Adds text to the message; what goes beyond 4094 characters, or follows a NUL, is dropped.
+/** Adds text to the message; what goes beyond 4094 characters, or follows a NUL among the formatted
+ *  ones, is dropped. The next text starts where that NUL stood.
  *  @param err     the error; null ends the process through the platform's assertion facility
  *  @param format  printf format; null or empty: nothing is added. Its values must not be part of
  * the error's own message

@@ -10,8 +10,27 @@
  *      const char *text = vek_hash_lookup(names, (void *)(intptr_t)7);
  *      vek_hash_destroy(names);
  *
- *  Threads: a table is used by one thread at a time, lookups included. The callback of a walk must
- *  not insert into or remove from the table; a destroy function must not use it at all.
+ *  The lowest bits of a key's hash choose its slot. A table doubles when an insertion leaves more
+ *  than 8 entries a slot, or puts the new one behind others that are at least a third as many as
+ *  the slots; it halves when a removal leaves fewer entries than slots, but keeps 8. Hashes that
+ *  agree in their lowest bits set these rules against each other. Integer keys such as addresses of
+ *  pages, `id << 12` or network addresses in their byte order share few slots: insertions double
+ *  the table, removals halve it again. With 10,000 multiples of 4096 a removal and an insertion
+ *  take some 110 us, with 10,000 consecutive numbers 0.08 us. For such keys pass a hash function of
+ *  your own that mixes all bits:
+ *
+ *      static uint32_t hash(const void *key)
+ *      {
+ *          return (uint32_t)(((uint64_t)(uintptr_t)key * 0x9e3779b97f4a7c15u) >> 32);
+ *      }
+ *
+ *  No hash here is secret: whoever chooses the keys can make them share a slot. Bound the number of
+ *  keys that come from outside.
+ *
+ *  Threads: a table is used by one thread at a time, look-ups included. The callback of a walk, and
+ *  a destroy function, must not insert into or remove from the table. A destroy function may look
+ *  up: a key that is being replaced has its new value, one that is being removed none. While
+ *  vek_hash_destroy() runs, it must not use the table at all.
  */
 #ifndef VEKLIB_VEKHASH_H
 #define VEKLIB_VEKHASH_H
@@ -69,23 +88,25 @@ VEK_API VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_fun
 VEK_API VekHash *vek_hash_new(void);
 
 /** Releases a table, its entries, and what the destroy functions release.
- *  @param hash  the table, taken
+ *  @param hash  the table, taken; not null, unlike what vek_free(), vek_str_unref() and
+ *               vek_dict_destroy() take
  *  Fails: null `hash` -> nothing done, with a warning
  */
 VEK_API void vek_hash_destroy(VekHash *hash);
 
 /* ---- Change ---- */
 
-/** Stores a value under a key. For a key that is present the destroy functions get the stored key
- *  and value first, and the new ones take their place: never pass the stored key or value object
+/** Stores a value under a key. For a key that is present the new key and value take the place of
+ *  the stored ones, which the destroy functions then get: never pass the stored key or value object
  *  itself to a table that destroys it.
  *  @param hash   the table
  *  @param key    the key; may be null if the functions accept it (the integer 0). Taken on success
  *                if the table destroys keys, else borrowed for as long as it is stored
  *  @param value  the value; may be null. Taken on success if the table destroys values, else
  *                borrowed for as long as it is stored
- *  @return  1, also when a larger table was wanted and there was no memory for it: a warning tells,
- *           and the table works on with longer chains
+ *  @return  1, also when the table should double and there was no memory for the slots: it works on
+ *           with longer chains, and warns, now and at every further insertion that would double it.
+ *           Where warnings are fatal the process then ends although the entry is stored
  *  Fails:   no memory for the entry, or null `hash` or a table without slots (with a warning) -> 0;
  *           the table is unchanged, key and value stay the caller's
  */
@@ -94,8 +115,8 @@ VEK_API int vek_hash_insert(VekHash *hash, void *key, void *value);
 /** Removes an entry and releases its key and value with the destroy functions.
  *  @param hash  the table
  *  @param key   the key to search; borrowed
- *  @return  1 when an entry was removed (also when there was no memory for the smaller table that
- *           was wanted: a warning tells), 0 when there is none
+ *  @return  1 when an entry was removed, 0 when there is none. No memory for the slots of a table
+ *           that should halve gives a warning, and 1
  *  Fails:   null `hash` or a table without slots -> 0, with a warning
  */
 VEK_API int vek_hash_remove(VekHash *hash, const void *key);
@@ -120,8 +141,8 @@ VEK_API void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user
 
 /* ---- Integer keys ---- */
 
-/** Hashes an integer carried in a pointer: every 32-bit integer to itself; what a wide pointer
- * holds beyond that is folded into the lower half. */
+/** Hashes an integer carried in a pointer: every signed 32-bit integer to itself; what a wide
+ *  pointer holds beyond that is folded into the lower half. */
 VEK_API uint32_t vek_hash_int_hash_func(const void *key);
 
 /** Returns 1 when two integers carried in pointers are equal, else 0. */

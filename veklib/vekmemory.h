@@ -16,7 +16,18 @@
  *
  *  Every entry point hands the address that it returns to (the code that asked) to the table;
  *  traces print it. The `_with_return` forms take that address as an argument, for functions that
- *  allocate on behalf of their caller.
+ *  allocate on behalf of their caller. Who is charged with what:
+ *
+ *      the caller    blocks of the functions below; all that vekstrfuncs.h makes; the nodes of
+ *                    vek_slist_prepend(), _append() and _insert_after(); the entries of
+ *                    vek_hash_insert(); every VekStr that vekstr.h and vek_name_to_vek_str() make;
+ *                    the record of a name table
+ *      the library   the nodes of vek_slist_dup() and of stacks; records and slots of hash tables;
+ *                    names, with their texts and entries; all that values, dictionaries, errors and
+ *                    debug output allocate, the texts included that vekvalue.h makes for its caller
+ *
+ *  A release is charged to the code that calls vek_free() or vek_realloc(): for all but blocks that
+ *  the application releases itself, the library.
  *
  *  Threads: allocation is as thread-safe as the table's operations; the default ones are. Tables,
  *  the error state and tracing are switched while no other thread allocates through the library.
@@ -27,21 +38,29 @@
  *  Environment: VEK_MALLOC_TRACE, a decimal number other than 0, switches tracing on whenever a
  *  table is installed, the first use included, also after an explicit switching off.
  *  VEK_MALLOC_TRACE_FILE names the file that trace lines go to, instead of the standard error
- * stream. It is read once, for the first line; the file is emptied, has every line at its newline,
- * and stays open. If it cannot be opened, one message says so and the lines go to the standard
- * error stream; without any stream the first line is a fatal error.
+ *  stream. It is read once, for the first line; the file is emptied, has every line at its newline,
+ *  stays open, and is closed on exec. If it cannot be opened, one message says so and the lines go
+ *  to the standard error stream; without any stream the first line is a fatal error. A program with
+ *  more rights than its user (set-user-id, set-group-id, file capabilities) ignores both variables.
  *
- *  Trace lines, as tools may read them (addresses in the form of "%p", null as "(nil)"):
+ *  If the file is a named pipe, opening it waits until somebody opens it for reading, and a line
+ *  behind a reader that went away raises SIGPIPE; a limit on the size of files raises SIGXFSZ. Both
+ *  signals end a process that neither ignores nor handles them.
+ *
+ *  Trace lines, as tools may read them (addresses in the form of "%p", null as "(nil)", sizes as
+ *  signed numbers of the machine's width: one beyond its half prints as negative):
  *
  *      0x401136: vek_malloc(16) => 0x1f2e2a0 [#1]
  *      0x401144: vek_calloc(2, 8) => 0x1f2e2c0 [#2]
  *      0x401152: vek_realloc(0x1f2e2a0, 32) => 0x1f2e2e0 [#3]
  *      0x401160: vek_free(0x1f2e2e0)
+ *      0x40116e: vek_malloc(64) => NULL, in error state
+ *      0x40116e: vek_malloc(64) => (nil) [#4]
  *
  *  vek_malloc_if_possible and vek_malloc_if_available look like vek_malloc. An allocation's line
- * comes after the operation, a release's before it; lines of different threads come in any order.
- * Refusals in the error state are lines without result and number, written also while tracing is
- * off.
+ *  comes after the operation, a release's before it; lines of different threads come in any order.
+ *  A refusal in the error state has a line of its own, without number, also while tracing is off;
+ *  while it is on, the allocation's line follows.
  */
 #ifndef VEKLIB_VEKMEMORY_H
 #define VEKLIB_VEKMEMORY_H
@@ -74,7 +93,7 @@ typedef struct VekMemoryVtable {
     size_t (*get_total_bytes)(void);
     /** Returns the machine's free memory in bytes, all ones if unknown. May be null. */
     size_t (*get_free_bytes)(void);
-    /** Returns 1 in the error state, else 0. May be null. */
+    /** Returns the error state: 0 for none. May be null. */
     int (*get_error)(void);
     /** Enters (`error` not 0) or leaves (0) the error state. May be null. */
     void (*set_error)(int error);
@@ -165,13 +184,14 @@ VEK_API size_t vek_malloc_get_total_bytes(void);
  *  unknown. The default table reads it from "/proc/meminfo" and leaves errno alone. */
 VEK_API size_t vek_malloc_get_free_bytes(void);
 
-/** Returns what the table says: the default one 1 in the error state, else 0. A table that has no
- *  error state gives 0. */
+/** Returns what the table says: the default one what was set, as a byte; 0 is no error state. A
+ *  table that has none gives 0. */
 VEK_API int vek_malloc_get_error(void);
 
 /** Enters or leaves the error state, in which the default table refuses new memory (all but
  *  vek_malloc_if_available) with a line on the trace destination, and still releases.
- *  @param error  0 leaves it, anything else enters it; nothing happens if the table has none
+ *  @param error  0 leaves it, anything else enters it; nothing happens if the table has none. The
+ *                default table keeps the lowest byte, so 256 leaves it, too
  */
 VEK_API void vek_malloc_set_error(int error);
 
@@ -181,14 +201,14 @@ VEK_API void vek_mark(void);
 /* ---- Tracing ---- */
 
 /** Switches tracing on, from the first allocation if that is still to come; nothing if it is on.
- * Each allocation that reaches the table, failed ones included, then writes one line with the
- * address that asked, the operation, the result and a running number; each release writes one
- * without result and number.
+ *  Each allocation that reaches the table, failed ones included, then writes one line with the
+ *  address that asked, the operation, the result and a running number; each release writes one
+ *  without result and number.
  */
 VEK_API void vek_memory_enable_trace(void);
 
 /** Switches tracing off; nothing if it is off. The table that was installed last stays in force,
- * the destination stays chosen, and numbers go on where they were when tracing is on again. */
+ *  the destination stays chosen, and numbers go on where they were when tracing is on again. */
 VEK_API void vek_memory_disable_trace(void);
 
 /* ---- The originals, for applications that define an entry point of their own ----

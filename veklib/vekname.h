@@ -8,6 +8,13 @@
  *      assert(vek_name_try_string(table, "eth0") == eth0);
  *      vek_name_table_destroy(&table);
  *
+ *  The names lie in a table of vekhash.h. When it should double and there is no memory for its
+ *  slots, it warns, now and at every further new name that would double it; where warnings are
+ *  fatal the process then ends although the name was interned. The hash of texts is not secret:
+ *  whoever chooses them can make them share a slot. 20,000 texts that were chosen so took 0.5 s to
+ *  intern, 70 times as long as others, and the time grows with the square of their number: bound
+ *  how many names are made of texts from outside.
+ *
  *  Threads: a table is used by one thread at a time, look-ups included.
  */
 #ifndef VEKLIB_VEKNAME_H
@@ -42,7 +49,8 @@ VEK_API VekNameTable *vek_name_table_create(VekNameTable **name_table);
 
 /** Releases a table and all its names, and clears the caller's variable. Names and texts that were
  *  borrowed from it, in values and dictionaries too, are invalid afterwards.
- *  @param name_table  address of the variable; nothing happens when it holds null
+ *  @param name_table  address of the variable; not null. A variable that holds null is fine:
+ *                     nothing happens
  *  Fails: null address -> nothing done, with a warning
  */
 VEK_API void vek_name_table_destroy(VekNameTable **name_table);

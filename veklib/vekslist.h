@@ -47,7 +47,8 @@ VEK_API VekSList *vek_slist_prepend(VekSList *slist, void *data);
 /** Puts an element at the end; walks the whole list.
  *  @param slist  the list, taken; null is the empty list
  *  @param data   the element; may be null; stored
- *  @return  the first node
+ *  @return  the first node; store it even if you know it: that of an empty list is new, and an
+ *           ignored result leaks it
  *  Fails:   no memory -> `slist`, unchanged (null for the empty list)
  */
 VEK_API VekSList *vek_slist_append(VekSList *slist, void *data);

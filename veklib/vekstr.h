@@ -48,7 +48,8 @@ VEK_API VekStr *vek_str_ncreate(const char *cstr, int len);
  */
 VEK_API VekStr *vek_str_create(const char *cstr);
 
-/** Formats a new string, which may be empty.
+/** Formats a new string, which may be empty. A NUL among the formatted characters ends the text
+ *  there; the block has room for all of them.
  *  @param format  printf format, followed by its values; borrowed
  *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
  *  Fails:   a value that cannot be converted, or no memory -> null; null `format` -> null, with a

@@ -28,12 +28,13 @@ VEK_API VekDict *vek_str_dict_create(int init_count);
 
 /* ---- put: store a datum under a key ----
  *
- * @param key   the key, which may be null (a key of its own); copied for each put, for which memory may lack
- * @return      1 on success; an equal key that is stored keeps its place and gets the new datum, and
- *              the old datum is released
+ * @param key   the key, which may be null (a key of its own); copied for each put, for which memory
+ *              may lack
+ * @return      1 on success; an equal key that is stored keeps its place and gets the new datum,
+ *              and the old datum is released
  *
- * Fails: no memory -> 0; null dictionary, or one with other keys -> 0, with a warning. The dictionary
- * is unchanged and the datum stays the caller's. */
+ * Fails: no memory -> 0; null dictionary, or one with other keys -> 0, with a warning. The
+ * dictionary is unchanged and the datum stays the caller's. */
 
 /** Stores a VekStr, which may be null: the caller's reference passes to the dictionary. */
 VEK_API int vek_str_dict_put_vekstr(VekDict *dict, const char *key, VekStr *value);
@@ -45,17 +46,19 @@ VEK_API int vek_str_dict_put_int(VekDict *dict, const char *key, int32_t value);
 VEK_API int vek_str_dict_put_double(VekDict *dict, const char *key, double value);
 /** Stores a pointer, which is never released by the dictionary. */
 VEK_API int vek_str_dict_put_persistent_pointer(VekDict *dict, const char *key, void *value);
-/** Stores a value: the record is moved into the dictionary and zero-filled. A null record is a failure,
- *  with a warning of _vek_dict_put_value(). */
+/** Stores a value: the record is moved into the dictionary and zero-filled. A null record is a
+ *  failure, with a warning of _vek_dict_put_value(); what an empty one gives is said there. */
 VEK_API int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *value);
 
 /* ---- get: the datum of a key ----
  *
- * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or released.
- *              An absent key gives null or 0; vek_str_dict_get_value() != NULL tells it from a stored one
+ * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or
+ *              released. An absent key gives null or 0; vek_str_dict_get_value() != NULL tells it
+ *              from a stored one
  *
- * Fails: null dictionary, or one with other keys -> null or 0, with a warning; a datum of another type
- * than the function's -> null or 0, with a warning of the vek_value_get_ function that reads it. */
+ * Fails: null dictionary, or one with other keys -> null or 0, with a warning; a datum of another
+ * type than the function's -> null or 0, with a warning of the vek_value_get_ function that reads
+ * it. */
 
 /** Returns the record of a datum of any type. */
 VEK_API VekValue *vek_str_dict_get_value(const VekDict *dict, const char *key);
