@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: test_tour.sh SOURCE LIBRARY CC CXX - compiles each sample of the documents as it is shown,
-# as C and as C++, and compares what the samples print with the text behind them.
+# as C and as C++, and compares what the samples print with the texts and warnings behind them.
 set -eu
 source=$1 library=$2 cc=$3 cxx=$4
 folder=$(mktemp -d)
@@ -16,9 +16,12 @@ for document in README.md docs/tour.md docs/debug-output.md; do
             # shellcheck disable=SC2086 # the compiler with its options
             $language -Wall -Wextra -Wpedantic -Werror -I"$source" "$sample" -x none "$library" \
                 -o "$folder/run"
-            "$folder/run" 2>"$folder/messages"
+            "$folder/run" 2>>"$folder/messages"
         done >"$folder/out"
         sed -n '/^```text$/,/^```$/{/^```/d;p}' "$source/$document" | diff - "$folder/out"
+        sed -n '/^veklib.* assertion .* failed$/p' "$source/$document" >"$folder/warnings"
+        grep -xFf "$folder/warnings" "$folder/messages" | diff "$folder/warnings" -
+        rm "$folder/messages"
     done
     rm "$folder"/sample*
 done

@@ -444,13 +444,23 @@ TEST(Debug, OnlyARegularFileThatCanBeReadIsAConfiguration)
 TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)
 {
     in_folder([] {
-        start("mainfile=main,send=1,receive=1");
-        VekDebugDomain *const net = add_net();
-        setenv("VEK_DEBUG_CONFIG", "mainfile=main,send=missing/file,receive=1", 1);
-        captured(2, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
-        vek_debug_print(nullptr, 0, "a");
-        vek_debug_print(net, 2, "b"); // the update stopped at the flag in front of it
-        EXPECT_EQ(content_of("main"), "ab");
+        static const char *const first[] = {"a", "b", nullptr};
+        static const char *const second[] = {"c", "d", nullptr};
+        const auto reload = [](const char *environment) {
+            setenv("VEK_DEBUG_CONFIG", environment, 1);
+            EXPECT_EQ(vek_debug_reload_config(), 0);
+        };
+        start("b=folder/main");
+        captured(2, [&] {
+            vek_debug_add_domain("first", first); // b has the name, and no file
+            vek_debug_add_domain("second", second);
+            std::filesystem::create_directory("folder");
+            reload("mainfile=folder/main,a=missing/a,c=1,d=1");         // a stops the update in front of b
+            reload("mainfile=folder/main,a=missing/a,c=missing/c,d=1"); // and c in front of d
+        });
+        vek_debug_print(nullptr, 0, "main ");
+        vek_debug_print(vek_debug_get_domain("second"), 2, "d");
+        EXPECT_EQ(content_of("folder/main"), "main d");
     });
 }
 

@@ -246,6 +246,41 @@ TEST(Dict, WhatIsReplacedMayLookItsKeyUp)
     vek_dict_destroy(outer);
 }
 
+/** A key that is a list of 1 and, if not null, a dictionary. */
+VekValue list_key(VekDict *last)
+{
+    VekValue element;
+    VekValue key;
+    vek_value_set_int(&element, 1);
+    VekSList *list = vek_slist_append(nullptr, vek_value_dup(&element));
+    if (last != nullptr) {
+        vek_value_take_dict(&element, last);
+        list = vek_slist_append(list, vek_value_dup(&element));
+        vek_value_release(&element);
+    }
+    vek_value_take_slist_of_value(&key, list);
+    return key;
+}
+
+TEST(Dict, AKeyThatIsBeingReleasedIsNotCompared)
+{
+    vektest::Allocator allocator;
+    VekDict *const outer = _vek_dict_create(1, VEK_VALUE_SLIST_OF_VALUE);
+    const auto look_up = [](VekValue *, VekValue *, void *dict) {
+        VekValue key = list_key(nullptr);
+        EXPECT_EQ(_vek_dict_get_value(static_cast<VekDict *>(dict), &key), nullptr);
+        vek_value_release(&key);
+        return 0;
+    };
+    VekDict *const nested = _vek_dict_create_full(1, VEK_VALUE_INT, look_up, outer);
+    vek_int_dict_put_int(nested, 1, 1);
+    VekValue key = list_key(nested);
+    VekValue datum;
+    vek_value_set_int(&datum, 1);
+    _vek_dict_put_value(outer, &key, &datum);
+    EXPECT_NE(captured(2, [outer] { vek_dict_destroy(outer); }), "");
+}
+
 TEST(Dict, WalksPast65535Items)
 {
     constexpr int items = 65600;

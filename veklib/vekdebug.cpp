@@ -294,9 +294,10 @@ void drop_default_stream()
 void open_default_stream(VekDebugFilestream *main)
 {
     main->file = open_emptied(main->name);
-    const VekDebugFilestream *const old =
-        main->file != nullptr ? _vek_debug_share_filestream(main) : nullptr;
-    if (old == nullptr || old->file == nullptr) {
+    const VekDebugFilestream *const old = find_record([main](const VekDebugFilestream &record) {
+        return record.file != nullptr && strcmp(record.name, main->name) == 0;
+    });
+    if (main->file == nullptr || old == nullptr) {
         return;
     }
     FILE *const old_file = old->file;

@@ -35,12 +35,13 @@ void move(VekValue &to, VekValue &from)
 /** Moves a new datum over an old one, which is released last: what it releases may look its key up. */
 void replace_datum(VekValue &stored, VekValue &from)
 {
-    const VekValueVtable *const old_type = stored.vt;
-    void *const old_payload = stored.payload.pointer;
-    move(stored, from);
-    if (old_type != nullptr && old_type->release != nullptr) {
-        old_type->release(old_payload);
+    if (!vek_value_owns(&stored)) {
+        move(stored, from);
+        return;
     }
+    VekValue old = stored;
+    move(stored, from);
+    vek_value_release(&old);
 }
 
 /* ---- The walk over the items in use ---- */

@@ -29,8 +29,8 @@
  *
  *  Threads: a table is used by one thread at a time, look-ups included. The callback of a walk, and
  *  a destroy function, must not insert into or remove from the table. A destroy function may look
- *  up: a key that is being replaced has its new value, one that is being removed none. While
- *  vek_hash_destroy() runs, it must not use the table at all.
+ *  up: a key that is being replaced has its new value, one that is being removed, or released with
+ *  its table, none.
  */
 #ifndef VEKLIB_VEKHASH_H
 #define VEKLIB_VEKHASH_H

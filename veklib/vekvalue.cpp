@@ -296,10 +296,12 @@ void vek_value_release(VekValue *vekvalue)
 {
     VEK_RETURN_IF_FAIL(vekvalue != NULL);
 
-    if (vekvalue->vt != nullptr && vekvalue->vt->release != nullptr) {
-        vekvalue->vt->release(vekvalue->payload.pointer);
+    const bool owns = vek_value_owns(vekvalue);
+    const VekValueVtable *const type = vekvalue->vt;
+    vekvalue->vt = nullptr; // first: what is released may come back and find the record
+    if (owns) {
+        type->release(vekvalue->payload.pointer);
     }
-    vekvalue->vt = nullptr;
 }
 
 void vek_value_destroy(VekValue *value)

@@ -30,10 +30,16 @@ inline void vek_value_become_int(VekValue *record, int32_t number)
     record->payload.integer = number;
 }
 
+/** Whether a record is of a type that has something to release. */
+inline bool vek_value_owns(const VekValue *record)
+{
+    return record->vt != nullptr && record->vt->release != nullptr;
+}
+
 /** vek_value_release() of a record, without the call where it owns nothing. */
 inline void vek_value_let_go(VekValue *record)
 {
-    if (record->vt != nullptr && record->vt->release != nullptr) {
+    if (vek_value_owns(record)) {
         vek_value_release(record);
     } else {
         record->vt = nullptr;
