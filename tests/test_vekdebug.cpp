@@ -452,14 +452,14 @@ TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)
         };
         start("b=folder/main");
         captured(2, [&] {
-            vek_debug_add_domain("first", first); // b has the name, and no file
-            vek_debug_add_domain("second", second);
+            vek_debug_add_domain("net", first); // b has the name, and no file
+            vek_debug_add_domain("disk", second);
             std::filesystem::create_directory("folder");
             reload("mainfile=folder/main,a=missing/a,c=1,d=1");         // a stops the update in front of b
             reload("mainfile=folder/main,a=missing/a,c=missing/c,d=1"); // and c in front of d
         });
         vek_debug_print(nullptr, 0, "main ");
-        vek_debug_print(vek_debug_get_domain("second"), 2, "d");
+        vek_debug_print(vek_debug_get_domain("disk"), 2, "d");
         EXPECT_EQ(content_of("folder/main"), "main d");
     });
 }

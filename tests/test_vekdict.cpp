@@ -278,7 +278,11 @@ TEST(Dict, AKeyThatIsBeingReleasedIsNotCompared)
     VekValue datum;
     vek_value_set_int(&datum, 1);
     _vek_dict_put_value(outer, &key, &datum);
-    EXPECT_NE(captured(2, [outer] { vek_dict_destroy(outer); }), "");
+    vektest::expect_warnings(
+        nullptr,
+        {{"vek_value_get_type", "value->vt != NULL"},
+         {"_vek_dict_get_value", "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID"}},
+        [outer] { vek_dict_destroy(outer); });
 }
 
 TEST(Dict, WalksPast65535Items)

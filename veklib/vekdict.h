@@ -147,7 +147,7 @@ VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue
 VEK_API int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data);
 
 /** Releases all items and gives back all segments but the first. The destroy function stays, and is
- *  not called. What is released must not put anything into the dictionary.
+ *  not called. What is released must not change the dictionary.
  *  @param vekdict_ptr  the dictionary
  *  @return  the same dictionary, empty, with its references
  *  Fails:   null dictionary -> null, with a warning
