@@ -88,8 +88,8 @@ VekDebugFilestream *find_record(Test test)
     return search.found;
 }
 
-/** Another record of a domain that has the name of `fs`, open or not: what could not be opened for one
- *  flag is not tried again for the next. */
+/** Another record of a domain that has the name of `fs`, open or not: what could not be opened for
+ *  one flag is not tried again for the next. */
 VekDebugFilestream *_vek_debug_share_filestream(const VekDebugFilestream *fs)
 {
     return find_record([fs](const VekDebugFilestream &other) {

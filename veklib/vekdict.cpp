@@ -32,7 +32,7 @@ void move(VekValue &to, VekValue &from)
     memset(&from, 0, sizeof from);
 }
 
-/** Moves a new datum over an old one, which is released last: what it releases may look its key up. */
+/** Moves a new datum over an old one, which is released last: its release may look the key up. */
 void replace_datum(VekValue &stored, VekValue &from)
 {
     if (!vek_value_owns(&stored)) {
