@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: test_package.sh SOURCE BUILD GENERATOR CC CXX - installs the build into a folder and uses it from
-# outside: moved to another place, by CMake and by pkg-config, for which that place is a sysroot. Builds and
-# runs the samples of the documents; what they print stands behind them there.
+# usage: test_package.sh SOURCE BUILD GENERATOR CC CXX - installs the build into a folder and uses it
+# from outside: moved to another place, by CMake and by pkg-config, for which that place is a sysroot.
+# Builds and runs the samples of the documents; what they print stands behind them there.
 set -eu
 source=$1
 build=$2
@@ -40,7 +40,8 @@ done
 
 pc=$(find "$prefix" -name veklib.pc)
 library=$(dirname "$(dirname "$pc")")
-flags=$(PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$library/pkgconfig pkg-config --cflags --libs veklib)
+export PKG_CONFIG_SYSROOT_DIR="$root" PKG_CONFIG_LIBDIR="$library/pkgconfig"
+flags=$(pkg-config --cflags --libs veklib)
 # shellcheck disable=SC2086 # the flags are words
 "$cc" "$folder/build/README_101.c" -o "$folder/sample" $flags
 LD_LIBRARY_PATH=$library "$folder/sample" >/dev/null
