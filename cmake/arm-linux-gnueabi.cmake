@@ -7,7 +7,7 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabi-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabi-g++)
 
-set(veklib_sysroot "${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-armel")
+cmake_path(SET veklib_sysroot NORMALIZE "${CMAKE_CURRENT_LIST_DIR}/../build/sysroot-armel")
 set(veklib_sysroot_libs "${veklib_sysroot}/usr/lib/arm-linux-gnueabi"
     "${veklib_sysroot}/lib/arm-linux-gnueabi")
 set(CMAKE_FIND_ROOT_PATH "${veklib_sysroot}" /usr/arm-linux-gnueabi)

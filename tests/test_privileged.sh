@@ -18,7 +18,7 @@ run() {
 }
 
 run
-[ "$found" -eq 2 ] && [ "$status" -eq 134 ] || { echo "FAILED: without privileges $found, $status"; exit 1; }
+[ "$found $status" = "2 134" ] || { echo "FAILED: without privileges $found, $status"; exit 1; }
 ! grep 'file\.' "$folder/out" || { echo "FAILED: files are inherited"; exit 1; }
 
 own=$(id -g)
@@ -29,4 +29,4 @@ chgrp "$group" "$folder/program"
 chmod g+s "$folder/program"
 run
 [ "$status" -ne 77 ] || { echo "set-group-id is not obeyed in $folder"; exit 77; }
-[ "$found" -eq 0 ] && [ "$status" -eq 0 ] || { echo "FAILED: with privileges $found, $status"; exit 1; }
+[ "$found $status" = "0 0" ] || { echo "FAILED: with privileges $found, $status"; exit 1; }

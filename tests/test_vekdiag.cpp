@@ -166,13 +166,17 @@ TEST(Fatal, ShowsTheCallsThatLedThere)
     }
 }
 
-/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1). */
+/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1), through a pointer, so
+ * that no compiler unrolls it. */
+extern "C" int descend(int depth);
+int (*volatile descend_further)(int) = descend;
+
 extern "C" __attribute__((noinline)) int descend(int depth)
 {
     if (depth == 0) {
         vek_dump_backtrace(STDOUT_FILENO);
     } else {
-        descend(depth - 1);
+        descend_further(depth - 1);
     }
     return getpid(); // no tail call
 }

@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: exports.sh LIBRARY MAP - the library exports what the map lists, needs libunwind and libc
-# only, and runs nothing at load.
+# usage: exports.sh LIBRARY MAP - the library exports what the map lists, the names that an
+# application may define as weak ones, needs libunwind and libc only, and runs nothing at load.
 set -eu
 library=$1
 map=$2
@@ -16,12 +16,20 @@ if [ "$listed" != "$exported" ]; then
     exit 1
 fi
 
+replaceable=$(sed -n 's/^ *__vek_default_\([a-z_]*\);$/vek_\1/p' "$map" | LC_ALL=C sort)
+weak=$(readelf -W --dyn-syms "$library" |
+    awk '$5 == "WEAK" && $7 != "UND" { sub(/@.*/, "", $8); print $8 }' | LC_ALL=C sort)
+if [ "$replaceable" != "$weak" ]; then
+    printf 'weak names differ from the list:\nlisted:\n%s\nweak:\n%s\n' "$replaceable" "$weak"
+    exit 1
+fi
+
 readelf -d "$library" | grep -q 'SONAME.*\[libveklib\.so\.1\]' || {
     echo "wrong SONAME"
     exit 1
 }
 extra=$(readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' |
-    grep -vxE 'libunwind\.so\.8|libc\.so\.6|libgcc_s\.so\.1' || true)
+    grep -vxE 'libunwind\.so\.8|libc\.so\.6|libgcc_s\.so\.1|ld-linux.*' || true)
 if [ -n "$extra" ]; then
     echo "needs more than libunwind and libc: $extra"
     exit 1
