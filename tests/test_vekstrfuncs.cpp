@@ -7,6 +7,8 @@
 #include <cstring>
 #include <cwchar>
 
+using vektest::null_format;
+
 namespace {
 
 /** Compares a new string with the expected one (null: none) and releases it. */
@@ -27,8 +29,6 @@ char *format(const char *text, ...)
     vek_free(again);
     return first;
 }
-
-const char *const null_format = nullptr;
 
 } // namespace
 
@@ -73,35 +73,34 @@ TEST(StrFuncs, BoundedCopy)
 
 TEST(StrFuncs, ChecksNameTheFault)
 {
-    vektest::expect_warnings("vekstrfuncs.cpp", {}, [&] { EXPECT_EQ(vek_memdup(nullptr, 0), nullptr); });
-    vektest::expect_warnings("vekstrfuncs.cpp", {}, [&] { EXPECT_EQ(vek_strndup(nullptr, 0), nullptr); });
-    vektest::expect_warnings("vekstrfuncs.cpp", {}, [&] { EXPECT_EQ(vek_strlcpy(nullptr, "hello", 0), 5u); });
-    vektest::expect_warnings("vekstrfuncs.cpp", {},
-                             [&] { EXPECT_EQ(vek_strdup_printf("%lc", wint_t{0x7fffffff}), nullptr); });
-    EXPECT_FAILS("vek_memdup", "byte_size == 0 || mem != NULL", vek_memdup(nullptr, 4), nullptr);
-    EXPECT_FAILS("vek_strdup", "s != NULL", vek_strdup(nullptr), nullptr);
-    EXPECT_FAILS("vek_strndup", "n == 0 || s != NULL", vek_strndup(nullptr, 1), nullptr);
-    EXPECT_FAILS("vek_strdup_printf", "format != NULL", vek_strdup_printf(null_format), nullptr);
-    vektest::expect_warnings(
-        "vekstrfuncs.cpp",
-        {{"vek_strdup_vprintf_with_return", "format != NULL"}, {"vek_strdup_vprintf_with_return", "format != NULL"}},
-        [&] { EXPECT_EQ(format(nullptr), nullptr); });
-    EXPECT_FAILS("vek_strlcpy", "src != NULL", vek_strlcpy(nullptr, nullptr, 4), 0u);
-    EXPECT_FAILS("vek_strlcpy", "dest != NULL || destlen == 0", vek_strlcpy(nullptr, "x", 4), 0u);
+    vektest::expect_warnings({}, [] {
+        EXPECT_EQ(vek_memdup(nullptr, 0), nullptr);
+        EXPECT_EQ(vek_strndup(nullptr, 0), nullptr);
+        EXPECT_EQ(vek_strlcpy(nullptr, "hello", 0), 5u);
+        EXPECT_EQ(vek_strdup_printf("%lc", wint_t{0x7fffffff}), nullptr); // cannot be converted
+    });
+    EXPECT_FAILS("byte_size == 0 || mem != NULL", vek_memdup(nullptr, 4), nullptr);
+    EXPECT_FAILS("s != NULL", vek_strdup(nullptr), nullptr);
+    EXPECT_FAILS("n == 0 || s != NULL", vek_strndup(nullptr, 1), nullptr);
+    EXPECT_FAILS("format != NULL", vek_strdup_printf(null_format), nullptr);
+    const vektest::Check no_format = {"vek_strdup_vprintf_with_return", "format != NULL"};
+    vektest::expect_warnings({no_format, no_format}, [] { EXPECT_EQ(format(nullptr), nullptr); });
+    EXPECT_FAILS("src != NULL", vek_strlcpy(nullptr, nullptr, 4), 0u);
+    EXPECT_FAILS("dest != NULL || destlen == 0", vek_strlcpy(nullptr, "x", 4), 0u);
 }
 
-TEST(StrFuncs, FailCleanly)
+TEST(StrFuncs, GiveNullWithoutMemory)
 {
     vektest::fail_each_allocation([](vektest::Allocator &allocator) {
         for (const auto &make : std::initializer_list<void *(*)()>{
-                 [] { return vek_memdup("x", 1); }, [] { return static_cast<void *>(vek_strdup("x")); },
-                 [] { return static_cast<void *>(vek_strndup("x", 1)); },
-                 [] { return static_cast<void *>(vek_strdup_printf("x")); },
-                 [] { return static_cast<void *>(vek_strdup_printf("%300d", 1)); }}) {
-            const bool failed_before = allocator.failed();
+                 [] { return vek_memdup("x", 1); },
+                 []() -> void * { return vek_strdup("x"); },
+                 []() -> void * { return vek_strndup("x", 1); },
+                 []() -> void * { return vek_strdup_printf("x"); },
+                 []() -> void * { return vek_strdup_printf("%300d", 1); },
+             }) {
             void *const copy = make();
-            EXPECT_TRUE(copy != nullptr || allocator.failed());
-            EXPECT_TRUE(copy == nullptr || failed_before || !allocator.failed());
+            EXPECT_EQ(copy == nullptr, allocator.just_failed());
             vek_free(copy);
         }
     });

@@ -4,6 +4,7 @@
 #ifndef VEKLIB_TESTS_SUPPORT_H
 #define VEKLIB_TESTS_SUPPORT_H
 
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -34,26 +35,38 @@ Ended in_clean_child(const std::function<void()> &body);
 
 std::vector<std::string> lines_of(const std::string &text);
 
-/** `text` with each `prefix` that a run of `characters` follows replaced, run included. */
-std::string masked(const std::string &text, const std::string &prefix, const char *characters,
-                   const std::string &replacement);
+/** `text` with whatever matches `pattern`, a regular expression, replaced. */
+std::string masked(const std::string &text, const char *pattern, const char *replacement);
+
+/** A diagnostic with its line numbers as "L". */
+std::string without_lines(const std::string &text);
 
 std::string content_of(const std::string &path);
+
+/** A number as the pointer that generic containers hold. */
+inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
+
+/** A format that the compiler must not recognise as null. */
+inline const char *const null_format = nullptr;
 
 /** A failed check: function and condition. */
 using Check = std::pair<std::string, std::string>;
 
-/** Expects `body` to write exactly these failed-check warnings, in this order, of a source of the library
- *  (null: of any). */
-void expect_warnings(const char *source, const std::vector<Check> &checks, const std::function<void()> &body);
+/** Expects `body` to write exactly these failed-check warnings, in this order, of a source of the
+ *  library ("*": of any). */
+void expect_warnings(const std::vector<Check> &checks, const std::function<void()> &body,
+                     const std::string &source = "*");
 
-/** Expects the call to give `value`, with the warning that one check of `function` failed. */
-#define EXPECT_FAILS(function, condition, call, value)                                                                 \
-    vektest::expect_warnings(nullptr, {{function, condition}}, [&] { EXPECT_EQ(call, value); })
+/** The function that the text of a call names. */
+std::string called(const std::string &call);
+
+/** Expects the call to give `value`, with the warning that one of the called function's checks failed. */
+#define EXPECT_FAILS(condition, call, value)                                                       \
+    vektest::expect_warnings({{vektest::called(#call), condition}}, [&] { EXPECT_EQ(call, value); })
 
 /** EXPECT_FAILS() for a call without a result. */
-#define EXPECT_WARNS(function, condition, call)                                                                        \
-    vektest::expect_warnings(nullptr, {{function, condition}}, [&] { call; })
+#define EXPECT_WARNS(condition, call)                                                              \
+    vektest::expect_warnings({{vektest::called(#call), condition}}, [&] { call; })
 
 /** What every fopen() of the process goes through, the library's included; null: straight on. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
@@ -72,15 +85,18 @@ public:
     Allocator &operator=(const Allocator &) = delete;
 
     /** Lets the n-th allocation from now fail (0: none); with `onward` all later ones too. */
-    void fail_nth(unsigned n, bool onward = false);
-    bool failed() const;          ///< an allocation has failed since fail_nth()
-    unsigned allocations() const; ///< allocations asked for since fail_nth()
-    size_t live() const;          ///< blocks that are not released
+    static void fail_nth(unsigned n, bool onward = false);
+    static bool failed(); ///< an allocation has failed since fail_nth()
+    static bool
+    just_failed(); ///< one has failed since this was asked last: ask behind the operation
+    static unsigned allocations(); ///< allocations asked for since fail_nth()
+    static size_t live();          ///< blocks that are not released
 };
 
 /** Runs `scenario` with the first allocation failing, then the second, and so on until a run meets
- *  no failure; each once alone and once with all later ones failing too. A scenario checks what is
- *  documented for failure and success and releases everything. */
+ *  no failure; each once alone and once with all later ones failing too. A scenario asks after each
+ *  operation whether it met a failure, expects what is documented for either case, and releases
+ *  everything. */
 void fail_each_allocation(const std::function<void(Allocator &)> &scenario);
 
 } // namespace vektest
