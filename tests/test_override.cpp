@@ -11,6 +11,8 @@
 #include <cstring>
 #include <thread>
 
+using namespace vektest;
+
 static std::atomic<int> mallocs, callocs, frees, installations, traces;
 
 void *vek_malloc_with_return(size_t size, void *return_address)
@@ -44,7 +46,7 @@ void vek_memory_enable_trace(void) { ++traces; }
 
 TEST(Override, ServesTheLibrary)
 {
-    vektest::in_clean_child([] {
+    in_clean_child([] {
         char *const text = vek_strdup("text");
         EXPECT_STREQ(text, "text");
         vek_free(text);
@@ -57,7 +59,7 @@ TEST(Override, ServesTheLibrary)
 
 TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
 {
-    vektest::in_clean_child([] {
+    in_clean_child([] {
         setenv("VEK_MALLOC_TRACE", "1", 1);
         std::vector<std::thread> racers;
         for (int i = 0; i < 8; ++i) {
@@ -71,7 +73,7 @@ TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
 
 TEST(Override, InstallationThatComesFirstIsTheFirstUse)
 {
-    vektest::in_clean_child([] {
+    in_clean_child([] {
         setenv("VEK_MALLOC_TRACE", "1", 1);
         VekMemoryVtable table = {};
         table.malloc = [](size_t, void *) -> void * { return &installations; };

@@ -10,12 +10,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include <unistd.h>
 
-using vektest::Allocator;
-using vektest::captured;
-using vektest::content_of;
+using namespace vektest;
 
 namespace {
 
@@ -25,19 +24,13 @@ constexpr const char *banner = "======== VekDebug Config file ============\n";
 
 size_t open_descriptors()
 {
-    size_t count = 0;
-    for ([[maybe_unused]] const auto &entry :
-         std::filesystem::directory_iterator("/proc/self/fd")) {
-        ++count;
-    }
-    return count;
+    using std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(directory_iterator("/proc/self/fd"), {}));
 }
 
 void write_file(const char *path, const std::string &text)
 {
-    FILE *const file = fopen(path, "wb");
-    fwrite(text.data(), 1, text.size(), file);
-    fclose(file);
+    std::ofstream(path, std::ios::binary) << text;
 }
 
 /** Each stream's file is held under one name, and each name has one file; a file has a name. */
@@ -64,19 +57,19 @@ int opens_left = INT_MAX;
 void fail_nth_open(int n)
 {
     opens_left = n;
-    vektest::open_hook = [](const char *path, const char *mode) -> FILE * {
-        if (--opens_left != 0) { return vektest::plain_open(path, mode); }
+    open_hook = [](const char *path, const char *mode) -> FILE * {
+        if (--opens_left != 0) { return plain_open(path, mode); }
         errno = EMFILE;
         return nullptr;
     };
 }
 
 /** Runs a case in an empty folder, in a process of its own; nothing may stay behind after the end. */
-vektest::Ended in_folder(const std::function<void()> &body)
+Ended in_folder(const std::function<void()> &body)
 {
     std::string folder = testing::TempDir() + "/vekdebug-XXXXXX";
     EXPECT_NE(mkdtemp(folder.data()), nullptr);
-    const auto ended = vektest::in_clean_child([&] {
+    const auto ended = in_clean_child([&] {
         EXPECT_EQ(chdir(folder.c_str()), 0);
         const size_t before = open_descriptors();
         {
@@ -93,7 +86,7 @@ vektest::Ended in_folder(const std::function<void()> &body)
 /** What is printed of settings, given as "key=value " each. */
 std::string told(const std::string &settings)
 {
-    return banner + vektest::masked(settings, "([^=]+)=([^ ]*) ", "Key: $1\tValue:$2\n");
+    return banner + masked(settings, "([^=]+)=([^ ]*) ", "Key: $1\tValue:$2\n");
 }
 
 VekDebugDomain *add_net()
@@ -149,7 +142,7 @@ TEST(Debug, NothingHappensBeforeTheStart)
     });
     EXPECT_EQ(ended.out, told("x=1 ") + "begun anew\n");
     EXPECT_EQ(
-        vektest::without_lines(ended.err),
+        without_lines(ended.err),
         "veklib/vekdebug.cpp:L: veklib/vekdebug.cpp:L:vek_debug_set_autoflush:vek_debug global "
         "has not been initialized\n\n"
         "veklib/vekdebug.cpp:L: veklib/vekdebug.cpp:L:vek_debug global already initialized\n");
@@ -257,6 +250,8 @@ TEST(Debug, PrintingGoesWhereItShould)
         EXPECT_EQ(evaluated, 0);
         VEK_DEBUG(net, 2, "%d", ++evaluated);
         EXPECT_EQ(content_of("file"), "bc1");
+        vek_debug_enable(net, 1);
+        EXPECT_EQ(vek_debug_is_enabled(net, 1), 1);
     });
 }
 
@@ -501,7 +496,7 @@ TEST(Debug, FailCleanly)
             for (int n = 1; failed && !testing::Test::HasFailure(); ++n) {
                 SCOPED_TRACE(testing::Message() << (memory ? "allocation " : "open ") << n);
                 Allocator::fail_nth(memory ? static_cast<unsigned>(n) : 0);
-                fail_nth_open(memory ? INT_MAX : n + 1); // after the one that writes the file
+                fail_nth_open(memory ? INT_MAX : n);
                 captured(1, [&] { captured(2, [&] { live_with_a_failure(memory); }); });
                 failed = Allocator::failed() || opens_left <= 0;
                 opens_left = INT_MAX;

@@ -12,9 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using vektest::in_child;
-using vektest::in_clean_child;
-using vektest::lines_of;
+using namespace vektest;
 
 namespace {
 
@@ -105,9 +103,9 @@ TEST(Fatal, ReachesTheHandler)
 
 TEST(Fatal, NeverReturns)
 {
-    for (const auto &report :
-         std::initializer_list<void (*)()>{[] { vek_abort(); }, [] { VEK_FATAL_ERROR("gone"); },
-                                           [] { vek_set_warnings_fatal(1), VEK_WARNING("gone"); }}) {
+    for (const auto &report : std::initializer_list<void (*)()>{
+             [] { vek_abort(); }, [] { VEK_FATAL_ERROR("gone"); },
+             [] { vek_set_warnings_fatal(1), VEK_WARNING("gone"); }}) {
         const auto ended = in_child([&] {
             vek_set_abort_handler([](const char *, int, const char *) {});
             report();
@@ -148,7 +146,8 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
     const struct {
         const char *size;
         size_t frames;
-    } rows[] = {{nullptr, 100}, {"0", 100}, {"abc", 100}, {"101", 100}, {"-5", 100}, {"5", 5}, {"1", 1}, {"100", 100}};
+    } rows[] = {{nullptr, 100}, {"0", 100}, {"abc", 100}, {"101", 100},
+                {"-5", 100},    {"5", 5},   {"1", 1},     {"100", 100}};
     for (const auto &row : rows) {
         const auto ended = in_clean_child([&] {
             set_environment("VEK_BACKTRACE_SIZE", row.size);
@@ -156,12 +155,16 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
         });
         const auto frames = lines_of(ended.out);
         EXPECT_EQ(frames.size(), row.frames);
-        for (const auto &frame : frames) { EXPECT_NE(frame.find("descend"), std::string::npos) << frame; }
+        for (const auto &frame : frames) {
+            EXPECT_NE(frame.find("descend"), std::string::npos) << frame;
+        }
     }
     // A short stack: of the 11 frames of descend() the innermost, which called, is left out.
     const auto ended = in_clean_child([] { descend(10); });
     size_t named = 0;
-    for (const auto &frame : lines_of(ended.out)) { named += frame.find("descend") != std::string::npos; }
+    for (const auto &frame : lines_of(ended.out)) {
+        named += frame.find("descend") != std::string::npos;
+    }
     EXPECT_EQ(named, 10u);
     EXPECT_EQ(ended.out.find("_start"), std::string::npos);
 }

@@ -9,20 +9,20 @@
 #include <cstring>
 #include <thread>
 
-using vektest::null_format;
+using namespace vektest;
 
 namespace {
 
 std::string printed(const VekError *err)
 {
-    return vektest::captured(1, [&] { vek_error_print(err, nullptr); });
+    return captured(1, [&] { vek_error_print(err, nullptr); });
 }
 
 } // namespace
 
 TEST(Error, CarriesTypeMessageAndPlaces)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekError *const err = vek_error_create(VEK_ERROR_IO, "open", "io.c", 12, "no %s", "file");
     EXPECT_EQ(vek_error_append_msg(err, "%s %d", ", try", 3), err);
     vek_error_append_msg(err, null_format);
@@ -50,7 +50,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     VekError *const silent = vek_error_create(-1, "f", "f.c", 1, null_format);
     EXPECT_EQ(printed(silent), "** Error -1: Unknown Error\n------ Call Stack: ------\n"
                                " 0: f() in f.c:1\n");
-    EXPECT_EQ(vektest::captured(2, [&] { vek_error_print(silent, stderr); }), printed(silent));
+    EXPECT_EQ(captured(2, [&] { vek_error_print(silent, stderr); }), printed(silent));
     vek_error_destroy(silent);
     EXPECT_EQ(printed(nullptr), "");
     EXPECT_EQ(vek_error_get_type(nullptr), 0);
@@ -67,7 +67,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
 
 TEST(Error, MessageIsCutConsistently)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     for (const size_t first : {size_t{0}, size_t{1}, size_t{4093}, size_t{4094}, size_t{9000}}) {
         for (const size_t second : {size_t{1}, size_t{4094}}) {
             const std::string a(first, 'a');
@@ -88,7 +88,7 @@ TEST(Error, MessageIsCutConsistently)
 
 TEST(Error, WithoutMemoryIsShared)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    fail_each_allocation([](Allocator &allocator) {
         VekError *const err = VEK_ERROR_CREATE(VEK_ERROR_IO, "lost");
         if (allocator.failed()) {
             EXPECT_EQ(vek_error_append_msg(err, "more"), err);
@@ -109,7 +109,7 @@ TEST(Error, NullIsAnAssertion)
     } rows[] = {{[] { vek_error_append_msg(nullptr, "x"); }, "append_msg_va"},
                 {[] { VEK_ERROR_ADD_CALLSTACK_ENTRY(nullptr); }, "_vek_error_add_callstack_entry"}};
     for (const auto &row : rows) {
-        const auto ended = vektest::in_child(row.call);
+        const auto ended = in_child(row.call);
         EXPECT_EQ(ended.signal, SIGABRT);
         EXPECT_NE(ended.err.find(std::string(": ") + row.function +
                                  ": Assertion `((void *)0) != err' failed."),

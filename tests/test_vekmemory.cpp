@@ -22,8 +22,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-using vektest::in_clean_child;
-using vektest::lines_of;
+using namespace vektest;
 
 static std::atomic<void (*)()> behind_the_first_use{nullptr};
 
@@ -42,14 +41,14 @@ namespace {
 /** Trace lines without their addresses: "vek_malloc(16) => P [#1]". */
 std::string plain(const std::string &text)
 {
-    return vektest::masked(vektest::masked(text, "0x[0-9a-f]+", "P"), "P: ", "");
+    return masked(masked(text, "0x[0-9a-f]+", "P"), "P: ", "");
 }
 
 /** Lets the memory queries read `text` instead of the kernel's; empty: the file cannot be opened. */
 void serve_meminfo(const char *text)
 {
-    vektest::open_hook = [text](const char *path, const char *mode) -> FILE * {
-        if (strcmp(path, "/proc/meminfo") != 0) { return vektest::plain_open(path, mode); }
+    open_hook = [text](const char *path, const char *mode) -> FILE * {
+        if (strcmp(path, "/proc/meminfo") != 0) { return plain_open(path, mode); }
         errno = ENOENT;
         return *text != '\0' ? fmemopen(const_cast<char *>(text), strlen(text), mode) : nullptr;
     };
@@ -92,7 +91,7 @@ VekMemoryVtable own_table()
 TEST(Memory, ZeroSizesDoNotReachTheTable)
 {
     in_clean_child([] {
-        vektest::Allocator allocator;
+        Allocator allocator;
         EXPECT_EQ(vek_malloc(0), nullptr);
         EXPECT_EQ(vek_calloc(0, 16), nullptr);
         EXPECT_EQ(vek_calloc(16, 0), nullptr);
@@ -232,13 +231,13 @@ TEST(Trace, GoesWhereTheEnvironmentSays)
     const std::string expected = "vek_malloc(16) => P [#1]\nvek_free(P)\n";
     EXPECT_EQ(traced(path.c_str()).err, "");
     EXPECT_EQ(traced(path.c_str()).err, ""); // empties the file
-    EXPECT_EQ(plain(vektest::content_of(path)), expected);
+    EXPECT_EQ(plain(content_of(path)), expected);
     unlink(path.c_str());
 
     EXPECT_EQ(plain(traced("/nonexistent/trace").err),
               "/nonexistent/trace: No such file or directory\n" + expected);
 
-    const auto lost = vektest::in_child([] {
+    const auto lost = in_child([] {
         setenv("VEK_MALLOC_TRACE_FILE", "/nonexistent/trace", 1);
         stderr = nullptr;
         vek_memory_enable_trace();
@@ -335,18 +334,6 @@ namespace asking {
 
 void *volatile kept; ///< what is done with a result, so that no call is a tail call
 
-inline void with_arguments(int function, ...)
-{
-    va_list args;
-    va_start(args, function);
-    if (function == 0) {
-        kept = vek_strdup_vprintf("%d", args);
-    } else {
-        kept = vek_str_create_vprintf("%d", args);
-    }
-    va_end(args);
-}
-
 /** A variable with a string that an edit leaves where it is. */
 inline VekStr **variable()
 {
@@ -384,20 +371,18 @@ inline std::vector<void (*)()> operations()
         [] { kept = vek_strndup("x", 1); },
         [] { kept = vek_strdup_printf("%s", "x"); },
         [] { kept = vek_strdup_printf("%300d", 1); },
-        [] { with_arguments(0, 5); },
         [] { kept = vek_slist_prepend(nullptr, nullptr); },
         [] { kept = vek_slist_append(nullptr, nullptr); },
         [] { kept = vek_slist_insert_after(nullptr, nullptr); },
-        [] { kept = vektest::word(vek_hash_insert(untraced(vek_hash_new), nullptr, nullptr)); },
+        [] { kept = word(vek_hash_insert(untraced(vek_hash_new), nullptr, nullptr)); },
         [] { kept = vek_str_create("x"); },
         [] { kept = vek_str_ncreate("x", 1); },
         [] { kept = vek_str_create_printf("%s", "x"); },
         [] { kept = vek_str_create_printf("%300d", 1); },
-        [] { with_arguments(1, 5); },
-        [] { kept = vektest::word(vek_str_prepend_char(variable(), 'x')); },
-        [] { kept = vektest::word(vek_str_prepend_c_str(variable(), "x")); },
-        [] { kept = vektest::word(vek_str_append_c_str(variable(), "x")); },
-        [] { kept = vektest::word(vek_str_append_vek_str(variable(), *variable())); },
+        [] { kept = word(vek_str_prepend_char(variable(), 'x')); },
+        [] { kept = word(vek_str_prepend_c_str(variable(), "x")); },
+        [] { kept = word(vek_str_append_c_str(variable(), "x")); },
+        [] { kept = word(vek_str_append_vek_str(variable(), *variable())); },
         [] { kept = vek_name_to_vek_str(&name); },
         [] { kept = vek_name_table_create(nullptr); },
     };
@@ -411,6 +396,9 @@ TEST(Trace, AttributesToTheCodeThatAsked)
     static VekStack stack;
     std::vector<std::pair<void (*)(), const char *>> rows;
     for (const auto operation : asking::operations()) { rows.emplace_back(operation, "asking"); }
+    rows.emplace_back([] { asking::kept = with_list<vek_strdup_vprintf>("%d", 5); }, "with_list");
+    rows.emplace_back([] { asking::kept = with_list<vek_str_create_vprintf>("%d", 5); },
+                      "with_list");
     rows.emplace_back([] { asking::kept = vek_slist_dup(&list, nullptr); }, "vek_slist_dup");
     rows.emplace_back([] { vek_stack_push(&stack, nullptr); }, "vek_stack_push");
     const auto ended = in_clean_child([&] {
@@ -460,7 +448,7 @@ TEST(Trace, TellsOfAReleaseBeforeItIsMade)
 TEST(Trace, HandsOnTheAddressGiven)
 {
     const auto ended = in_clean_child([] {
-        void *const there = vektest::word(0x1234);
+        void *const there = word(0x1234);
         setenv("VEK_MALLOC_TRACE", "0", 1);
         vek_set_memory_vtable(nullptr);
         vek_free(vek_malloc(1)); // not traced

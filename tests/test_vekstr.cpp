@@ -8,7 +8,7 @@
 #include <climits>
 #include <cstring>
 
-using vektest::null_format;
+using namespace vektest;
 
 namespace {
 
@@ -18,15 +18,6 @@ void expect_text(VekStr *vekstr, const char *expected)
     EXPECT_STREQ(vek_str_to_c_str(vekstr), expected);
     if (vekstr != nullptr) { EXPECT_EQ(_vek_str_get_ref_count(vekstr), 1u); }
     EXPECT_EQ(vek_str_unref(vekstr), nullptr);
-}
-
-VekStr *format(const char *text, ...)
-{
-    va_list args;
-    va_start(args, text);
-    VekStr *const vekstr = vek_str_create_vprintf(text, args);
-    va_end(args);
-    return vekstr;
 }
 
 /* The replacing edits, each on a variable, with what becomes of "mid". */
@@ -45,7 +36,7 @@ const struct {
 
 TEST(Str, Create)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     expect_text(vek_str_create("text"), "text");
     expect_text(vek_str_create(""), "");
     expect_text(vek_str_ncreate("abc", 1), "a");
@@ -54,7 +45,8 @@ TEST(Str, Create)
     expect_text(vek_str_ncreate(nullptr, 0), "");
     expect_text(vek_str_create_printf("%d-%s", 7, "x"), "7-x");
     expect_text(vek_str_create_printf("%s", ""), "");
-    expect_text(format("%300d", 1), (std::string(299, ' ') + "1").c_str());
+    expect_text(with_list<vek_str_create_vprintf>("%300d", 1),
+                (std::string(299, ' ') + "1").c_str());
     VekStr *const padded = vek_str_ncreate("abc", 5);
     EXPECT_EQ(memcmp(padded->text, "abc\0\0", 6), 0); // room as asked for
     vek_str_unref(padded);
@@ -62,7 +54,7 @@ TEST(Str, Create)
 
 TEST(Str, ReferencesAndPersistence)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekStr *first = vek_str_create("a");
     VekStr *second = vek_str_ref(first);
     EXPECT_EQ(second, first);
@@ -86,7 +78,7 @@ TEST(Str, ReferencesAndPersistence)
 
 TEST(Str, Compare)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekStr *const a = vek_str_create("hello");
     VekStr *const b = vek_str_create("help");
     EXPECT_LT(vek_strcmp(a, b), 0);
@@ -109,7 +101,7 @@ TEST(Str, Compare)
 
 TEST(Str, EditInPlaceForAllHolders)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     const struct {
         void (*edit)(VekStr *vekstr);
         const char *before;
@@ -139,7 +131,7 @@ TEST(Str, EditInPlaceForAllHolders)
 
 TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    fail_each_allocation([](Allocator &allocator) {
         for (const auto &row : edits) {
             VekStr *variable = vek_str_create("mid");
             EXPECT_EQ(variable == nullptr, allocator.just_failed());
@@ -165,49 +157,43 @@ TEST(Str, ChecksNameTheFault)
     VekStr *null = nullptr;
     EXPECT_FAILS("len >= 0", vek_str_ncreate("x", -1), nullptr);
     EXPECT_FAILS("len == 0 || cstr != NULL", vek_str_ncreate(nullptr, 1), nullptr);
-    vektest::expect_warnings({}, [&] {
+    expect_warnings({}, [&] {
         EXPECT_EQ(vek_str_create(nullptr), nullptr);
         EXPECT_EQ(vek_str_neq_c_str(text, nullptr, 0), 1);
     });
-    const vektest::Check no_format = {"vek_str_create_vprintf_with_return", "format != NULL"};
-    vektest::expect_warnings({no_format, no_format}, [] {
+    const Check no_format = {"vek_str_create_vprintf_with_return", "format != NULL"};
+    expect_warnings({no_format, no_format}, [] {
         EXPECT_EQ(vek_str_create_printf(null_format), nullptr);
-        EXPECT_EQ(format(nullptr), nullptr);
+        EXPECT_EQ(with_list<vek_str_create_vprintf>(nullptr), nullptr);
     });
-    EXPECT_WARNS("str != NULL", vek_str_make_persistent(nullptr));
-    EXPECT_FAILS("s1 != NULL", vek_str_eq_c_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("s2 != NULL", vek_str_eq_c_str(text, nullptr), 0);
-    EXPECT_FAILS("s1 != NULL", vek_str_neq_c_str(nullptr, "x", 1), 0);
+    EXPECT_REFUSE(nullptr, "str != NULL", vek_str_make_persistent);
+    EXPECT_REFUSE(nullptr, "s1 != NULL", vek_str_eq_c_str, vek_str_neq_c_str);
+    EXPECT_REFUSE(text, "s2 != NULL", vek_str_eq_c_str);
     EXPECT_FAILS("n==0 || s2 != NULL", vek_str_neq_c_str(text, nullptr, 1), 0);
-    EXPECT_FAILS("vekstr", vek_strlen(nullptr), 0u);
-    EXPECT_WARNS("vekstr", vek_str_toupper(nullptr));
-    EXPECT_WARNS("vekstr", vek_str_tolower(nullptr));
-    EXPECT_WARNS("vekstr", vek_str_capitalize(nullptr));
-    EXPECT_FAILS("vekstr != NULL", vek_str_prepend_char(nullptr, 'x'), 0);
-    EXPECT_FAILS("vekstr != NULL", vek_str_prepend_c_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("c != NULL", vek_str_prepend_c_str(&text, nullptr), 0);
-    EXPECT_FAILS("vekstr != NULL", vek_str_append_c_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("c != NULL", vek_str_append_c_str(&text, nullptr), 0);
-    EXPECT_FAILS("vekstr1 != NULL", vek_str_append_vek_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("vekstr != NULL", vek_str_append_vek_str(&text, nullptr), 0);
-    const vektest::Check no_text = {"vek_strlen", "vekstr"};
-    vektest::expect_warnings({no_text, no_text, no_text, no_text},
-                             [&] { // each edit of a null string
-                                 EXPECT_EQ(vek_str_prepend_char(&null, 'x'), 0);
-                                 EXPECT_EQ(vek_str_prepend_c_str(&null, "x"), 0);
-                                 EXPECT_EQ(vek_str_append_c_str(&null, "x"), 0);
-                                 EXPECT_EQ(vek_str_append_vek_str(&null, text), 0);
-                             });
+    EXPECT_REFUSE(nullptr, "vekstr", vek_strlen, vek_str_toupper, vek_str_tolower,
+                  vek_str_capitalize, _vek_str_get_ref_count);
+    EXPECT_REFUSE(nullptr, "vekstr != NULL", vek_str_prepend_char, vek_str_prepend_c_str,
+                  vek_str_append_c_str);
+    EXPECT_REFUSE(nullptr, "vekstr1 != NULL", vek_str_append_vek_str);
+    EXPECT_REFUSE(&text, "c != NULL", vek_str_prepend_c_str, vek_str_append_c_str);
+    EXPECT_REFUSE(&text, "vekstr != NULL", vek_str_append_vek_str);
+    const Check no_text = {"vek_strlen", "vekstr"};
+    expect_warnings({no_text, no_text, no_text, no_text},
+                    [&] { // each edit of a null string
+                        EXPECT_EQ(vek_str_prepend_char(&null, 'x'), 0);
+                        EXPECT_EQ(vek_str_prepend_c_str(&null, "x"), 0);
+                        EXPECT_EQ(vek_str_append_c_str(&null, "x"), 0);
+                        EXPECT_EQ(vek_str_append_vek_str(&null, text), 0);
+                    });
     EXPECT_EQ(null, nullptr);
-    EXPECT_FAILS("vekstr", _vek_str_get_ref_count(nullptr), 0u);
 
     text->count = UINT_MAX - 2;
     EXPECT_EQ(vek_str_ref(text), text); // the last one that is granted
     EXPECT_FAILS("UINT_MAX > vekstr->count + 1", vek_str_ref(text), nullptr);
     EXPECT_EQ(text->count, UINT_MAX - 1);
     VekStr *holder = vek_str_create("y");
-    vektest::expect_warnings({{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}},
-                             [&] { EXPECT_EQ(vek_str_assign(&holder, &text), nullptr); });
+    expect_warnings({{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}},
+                    [&] { EXPECT_EQ(vek_str_assign(&holder, &text), nullptr); });
     EXPECT_EQ(holder, nullptr);
     text->count = 1;
     vek_str_unref(text);
@@ -215,7 +201,7 @@ TEST(Str, ChecksNameTheFault)
 
 TEST(Name, InternsEachTextOnce)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    fail_each_allocation([](Allocator &allocator) {
         VekNameTable *table = nullptr;
         EXPECT_EQ(vek_name_table_create(&table), table);
         EXPECT_EQ(table == nullptr, allocator.just_failed());
@@ -271,15 +257,10 @@ TEST(Name, HashHasItsReferenceValues)
 TEST(Name, ChecksNameTheFault)
 {
     VekNameTable *table = vek_name_table_create(nullptr);
-    EXPECT_FAILS("name_table != NULL", vek_name_from_string(nullptr, nullptr, 0), nullptr);
-    EXPECT_FAILS("string != NULL", vek_name_from_string(table, nullptr, 0), nullptr);
-    EXPECT_FAILS("name_table != NULL", vek_name_try_string(nullptr, nullptr), nullptr);
-    EXPECT_FAILS("string != NULL", vek_name_try_string(table, nullptr), nullptr);
-    EXPECT_FAILS("name_table != NULL", vek_name_from_vek_str(nullptr, nullptr, 0), nullptr);
-    EXPECT_FAILS("vek_str != NULL", vek_name_from_vek_str(table, nullptr, 0), nullptr);
-    EXPECT_FAILS("name", vek_name_to_string(nullptr), nullptr);
-    EXPECT_FAILS("name", vek_name_to_vek_str(nullptr), nullptr);
-    EXPECT_FAILS("name", vek_name_get_id(nullptr), 0);
-    EXPECT_WARNS("name_table != NULL", vek_name_table_destroy(nullptr));
+    EXPECT_REFUSE(nullptr, "name_table != NULL", vek_name_from_string, vek_name_try_string,
+                  vek_name_from_vek_str, vek_name_table_destroy);
+    EXPECT_REFUSE(nullptr, "name", vek_name_to_string, vek_name_to_vek_str, vek_name_get_id);
+    EXPECT_REFUSE(table, "string != NULL", vek_name_from_string, vek_name_try_string);
+    EXPECT_REFUSE(table, "vek_str != NULL", vek_name_from_vek_str);
     vek_name_table_destroy(&table);
 }

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <cwchar>
 
-using vektest::null_format;
+using namespace vektest;
 
 namespace {
 
@@ -34,7 +34,7 @@ char *format(const char *text, ...)
 
 TEST(StrFuncs, Copy)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     const std::string brief(255, 'b');
     const std::string longer(256, 'l');
     expect_text(vek_strdup("text"), "text");
@@ -73,25 +73,25 @@ TEST(StrFuncs, BoundedCopy)
 
 TEST(StrFuncs, ChecksNameTheFault)
 {
-    vektest::expect_warnings({}, [] {
+    expect_warnings({}, [] {
         EXPECT_EQ(vek_memdup(nullptr, 0), nullptr);
         EXPECT_EQ(vek_strndup(nullptr, 0), nullptr);
         EXPECT_EQ(vek_strlcpy(nullptr, "hello", 0), 5u);
         EXPECT_EQ(vek_strdup_printf("%lc", wint_t{0x7fffffff}), nullptr); // cannot be converted
     });
     EXPECT_FAILS("byte_size == 0 || mem != NULL", vek_memdup(nullptr, 4), nullptr);
-    EXPECT_FAILS("s != NULL", vek_strdup(nullptr), nullptr);
+    EXPECT_REFUSE(nullptr, "s != NULL", vek_strdup);
     EXPECT_FAILS("n == 0 || s != NULL", vek_strndup(nullptr, 1), nullptr);
     EXPECT_FAILS("format != NULL", vek_strdup_printf(null_format), nullptr);
-    const vektest::Check no_format = {"vek_strdup_vprintf_with_return", "format != NULL"};
-    vektest::expect_warnings({no_format, no_format}, [] { EXPECT_EQ(format(nullptr), nullptr); });
+    const Check no_format = {"vek_strdup_vprintf_with_return", "format != NULL"};
+    expect_warnings({no_format, no_format}, [] { EXPECT_EQ(format(nullptr), nullptr); });
     EXPECT_FAILS("src != NULL", vek_strlcpy(nullptr, nullptr, 4), 0u);
     EXPECT_FAILS("dest != NULL || destlen == 0", vek_strlcpy(nullptr, "x", 4), 0u);
 }
 
 TEST(StrFuncs, GiveNullWithoutMemory)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    fail_each_allocation([](Allocator &allocator) {
         for (const auto &make : std::initializer_list<void *(*)()>{
                  [] { return vek_memdup("x", 1); },
                  []() -> void * { return vek_strdup("x"); },

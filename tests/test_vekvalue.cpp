@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <limits>
 
-using vektest::captured;
+using namespace vektest;
 
 namespace {
 
@@ -93,7 +93,7 @@ VekDestroyFunc release_of(int type)
 
 TEST(Value, EveryTypeCopiesComparesAndReleases)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    fail_each_allocation([](Allocator &allocator) {
         for (int type = VEK_VALUE_INT; type < VEK_VALUE_MAX; ++type) {
             VekValue value;
             make(&value, type);
@@ -107,7 +107,7 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
             EXPECT_EQ(vek_value_get_type(&copy), type);
             EXPECT_TRUE(copied ? vek_value_equal(&value, &copy) : copy.payload.pointer == nullptr);
             VekValue *dup = nullptr;
-            vektest::expect_warnings({}, [&] { dup = vek_value_dup(&value); });
+            expect_warnings({}, [&] { dup = vek_value_dup(&value); });
             EXPECT_EQ(dup == nullptr, allocator.just_failed());
             EXPECT_TRUE(dup == nullptr || vek_value_equal(dup, &value));
             if (VEK_VALUE_IS_SLIST(&value)) {
@@ -158,47 +158,46 @@ TEST(Value, EqualityHasItsCorners)
 
 TEST(Value, ConvertsToNumbers)
 {
-    const std::string range = strerror(ERANGE);
-    const auto cannot = [](const std::string &text, const char *number) {
-        return "Can't convert string \"" + text + "\" to " + number + "\n";
-    };
-    const auto error = [&](const std::string &text, const char *number) {
-        return "Error converting string \"" + text + "\" to " + number + ": " + range + "\n";
-    };
+    enum Fault { none, nothing, range }; // nothing of the text is a number, or it is out of range
     const struct {
         const char *text;
         int32_t integer;
-        std::string integer_message;
         double real;
-        std::string real_message;
+        Fault integer_fault = none;
+        Fault real_fault = none;
     } rows[] = {
-        {"0x1A", 26, "", 26, ""},
-        {"010", 8, "", 10, ""},
-        {"0b11", 0, "", 0, ""},
-        {"\t-0x10", -16, "", -16, ""},
-        {"+0x10", 16, "", 16, ""},
-        {"12abc", 12, "", 12, ""},
-        {" 7", 7, "", 7, ""},
-        {"0", 0, "", 0, ""},
-        {"-3.9", -3, "", -3.9, ""},
-        {"abc", 0, cannot("abc", "an integer"), 0, cannot("abc", "a double")},
-        {"", 0, cannot("", "an integer"), 0, cannot("", "a double")},
-        {"2147483648", INT32_MAX, error("2147483648", "an integer"), 2147483648.0, ""},
-        {"-99999999999", INT32_MIN, error("-99999999999", "an integer"), -99999999999.0, ""},
-        {"1e400", 1, "", HUGE_VAL, error("1e400", "a double")},
-        {nullptr, 0, "", 0, ""},
+        {"0x1A", 26, 26},
+        {"010", 8, 10},
+        {"0b11", 0, 0},
+        {"\t-0x10", -16, -16},
+        {"+0x10", 16, 16},
+        {"12abc", 12, 12},
+        {" 7", 7, 7},
+        {"0", 0, 0},
+        {"-3.9", -3, -3.9},
+        {"abc", 0, 0, nothing, nothing},
+        {"", 0, 0, nothing, nothing},
+        {"2147483648", INT32_MAX, 2147483648.0, range, none},
+        {"-99999999999", INT32_MIN, -99999999999.0, range, none},
+        {"1e400", 1, HUGE_VAL, none, range},
+        {nullptr, 0, 0},
     };
     for (const auto &row : rows) {
-        VekStr *const vekstr = vek_str_create(row.text);
+        const auto told = [&](Fault fault, const char *number) {
+            if (fault == none) { return std::string(); }
+            const std::string what = std::string(" string \"") + row.text + "\" to " + number;
+            return fault == nothing ? "Can't convert" + what + "\n"
+                                    : "Error converting" + what + ": " + strerror(ERANGE) + "\n";
+        };
         Value string = string_value(row.text);
-        Value shared(vek_value_take_vekstr, vekstr);
-        for (VekValue *value : {static_cast<VekValue *>(string), static_cast<VekValue *>(shared)}) {
+        Value vekstr(vek_value_take_vekstr, vek_str_create(row.text));
+        for (VekValue *const value : std::initializer_list<VekValue *>{string, vekstr}) {
             errno = EDOM; // a stale error is not the conversion's
             EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_int(value), row.integer); }),
-                      row.integer_message);
+                      told(row.integer_fault, "an integer"));
             errno = EDOM;
             EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_double(value), row.real); }),
-                      row.real_message);
+                      told(row.real_fault, "a double"));
         }
     }
     const std::pair<double, int32_t> doubles[] = {{2.9, 2},
@@ -248,7 +247,7 @@ TEST(Value, ConvertsToText)
 
 TEST(Value, OwnershipFollowsTheVerb)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekStr *const vekstr = vek_str_create("a");
     VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
     VekValue value;
@@ -311,7 +310,7 @@ TEST(Value, OwnershipFollowsTheVerb)
 
 TEST(Value, ListsAreCopiedWholeOrNotAtAll)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekStr *const limited = vek_str_create("x");
     Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, limited));
     VekValue copy;
@@ -328,105 +327,85 @@ TEST(Value, ListsAreCopiedWholeOrNotAtAll)
     captured(2, [&] { EXPECT_EQ(vek_value_dup(of_empty), nullptr); });
 }
 
-/* A function that reads values of one type refuses null, and whatever is of another type or of none. */
-#define EXPECT_READS_ONLY(type, function, parameter, others)                                       \
-    EXPECT_FAILS(#parameter " != NULL", function(nullptr), decltype(function(nullptr)){});         \
-    for (VekValue *const other : others) {                                                         \
-        EXPECT_FAILS(#parameter "->vt->type == " #type, function(other),                           \
-                     decltype(function(nullptr)){});                                               \
-    }
-
 TEST(Value, ReadersNameTheFault)
 {
+    EXPECT_REFUSE(nullptr, "vekvalue != NULL", vek_value_get_int, vek_value_get_double,
+                  vek_value_get_string, vek_value_get_vekstr, vek_value_get_pointer,
+                  vek_value_get_name, vek_value_get_dict, vek_value_get_slist, vek_value_dup_string,
+                  vek_value_dup_vekstr, vek_value_dup_dict, vek_value_dup_slist,
+                  vek_value_steal_string, vek_value_steal_vekstr, vek_value_get_as_pointer);
+    EXPECT_REFUSE(nullptr, "value != NULL", vek_value_steal_pointer, vek_value_get_as_int,
+                  vek_value_get_as_double, vek_value_get_as_string, vek_value_get_as_vekstr);
     VekValue empty = {};
-    Value words(vek_value_init, VEK_VALUE_SLIST_OF_INT);
-    VekValue *const others[] = {&empty, words};
-    EXPECT_READS_ONLY(VEK_VALUE_INT, vek_value_get_int, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_DOUBLE, vek_value_get_double, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_STRING, vek_value_get_string, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_VEKSTR, vek_value_get_vekstr, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_POINTER, vek_value_get_pointer, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_NAME, vek_value_get_name, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_DICT, vek_value_get_dict, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_STRING, vek_value_dup_string, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_VEKSTR, vek_value_dup_vekstr, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_DICT, vek_value_dup_dict, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_STRING, vek_value_steal_string, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_VEKSTR, vek_value_steal_vekstr, vekvalue, others);
-    EXPECT_READS_ONLY(VEK_VALUE_POINTER, vek_value_steal_pointer, value, others);
-
-    // The tests for a list ask for the type four times.
-    const vektest::Check no_type = {"vek_value_get_type", "value->vt != NULL"};
-    const vektest::Check no_list = {"vek_value_get_slist", "VEK_VALUE_IS_SLIST(vekvalue)"};
-    vektest::expect_warnings({no_type, no_type, no_type, no_type, no_list},
-                             [&] { EXPECT_EQ(vek_value_get_slist(&empty), nullptr); });
-    Value number(vek_value_set_int, 1);
-    Value real(vek_value_set_double, 1.0);
-    EXPECT_FAILS("vekvalue != NULL", vek_value_get_slist(nullptr), nullptr);
-    EXPECT_FAILS("vekvalue != NULL", vek_value_dup_slist(nullptr), nullptr);
-    EXPECT_FAILS("VEK_VALUE_IS_SLIST(vekvalue)", vek_value_dup_slist(number), nullptr);
-
-    EXPECT_FAILS("vekvalue != NULL", vek_value_get_as_pointer(nullptr), nullptr);
-    for (VekValue *const other : std::initializer_list<VekValue *>{&empty, number, real}) {
-        EXPECT_FAILS(
-            "vekvalue->vt->type != VEK_VALUE_INT && vekvalue->vt->type != VEK_VALUE_DOUBLE",
-            vek_value_get_as_pointer(other), nullptr);
+    VekValue list;
+    VekValue number;
+    VekValue real;
+    vek_value_init(&list, VEK_VALUE_SLIST_OF_INT);
+    vek_value_init(&number, VEK_VALUE_INT);
+    vek_value_init(&real, VEK_VALUE_DOUBLE);
+    for (VekValue *const other : {&empty, &list}) { // of no type, of another one
+        const std::string type = "vekvalue->vt->type == VEK_VALUE_";
+        EXPECT_REFUSE(other, type + "INT", vek_value_get_int);
+        EXPECT_REFUSE(other, type + "DOUBLE", vek_value_get_double);
+        EXPECT_REFUSE(other, type + "STRING", vek_value_get_string, vek_value_dup_string,
+                      vek_value_steal_string);
+        EXPECT_REFUSE(other, type + "VEKSTR", vek_value_get_vekstr, vek_value_dup_vekstr,
+                      vek_value_steal_vekstr);
+        EXPECT_REFUSE(other, type + "POINTER", vek_value_get_pointer);
+        EXPECT_REFUSE(other, "value->vt->type == VEK_VALUE_POINTER", vek_value_steal_pointer);
+        EXPECT_REFUSE(other, type + "NAME", vek_value_get_name);
+        EXPECT_REFUSE(other, type + "DICT", vek_value_get_dict, vek_value_dup_dict);
     }
-    EXPECT_FAILS("value != NULL", vek_value_get_as_int(nullptr), 0);
-    EXPECT_FAILS("value != NULL", vek_value_get_as_double(nullptr), 0.0);
-    EXPECT_FAILS("value != NULL", vek_value_get_as_string(nullptr), nullptr);
-    EXPECT_FAILS("value != NULL", vek_value_get_as_vekstr(nullptr), nullptr);
-    vektest::expect_warnings({no_type, no_type, no_type, no_type}, [&] {
+    for (VekValue *const other : {&empty, &number, &real}) {
+        const char *const no_number =
+            "vekvalue->vt->type != VEK_VALUE_INT && vekvalue->vt->type != VEK_VALUE_DOUBLE";
+        EXPECT_REFUSE(other, no_number, vek_value_get_as_pointer);
+    }
+    const char *const is_list = "VEK_VALUE_IS_SLIST(vekvalue)";
+    EXPECT_REFUSE(&number, is_list, vek_value_get_slist, vek_value_dup_slist);
+
+    // The test for a list asks for the type four times; so do both conversions together.
+    const Check no_type = {"vek_value_get_type", "value->vt != NULL"};
+    expect_warnings({no_type, no_type, no_type, no_type, {"vek_value_get_slist", is_list}},
+                    [&] { EXPECT_EQ(vek_value_get_slist(&empty), nullptr); });
+    expect_warnings({no_type, no_type, no_type, no_type}, [&] {
         EXPECT_EQ(text_of(&empty), address("[unknown VekValueType]", nullptr));
     });
     const std::string refused = captured(2, [] {
         EXPECT_EQ(vek_value_get_as_int(Value(vek_value_set_name, &name)), 0);
         EXPECT_EQ(vek_value_get_as_double(Value(vek_value_set_name, &name)), 0.0);
     });
-    EXPECT_EQ(vektest::without_lines(refused),
+    EXPECT_EQ(without_lines(refused),
               "veklib/vekvalue.cpp:L: Can't coerce VEK_VALUE_NAME to int\n"
               "veklib/vekvalue.cpp:L: Can't coerce VEK_VALUE_NAME to double\n");
 }
 
 TEST(Value, WritersNameTheFault)
 {
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_int(nullptr, 1));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_double(nullptr, 1));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_vekstr(nullptr, nullptr));
-    EXPECT_FAILS("vekvalue != NULL", vek_value_set_string(nullptr, "x"), 0);
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_pointer(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_name(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_slist_of_int(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_slist_of_str(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_slist_of_ptr(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_slist_of_value(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_set_dict(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_vekstr(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_string(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_slist_of_int(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_slist_of_str(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_slist_of_ptr(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_slist_of_value(nullptr, nullptr));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_take_dict(nullptr, nullptr));
-
+    EXPECT_REFUSE(
+        nullptr, "vekvalue != NULL", vek_value_set_int, vek_value_set_double, vek_value_set_vekstr,
+        vek_value_set_string, vek_value_set_pointer, vek_value_set_name, vek_value_set_slist_of_int,
+        vek_value_set_slist_of_str, vek_value_set_slist_of_ptr, vek_value_set_slist_of_value,
+        vek_value_set_dict, vek_value_take_vekstr, vek_value_take_string,
+        vek_value_take_slist_of_int, vek_value_take_slist_of_str, vek_value_take_slist_of_ptr,
+        vek_value_take_slist_of_value, vek_value_take_dict, vek_value_init, vek_value_release);
+    EXPECT_REFUSE(nullptr, "dest != NULL", vek_value_copy);
     Value number(vek_value_set_int, 1);
     VekValue empty = {};
     for (const auto &[type, condition] : {std::pair{11, "type < VEK_VALUE_MAX"},
                                           {-1, "type != VEK_VALUE_INVALID"},
                                           {-1000, "type > VEK_VALUE_INVALID"}}) {
-        EXPECT_WARNS(condition, vek_value_init(number, static_cast<VekValueType>(type)));
+        expect_warnings({{"vek_value_init", condition}},
+                        [&] { vek_value_init(number, static_cast<VekValueType>(type)); });
         EXPECT_EQ(vek_value_get_int(number), 1);
     }
-    EXPECT_WARNS("vekvalue != NULL", vek_value_init(nullptr, VEK_VALUE_MAX));
-    EXPECT_WARNS("vekvalue != NULL", vek_value_release(nullptr));
-    vektest::expect_warnings({}, [&] { vek_value_release(&empty), vek_value_destroy(nullptr); });
+    expect_warnings({}, [&] { vek_value_release(&empty), vek_value_destroy(nullptr); });
     EXPECT_FAILS("value != NULL", vek_value_get_type(nullptr), VEK_VALUE_INVALID);
     EXPECT_FAILS("value->vt != NULL", vek_value_get_type(&empty), VEK_VALUE_INVALID);
-    EXPECT_FAILS("dest != NULL", vek_value_copy(nullptr, nullptr), 0);
-    EXPECT_FAILS("src != NULL", vek_value_copy(&empty, nullptr), 0);
+    EXPECT_REFUSE(&empty, "src != NULL", vek_value_copy);
     EXPECT_FAILS("src->vt != NULL", vek_value_copy(number, &empty), 0);
-    vektest::expect_warnings({{"vek_value_copy", "src != NULL"}},
-                             [] { EXPECT_EQ(vek_value_dup(nullptr), nullptr); });
+    expect_warnings({{"vek_value_copy", "src != NULL"}},
+                    [] { EXPECT_EQ(vek_value_dup(nullptr), nullptr); });
     EXPECT_FAILS("val1->vt != NULL", vek_value_equal(&empty, number), 0);
     EXPECT_FAILS("val2->vt != NULL", vek_value_equal(number, &empty), 0);
 }

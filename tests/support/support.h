@@ -4,10 +4,12 @@
 #ifndef VEKLIB_TESTS_SUPPORT_H
 #define VEKLIB_TESTS_SUPPORT_H
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -49,24 +51,51 @@ inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 /** A format that the compiler must not recognise as null. */
 inline const char *const null_format = nullptr;
 
+/** What `function` makes of a format and an argument list. */
+template <auto function>
+auto with_list(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const auto result = function(format, args);
+    va_end(args);
+    return result;
+}
+
 /** A failed check: function and condition. */
 using Check = std::pair<std::string, std::string>;
 
-/** Expects `body` to write exactly these failed-check warnings, in this order, of a source of the
- *  library ("*": of any). */
-void expect_warnings(const std::vector<Check> &checks, const std::function<void()> &body,
-                     const std::string &source = "*");
+/** Expects `body` to write exactly these failed-check warnings, in this order. */
+void expect_warnings(const std::vector<Check> &checks, const std::function<void()> &body);
 
-/** The function that the text of a call names. */
-std::string called(const std::string &call);
+/** The functions of a list, or of a call, with the condition that all of them check. */
+std::vector<Check> same_check(const std::string &functions, const std::string &condition);
 
-/** Expects the call to give `value`, with the warning that one of the called function's checks failed. */
+/** Calls a function with `first`, then with null and zeros, and expects null or 0. */
+template <typename Result, typename First, typename... Rest>
+void call_for_nothing(std::type_identity_t<First> first, Result (*function)(First, Rest...))
+{
+    if constexpr (std::is_void_v<Result>) {
+        function(first, Rest{}...);
+    } else {
+        EXPECT_EQ(function(first, Rest{}...), Result{});
+    }
+}
+
+template <typename First, typename... Functions>
+void expect_refusals(First first, const std::vector<Check> &checks, Functions... functions)
+{
+    expect_warnings(checks, [&] { (call_for_nothing(first, functions), ...); });
+}
+
+/** Expects each function, given `first` and otherwise null and zeros, to give null or 0 with the
+ *  warning that this check failed. */
+#define EXPECT_REFUSE(first, condition, ...)                                                       \
+    vektest::expect_refusals(first, vektest::same_check(#__VA_ARGS__, condition), __VA_ARGS__)
+
+/** Expects the call to give `value` with that warning. */
 #define EXPECT_FAILS(condition, call, value)                                                       \
-    vektest::expect_warnings({{vektest::called(#call), condition}}, [&] { EXPECT_EQ(call, value); })
-
-/** EXPECT_FAILS() for a call without a result. */
-#define EXPECT_WARNS(condition, call)                                                              \
-    vektest::expect_warnings({{vektest::called(#call), condition}}, [&] { call; })
+    vektest::expect_warnings(vektest::same_check(#call, condition), [&] { EXPECT_EQ(call, value); })
 
 /** What every fopen() of the process goes through, the library's included; null: straight on. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
