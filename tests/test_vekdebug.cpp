@@ -425,19 +425,6 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
     EXPECT_EQ(ended.out.find("Key: x"), std::string::npos); // a setting made meanwhile
 }
 
-TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)
-{
-    in_folder([] {
-        start("mainfile=main,send=1,receive=1");
-        VekDebugDomain *const net = add_net();
-        setenv("VEK_DEBUG_CONFIG", "mainfile=main,send=missing/file,receive=1", 1);
-        captured(2, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
-        vek_debug_print(nullptr, 0, "a");
-        vek_debug_print(net, 2, "b"); // the update stopped at the flag in front of it
-        EXPECT_EQ(content_of("main"), "ab");
-    });
-}
-
 TEST(Debug, AFileThatCannotBeOpenedIsTold)
 {
     in_folder([] {

@@ -200,14 +200,14 @@ TEST(Value, ConvertsToNumbers)
                       told(row.real_fault, "a double"));
         }
     }
-    const std::pair<double, int32_t> doubles[] = {{2.9, 2},
-                                                  {-2.9, -2},
-                                                  {1e20, INT32_MAX},
-                                                  {-1e20, INT32_MIN},
-                                                  {2147483647.9, INT32_MAX},
-                                                  {std::numeric_limits<double>::quiet_NaN(), 0},
-                                                  {-HUGE_VAL, INT32_MIN}};
-    for (const auto &[real, integer] : doubles) {
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const auto &[real, integer] : {std::pair<double, int32_t>{2.9, 2},
+                                        {-2.9, -2},
+                                        {nan, 0},
+                                        {1e20, INT32_MAX},
+                                        {-1e20, INT32_MIN},
+                                        {2147483647.9, INT32_MAX},
+                                        {-HUGE_VAL, INT32_MIN}}) {
         Value value(vek_value_set_double, real);
         EXPECT_EQ(vek_value_get_as_int(value), integer);
         EXPECT_TRUE(std::isnan(real) || vek_value_get_as_double(value) == real);
@@ -229,12 +229,10 @@ TEST(Value, ConvertsToText)
     EXPECT_EQ(text_of(pointer), address("VEK_VALUE_POINTER", &name));
     VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
     EXPECT_EQ(text_of(Value(vek_value_take_dict, dict)), address("VEK_VALUE_DICT", dict));
-    for (const auto &[type, text] : {
-             std::pair{VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
-             {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
-             {VEK_VALUE_SLIST_OF_POINTER, "VEK_VALUE_SLIST_OF_POINTER"},
-             {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"},
-         }) {
+    for (const auto &[type, text] : {std::pair{VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
+                                     {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
+                                     {VEK_VALUE_SLIST_OF_POINTER, "VEK_VALUE_SLIST_OF_POINTER"},
+                                     {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"}}) {
         EXPECT_EQ(text_of(Value(vek_value_init, type)), address(text, nullptr));
     }
     Value text(vek_value_take_vekstr, vek_str_create("17"));

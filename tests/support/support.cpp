@@ -64,9 +64,7 @@ public:
         fflush(nullptr);
         dup2(saved_, fd_);
         close(saved_);
-        std::string text(static_cast<size_t>(lseek(fileno(file_), 0, SEEK_END)), '\0');
-        rewind(file_);
-        text.resize(fread(text.data(), 1, text.size(), file_));
+        const std::string text = content_of("/proc/self/fd/" + std::to_string(fileno(file_)));
         fclose(file_);
         return text;
     }
@@ -89,8 +87,7 @@ struct AllocatorState {
 void *allocate(size_t size, void *)
 {
     ++state.asked;
-    if (state.failing != 0 &&
-        (state.asked == state.failing || (state.onward && state.asked > state.failing))) {
+    if (state.asked == state.failing || (state.failed && state.onward)) {
         state.failed = state.just_failed = true;
         return nullptr;
     }
@@ -156,13 +153,9 @@ Ended in_child(const std::function<void()> &body)
     }
     int status = 0;
     waitpid(child, &status, 0);
-    Ended ended = {.out = out.take(), .err = err.take(), .exit_code = -1, .signal = 0};
-    if (WIFEXITED(status)) {
-        ended.exit_code = WEXITSTATUS(status);
-    } else {
-        ended.signal = WTERMSIG(status);
-    }
-    return ended;
+    const bool exited = WIFEXITED(status);
+    return {out.take(), err.take(), exited ? WEXITSTATUS(status) : -1,
+            exited ? 0 : WTERMSIG(status)};
 }
 
 Ended in_clean_child(const std::function<void()> &body)
