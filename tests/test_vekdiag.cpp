@@ -111,7 +111,7 @@ TEST(Fatal, NeverReturns)
             report();
         });
         EXPECT_EQ(ended.signal, SIGABRT);
-        EXPECT_EQ(ended.err.find("gone"), std::string::npos);
+        EXPECT_FALSE(contains(ended.err, "gone"));
     }
 }
 
@@ -125,7 +125,7 @@ TEST(Fatal, DefaultHandlerPrintsAndAborts)
     });
     EXPECT_EQ(ended.signal, SIGABRT);
     EXPECT_EQ(ended.err.rfind("\n----- ERROR -----\nf.c:3: broken\n", 0), 0u) << ended.err;
-    EXPECT_NE(ended.err.find("TestBody"), std::string::npos) << "no back-trace: " << ended.err;
+    EXPECT_TRUE(contains(ended.err, "TestBody")) << "no back-trace: " << ended.err;
     const auto unnamed = in_child([] { vek_abort(); });
     EXPECT_EQ(unnamed.err.rfind("\n----- ERROR -----\n[no info]\n", 0), 0u) << unnamed.err;
     const auto silent = in_child([] {
@@ -161,15 +161,13 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
         });
         const auto frames = lines_of(ended.out);
         EXPECT_EQ(frames.size(), row.frames);
-        for (const auto &frame : frames) {
-            EXPECT_NE(frame.find("descend"), std::string::npos) << frame;
-        }
+        for (const auto &frame : frames) { EXPECT_TRUE(contains(frame, "descend")) << frame; }
     }
     // A short stack: of the 11 frames of descend() the innermost, which called, is left out.
     const auto frames = lines_of(in_clean_child([] { descend(10); }).out);
-    const auto is_named = [](const std::string &line) { return line.find("descend") != line.npos; };
+    const auto is_named = [](const std::string &line) { return contains(line, "descend"); };
     EXPECT_EQ(std::ranges::count_if(frames, is_named), 10);
-    EXPECT_EQ(frames.back().find("_start"), std::string::npos);
+    EXPECT_FALSE(contains(frames.back(), "_start"));
 }
 
 TEST(Diagnostics, AllocateNothing)

@@ -14,14 +14,11 @@ namespace {
 std::vector<intptr_t> keys_in_order(VekHash *hash)
 {
     std::vector<intptr_t> keys;
-    vek_hash_foreach(
-        hash,
-        [](void *found, void *, void *into) {
-            static_cast<std::vector<intptr_t> *>(into)->push_back(
-                reinterpret_cast<intptr_t>(found));
-            return 0;
-        },
-        &keys);
+    const auto note = [](void *key, void *, void *into) {
+        static_cast<decltype(keys) *>(into)->push_back(reinterpret_cast<intptr_t>(key));
+        return 0;
+    };
+    vek_hash_foreach(hash, note, &keys);
     return keys;
 }
 
@@ -58,28 +55,25 @@ TEST(Hash, GrowsAndShrinksByTheRules)
     Allocator allocator;
     VekHash *const hash = vek_hash_new();
     EXPECT_EQ(hash->table_size, 8u);
+    std::vector<std::pair<uint32_t, uint32_t>> changes; ///< the entries and the new size, at each
     uint32_t size = 8;
-    std::vector<std::pair<intptr_t, uint32_t>> growth;
+    const auto watch = [&] {
+        if (hash->table_size != size) { changes.emplace_back(hash->entry_count, hash->table_size); }
+        size = hash->table_size;
+    };
     for (intptr_t i = 0; i <= 1024; ++i) {
         EXPECT_EQ(vek_hash_insert(hash, word(i), word(i + 1)), 1);
-        if (hash->table_size != size) { growth.emplace_back(i, size = hash->table_size); }
+        watch();
     }
-    const std::vector<std::pair<intptr_t, uint32_t>> expected_growth = {
-        {24, 16}, {96, 32}, {256, 64}, {512, 128}, {1024, 256}};
-    EXPECT_EQ(growth, expected_growth);
-
-    std::vector<std::pair<uint32_t, uint32_t>> shrink;
     for (intptr_t i = 1024; i >= 0; --i) {
         EXPECT_EQ(vek_hash_lookup(hash, word(i)), word(i + 1));
         EXPECT_EQ(vek_hash_remove(hash, word(i)), 1);
         EXPECT_EQ(vek_hash_remove(hash, word(i)), 0);
-        if (hash->table_size != size) {
-            shrink.emplace_back(hash->entry_count, size = hash->table_size);
-        }
+        watch();
     }
-    const std::vector<std::pair<uint32_t, uint32_t>> expected_shrink = {
-        {255, 128}, {127, 64}, {63, 32}, {31, 16}, {15, 8}};
-    EXPECT_EQ(shrink, expected_shrink);
+    const decltype(changes) expected = {{25, 16},   {97, 32},  {257, 64}, {513, 128}, {1025, 256},
+                                        {255, 128}, {127, 64}, {63, 32},  {31, 16},   {15, 8}};
+    EXPECT_EQ(changes, expected);
     vek_hash_destroy(hash);
 }
 
@@ -93,8 +87,8 @@ TEST(Hash, OrderFollowsTheChains)
     EXPECT_EQ(hash->table_size, 16u);
     EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{16, 0, 1, 24, 8}));
     int calls = 0;
-    vek_hash_foreach(
-        hash, [](void *, void *, void *count) { return ++*static_cast<int *>(count); }, &calls);
+    const auto stop = [](void *, void *, void *count) { return ++*static_cast<int *>(count); };
+    vek_hash_foreach(hash, stop, &calls);
     EXPECT_EQ(calls, 1);
     vek_hash_destroy(hash);
 }
@@ -156,7 +150,7 @@ TEST(Hash, DumpPrintsTheChains)
     vek_hash_insert(hash, word(1), nullptr);
     char address[32];
     snprintf(address, sizeof address, "1\t%p\t\n", static_cast<void *>(hash->table[1]));
-    EXPECT_NE(captured(1, [&] { _vek_hash_dump(hash); }).find(address), std::string::npos);
+    EXPECT_TRUE(contains(captured(1, [&] { _vek_hash_dump(hash); }), address));
     vek_hash_destroy(hash);
 }
 

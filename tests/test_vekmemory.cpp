@@ -20,6 +20,7 @@
 #include <thread>
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <unistd.h>
 
 using namespace vektest;
@@ -80,6 +81,16 @@ TEST(Memory, ZeroSizesDoNotReachTheTable)
         EXPECT_EQ(vek_malloc_if_available_with_return(0, nullptr), nullptr);
         vek_free(nullptr);
         EXPECT_EQ(allocator.allocations(), 0u);
+    });
+}
+
+TEST(Memory, TheDefaultTableGivesBack)
+{
+    in_clean_child([] {
+        vek_free(vek_malloc(1000));
+        const auto before = mallinfo2().uordblks;
+        vek_free(vek_malloc(1000));
+        EXPECT_EQ(mallinfo2().uordblks, before);
     });
 }
 
@@ -396,7 +407,7 @@ TEST(Trace, AttributesToTheCodeThatAsked)
     for (const auto &[operation, name] : rows) {
         Dl_info info = {};
         dladdr(reinterpret_cast<void *>(strtoull(rest.c_str(), nullptr, 16)), &info);
-        EXPECT_NE(std::string(info.dli_sname ? info.dli_sname : "").find(name), std::string::npos)
+        EXPECT_TRUE(contains(info.dli_sname != nullptr ? info.dli_sname : "", name))
             << name << " in " << rest.substr(0, rest.find('\n'));
         rest.erase(0, rest.find("\n\n") + 2);
     }

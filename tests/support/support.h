@@ -45,6 +45,11 @@ std::string without_lines(const std::string &text);
 
 std::string content_of(const std::string &path);
 
+inline bool contains(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
+
 /** A number as the pointer that generic containers hold. */
 inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 
