@@ -100,19 +100,14 @@ TEST(Error, WithoutMemoryIsShared)
 
 TEST(Error, NullIsAnAssertion)
 {
-    const struct {
-        void (*call)();
-        const char *function;
-    } rows[] = {{[] { vek_error_append_msg(nullptr, "x"); }, "append_msg_va"},
-                {[] { VEK_ERROR_ADD_CALLSTACK_ENTRY(nullptr); }, "_vek_error_add_callstack_entry"}};
-    for (const auto &row : rows) {
-        const auto ended = in_child(row.call);
+    const auto expect_abort = [](const std::string &function, const std::function<void()> &call) {
+        const auto ended = in_child(call);
         EXPECT_EQ(ended.signal, SIGABRT);
-        const std::string failed = ": Assertion `((void *)0) != err' failed.";
-        EXPECT_TRUE(
-            contains(without_lines(ended.err), "veklib/vekerror.cpp:L: " + (row.function + failed)))
-            << ended.err;
-    }
+        const std::string failed = function + ": Assertion `((void *)0) != err' failed.";
+        EXPECT_TRUE(contains(without_lines(ended.err), "veklib/vekerror.cpp:L: " + failed));
+    };
+    expect_abort("append_msg_va", [] { vek_error_append_msg(nullptr, "x"); });
+    expect_abort("_vek_error_add_callstack_entry", [] { VEK_ERROR_ADD_CALLSTACK_ENTRY(nullptr); });
 }
 
 TEST(Thread, SlotsAreForEachThread)

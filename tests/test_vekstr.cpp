@@ -20,18 +20,6 @@ void expect_text(VekStr *vekstr, const char *expected)
     EXPECT_EQ(vek_str_unref(vekstr), nullptr);
 }
 
-/* The replacing edits, each on a variable, with what becomes of "mid". */
-const struct {
-    int (*edit)(VekStr **variable);
-    const char *result;
-} edits[] = {
-    {[](VekStr **s) { return vek_str_prepend_char(s, '<'); }, "<mid"},
-    {[](VekStr **s) { return vek_str_prepend_c_str(s, "pre"); }, "premid"},
-    {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
-    {[](VekStr **s) { return vek_str_append_c_str(s, vek_str_to_c_str(*s)); }, "midmid"},
-    {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
-};
-
 } // namespace
 
 TEST(Str, Create)
@@ -131,7 +119,17 @@ TEST(Str, EditInPlaceForAllHolders)
 
 TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
 {
-    fail_each_allocation([](Allocator &allocator) {
+    const struct {
+        int (*edit)(VekStr **variable);
+        const char *result; ///< what becomes of "mid"
+    } edits[] = {
+        {[](VekStr **s) { return vek_str_prepend_char(s, '<'); }, "<mid"},
+        {[](VekStr **s) { return vek_str_prepend_c_str(s, "pre"); }, "premid"},
+        {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
+        {[](VekStr **s) { return vek_str_append_c_str(s, vek_str_to_c_str(*s)); }, "midmid"},
+        {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
+    };
+    fail_each_allocation([&](Allocator &allocator) {
         for (const auto &row : edits) {
             VekStr *variable = vek_str_create("mid");
             EXPECT_EQ(variable == nullptr, allocator.just_failed());
