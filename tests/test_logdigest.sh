@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 # usage: test_logdigest.sh SOURCES COMMAND... - COMMAND runs logdigest (under an emulator perhaps).
 set -eu
+unset VEK_FATAL_WARNINGS VEK_BACKTRACE_SIZE VEK_MALLOC_TRACE VEK_MALLOC_TRACE_FILE VEK_DEBUG_CONFIG
 here=$1/logdigest
 shift
 folder=$(mktemp -d)
