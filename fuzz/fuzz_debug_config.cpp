@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The text of the debug configuration, from a file and from the environment, through a whole life of
- * debug output. The input's first byte tells how much of it is the file. */
+/* The text of the debug configuration, from a file and from the environment, through a whole life
+ * of debug output. The input's first byte tells how much of it is the file. */
 #include <veklib/vekdebug.h>
 
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/* Settings name files to write to: whatever they are called, nothing is written here. (The fuzzer itself
- * writes its findings in mode "wb".) */
+/* Settings name files to write to: whatever they are called, nothing is written here. (The fuzzer
+ * itself writes its findings in mode "wb".) */
 extern "C" FILE *fopen(const char *path, const char *mode)
 {
     static const auto original =

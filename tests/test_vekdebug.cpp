@@ -60,7 +60,7 @@ void fail_nth_open(int n)
     };
 }
 
-/** Runs a case in an empty folder, in a process of its own; nothing may stay behind after the end. */
+/** Runs a case in an empty folder, in a process of its own; nothing may stay behind. */
 Ended in_folder(const std::function<void()> &body)
 {
     std::string folder = testing::TempDir() + "/vekdebug-XXXXXX";
@@ -78,6 +78,12 @@ Ended in_folder(const std::function<void()> &body)
     std::filesystem::remove_all(folder);
     return ended;
 }
+
+/** A test whose body is such a case. */
+#define FOLDER_TEST(suite, name)                                                                   \
+    static void suite##_##name();                                                                  \
+    TEST(suite, name) { in_folder(suite##_##name); }                                               \
+    static void suite##_##name()
 
 /** What is printed of settings, given as "key=value " each. */
 std::string told(const std::string &settings)
@@ -225,78 +231,72 @@ TEST(Debug, TheEnvironmentFollowsTheFile)
     EXPECT_EQ(ended.out, told("send=1 read=1 ") + told("send=1 read=0 receive=- "));
 }
 
-TEST(Debug, PrintingGoesWhereItShould)
+FOLDER_TEST(Debug, PrintingGoesWhereItShould)
 {
-    in_folder([] {
-        const std::string longer(2000, 'x');
-        VekDebugDomain *const net = start_with_net("mainfile=main,send=1,receive=file,read=other");
-        vek_debug_print(net, 1, "%s", longer.c_str());
-        vek_debug_print(net, 2, "b");
-        vek_debug_print(net, 3, "c");    // the highest flag's stream
-        vek_debug_print(net, 4, "lost"); // no such flag
-        vek_debug_print(net, 0, "lost");
-        vek_debug_enable(net, 4);
-        vek_debug_print(net, 4, "lost");
-        vek_debug_print(nullptr, 0, "d");
-        EXPECT_EQ(content_of("main"), longer + "d");
-        EXPECT_EQ(content_of("file"), "bc");
+    const std::string longer(2000, 'x');
+    VekDebugDomain *const net = start_with_net("mainfile=main,send=1,receive=file,read=other");
+    vek_debug_print(net, 1, "%s", longer.c_str());
+    vek_debug_print(net, 2, "b");
+    vek_debug_print(net, 3, "c");    // the highest flag's stream
+    vek_debug_print(net, 4, "lost"); // no such flag
+    vek_debug_print(net, 0, "lost");
+    vek_debug_enable(net, 4);
+    vek_debug_print(net, 4, "lost");
+    vek_debug_print(nullptr, 0, "d");
+    EXPECT_EQ(content_of("main"), longer + "d");
+    EXPECT_EQ(content_of("file"), "bc");
 
-        vek_debug_disable(net, 1);
-        vek_debug_print(net, 1, "lost");
-        EXPECT_EQ(vek_debug_is_enabled(net, 1), 0);
-        EXPECT_EQ(vek_debug_is_enabled(net, 3), 1);
-        int evaluated = 0;
-        VEK_DEBUG(net, 1, "%d", ++evaluated);
-        VEK_DEBUG(nullptr, 1, "%d", ++evaluated);
-        EXPECT_EQ(evaluated, 0);
-        VEK_DEBUG(net, 2, "%d", ++evaluated);
-        EXPECT_EQ(content_of("file"), "bc1");
-        vek_debug_enable(net, 1);
-        EXPECT_EQ(vek_debug_is_enabled(net, 1), 1);
-    });
+    vek_debug_disable(net, 1);
+    vek_debug_print(net, 1, "lost");
+    EXPECT_EQ(vek_debug_is_enabled(net, 1), 0);
+    EXPECT_EQ(vek_debug_is_enabled(net, 3), 1);
+    int evaluated = 0;
+    VEK_DEBUG(net, 1, "%d", ++evaluated);
+    VEK_DEBUG(nullptr, 1, "%d", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+    VEK_DEBUG(net, 2, "%d", ++evaluated);
+    EXPECT_EQ(content_of("file"), "bc1");
+    vek_debug_enable(net, 1);
+    EXPECT_EQ(vek_debug_is_enabled(net, 1), 1);
 }
 
-TEST(Debug, TextIsHeldBackUntilItMustNotBe)
+FOLDER_TEST(Debug, TextIsHeldBackUntilItMustNotBe)
 {
-    in_folder([] {
-        VekDebugDomain *const net =
-            start_with_net("mainfile=main,send=1,receive=file,read=other,autoflush=0");
-        vek_debug_print(net, 2, "held");
-        for (const uint32_t other : {0, 1, 4}) { vek_debug_flush(net, other); }
-        EXPECT_EQ(content_of("file"), "");
-        vek_debug_flush(net, 2);
-        EXPECT_EQ(content_of("file"), "held");
-        vek_debug_print(net, 2, " more");
-        vek_debug_print(nullptr, 0, "main text");
-        vek_debug_add_domain("disk", disk_flags); // opens another file
-        EXPECT_EQ(content_of("file"), "held more");
-        EXPECT_EQ(content_of("main"), "main text");
-        vek_debug_set_autoflush(true);
-        vek_debug_print(net, 2, ".");
-        EXPECT_EQ(content_of("file"), "held more.");
-    });
+    VekDebugDomain *const net =
+        start_with_net("mainfile=main,send=1,receive=file,read=other,autoflush=0");
+    vek_debug_print(net, 2, "held");
+    for (const uint32_t other : {0, 1, 4}) { vek_debug_flush(net, other); }
+    EXPECT_EQ(content_of("file"), "");
+    vek_debug_flush(net, 2);
+    EXPECT_EQ(content_of("file"), "held");
+    vek_debug_print(net, 2, " more");
+    vek_debug_print(nullptr, 0, "main text");
+    vek_debug_add_domain("disk", disk_flags); // opens another file
+    EXPECT_EQ(content_of("file"), "held more");
+    EXPECT_EQ(content_of("main"), "main text");
+    vek_debug_set_autoflush(true);
+    vek_debug_print(net, 2, ".");
+    EXPECT_EQ(content_of("file"), "held more.");
 }
 
-TEST(Debug, PrintFunctionsTakeTheTextInstead)
+FOLDER_TEST(Debug, PrintFunctionsTakeTheTextInstead)
 {
-    in_folder([] {
-        const std::string longer(2000, 'x');
-        char all[] = "all:";
-        char own[] = "own:";
-        VekDebugDomain *const net = start_with_net("mainfile=main,receive");
-        vek_debug_set_print_function(nullptr, receive, all);
-        vek_debug_print(net, 2, "1 ");
-        vek_debug_print(nullptr, 0, "%s", "");
-        vek_debug_set_print_function(net, receive, own);
-        vek_debug_print(net, 2, "%s", longer.c_str());
-        EXPECT_EQ(received, "all:1 all:own:" + longer.substr(0, 1023));
-        vek_debug_set_print_function(net, nullptr, own);
-        EXPECT_EQ(net->print_data, nullptr);
-        vek_debug_finalize();
-        start("mainfile=again");
-        vek_debug_print(nullptr, 0, "e"); // the function was of the life before
-        EXPECT_EQ(content_of("main") + content_of("again"), "e");
-    });
+    const std::string longer(2000, 'x');
+    char all[] = "all:";
+    char own[] = "own:";
+    VekDebugDomain *const net = start_with_net("mainfile=main,receive");
+    vek_debug_set_print_function(nullptr, receive, all);
+    vek_debug_print(net, 2, "1 ");
+    vek_debug_print(nullptr, 0, "%s", "");
+    vek_debug_set_print_function(net, receive, own);
+    vek_debug_print(net, 2, "%s", longer.c_str());
+    EXPECT_EQ(received, "all:1 all:own:" + longer.substr(0, 1023));
+    vek_debug_set_print_function(net, nullptr, own);
+    EXPECT_EQ(net->print_data, nullptr);
+    vek_debug_finalize();
+    start("mainfile=again");
+    vek_debug_print(nullptr, 0, "e"); // the function was of the life before
+    EXPECT_EQ(content_of("main") + content_of("again"), "e");
 }
 
 TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
@@ -317,24 +317,22 @@ TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
     EXPECT_EQ(ended.out, "standard output\ntoo\n");
 }
 
-TEST(Debug, RegistersOnce)
+FOLDER_TEST(Debug, RegistersOnce)
 {
-    in_folder([] {
-        VekDebugDomain *const net = start_with_net("x");
-        EXPECT_EQ(vek_debug_add_domain("net", disk_flags), 0);
-        EXPECT_EQ(vek_debug_get_domain("net")->flag_names, net_flags);
-        EXPECT_EQ(vek_debug_get_domain("net"), net);
-        EXPECT_EQ(vek_debug_get_domain("disk"), nullptr);
-        EXPECT_EQ(vek_debug_get_domain(nullptr), nullptr);
-        static const char *const none[] = {nullptr};
-        EXPECT_EQ(vek_debug_add_domain("empty", none), 0);
-        EXPECT_EQ(vek_debug_get_domain("empty")->flag_count, 0);
-        vek_debug_print(vek_debug_get_domain("empty"), 1, "lost");
-        EXPECT_FAILS("0", vek_debug_add_domain(nullptr, net_flags), 1);
-        EXPECT_FAILS("0", vek_debug_add_domain("disk", nullptr), 1);
-        EXPECT_FAILS("name != NULL", vek_debug_set_output_setting(nullptr, "1"), 1);
-        EXPECT_FAILS("value != NULL", vek_debug_set_output_setting("send", nullptr), 1);
-    });
+    VekDebugDomain *const net = start_with_net("x");
+    EXPECT_EQ(vek_debug_add_domain("net", disk_flags), 0);
+    EXPECT_EQ(vek_debug_get_domain("net")->flag_names, net_flags);
+    EXPECT_EQ(vek_debug_get_domain("net"), net);
+    EXPECT_EQ(vek_debug_get_domain("disk"), nullptr);
+    EXPECT_EQ(vek_debug_get_domain(nullptr), nullptr);
+    static const char *const none[] = {nullptr};
+    EXPECT_EQ(vek_debug_add_domain("empty", none), 0);
+    EXPECT_EQ(vek_debug_get_domain("empty")->flag_count, 0);
+    vek_debug_print(vek_debug_get_domain("empty"), 1, "lost");
+    EXPECT_FAILS("0", vek_debug_add_domain(nullptr, net_flags), 1);
+    EXPECT_FAILS("0", vek_debug_add_domain("disk", nullptr), 1);
+    EXPECT_FAILS("name != NULL", vek_debug_set_output_setting(nullptr, "1"), 1);
+    EXPECT_FAILS("value != NULL", vek_debug_set_output_setting("send", nullptr), 1);
 }
 
 TEST(Debug, MoreFlagsThanBits)
@@ -356,34 +354,32 @@ TEST(Debug, MoreFlagsThanBits)
     EXPECT_TRUE(contains(ended.err, "_vek_debug_set_filestream: assertion \"flag\" failed"));
 }
 
-TEST(Debug, FilesAreSharedByName)
+FOLDER_TEST(Debug, FilesAreSharedByName)
 {
-    in_folder([] {
-        start("mainfile=main,send=shared,receive=shared,read=STDOUT");
-        const size_t before = open_descriptors();
-        VekDebugDomain *const net = add_net(); // both flags on their way into the table
-        EXPECT_EQ(net->streams[0].file, net->streams[1].file);
-        EXPECT_NE(net->streams[0].name, net->streams[1].name);
-        EXPECT_EQ(open_descriptors(), before + 1);
-        vek_debug_add_domain("disk", disk_flags);
-        VekDebugDomain *const disk = vek_debug_get_domain("disk");
-        EXPECT_EQ(disk->streams[0].file, stdout); // by its name
-        EXPECT_EQ(disk->streams[1].file, net->streams[0].file);
-        expect_consistent_streams();
+    start("mainfile=main,send=shared,receive=shared,read=STDOUT");
+    const size_t before = open_descriptors();
+    VekDebugDomain *const net = add_net(); // both flags on their way into the table
+    EXPECT_EQ(net->streams[0].file, net->streams[1].file);
+    EXPECT_NE(net->streams[0].name, net->streams[1].name);
+    EXPECT_EQ(open_descriptors(), before + 1);
+    vek_debug_add_domain("disk", disk_flags);
+    VekDebugDomain *const disk = vek_debug_get_domain("disk");
+    EXPECT_EQ(disk->streams[0].file, stdout); // by its name
+    EXPECT_EQ(disk->streams[1].file, net->streams[0].file);
+    expect_consistent_streams();
 
-        vek_debug_print(net, 1, "a");
-        vek_debug_set_output_setting("receive", "alone"); // the others keep the stream
-        vek_debug_print(net, 1, "b");
-        vek_debug_print(net, 2, "c");
-        EXPECT_EQ(content_of("shared"), "ab");
-        vek_debug_set_output_setting("x", "y"); // re-applied: a file of one flag is emptied
-        EXPECT_EQ(content_of("alone"), "");
-        EXPECT_EQ(content_of("shared"), "ab");
-        vek_debug_set_output_setting("send", "-");
-        vek_debug_set_output_setting("receive", "0");
-        EXPECT_EQ(open_descriptors(), before); // nobody uses the others any more
-        expect_consistent_streams();
-    });
+    vek_debug_print(net, 1, "a");
+    vek_debug_set_output_setting("receive", "alone"); // the others keep the stream
+    vek_debug_print(net, 1, "b");
+    vek_debug_print(net, 2, "c");
+    EXPECT_EQ(content_of("shared"), "ab");
+    vek_debug_set_output_setting("x", "y"); // re-applied: a file of one flag is emptied
+    EXPECT_EQ(content_of("alone"), "");
+    EXPECT_EQ(content_of("shared"), "ab");
+    vek_debug_set_output_setting("send", "-");
+    vek_debug_set_output_setting("receive", "0");
+    EXPECT_EQ(open_descriptors(), before); // nobody uses the others any more
+    expect_consistent_streams();
 }
 
 TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
@@ -423,23 +419,21 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
     EXPECT_FALSE(contains(ended.out, "Key: x")); // a setting made meanwhile
 }
 
-TEST(Debug, AFileThatCannotBeOpenedIsTold)
+FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsTold)
 {
-    in_folder([] {
-        start("mainfile=missing/main,send=missing/file,receive=1");
-        std::string text = captured(2, [] { add_net(); });
-        EXPECT_TRUE(contains(text, "_vek_debug_open_filestream: assertion \"fs->file\" failed"));
-        VekDebugDomain *const net = vek_debug_get_domain("net");
-        EXPECT_EQ(net->enabled, 1u); // enabled without a stream; the later flag is not reached
-        EXPECT_STREQ(net->streams[0].name, "missing/file");
-        vek_debug_print(net, 1, "lost");
-        std::filesystem::create_directory("missing");
-        vek_debug_set_output_setting("x", "y");
-        vek_debug_print(net, 1, "found");
-        EXPECT_EQ(content_of("missing/file"), "found");
-        vek_debug_finalize();
-        vek_debug_print(net, 1, "after the end"); // the domain is gone, and is not looked at
-    });
+    start("mainfile=missing/main,send=missing/file,receive=1");
+    std::string text = captured(2, [] { add_net(); });
+    EXPECT_TRUE(contains(text, "_vek_debug_open_filestream: assertion \"fs->file\" failed"));
+    VekDebugDomain *const net = vek_debug_get_domain("net");
+    EXPECT_EQ(net->enabled, 1u); // enabled without a stream; the later flag is not reached
+    EXPECT_STREQ(net->streams[0].name, "missing/file");
+    vek_debug_print(net, 1, "lost");
+    std::filesystem::create_directory("missing");
+    vek_debug_set_output_setting("x", "y");
+    vek_debug_print(net, 1, "found");
+    EXPECT_EQ(content_of("missing/file"), "found");
+    vek_debug_finalize();
+    vek_debug_print(net, 1, "after the end"); // the domain is gone, and is not looked at
 }
 
 /* A life in which something fails; `memory`: an allocation, not an open. */

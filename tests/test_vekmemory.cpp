@@ -45,7 +45,7 @@ std::string plain(const std::string &text)
     return masked(masked(text, "0x[0-9a-f]+", "P"), "P: ", "");
 }
 
-/** Lets the memory queries read `text` instead of the kernel's; empty: the file cannot be opened. */
+/** Lets the memory queries read `text`, not the kernel's; empty: the file cannot be opened. */
 void serve_meminfo(const char *text)
 {
     open_hook = [text](const char *path, const char *mode) -> FILE * {
@@ -69,29 +69,25 @@ VekMemoryVtable own_table()
 
 } // namespace
 
-TEST(Memory, ZeroSizesDoNotReachTheTable)
+CHILD_TEST(Memory, ZeroSizesDoNotReachTheTable)
 {
-    in_clean_child([] {
-        Allocator allocator;
-        EXPECT_EQ(vek_malloc(0), nullptr);
-        EXPECT_EQ(vek_calloc(0, 16), nullptr);
-        EXPECT_EQ(vek_calloc(16, 0), nullptr);
-        EXPECT_EQ(vek_calloc(SIZE_MAX / 2 + 1, 2), nullptr); // wraps to 0
-        EXPECT_EQ(vek_malloc_if_possible(0), nullptr);
-        EXPECT_EQ(vek_malloc_if_available_with_return(0, nullptr), nullptr);
-        vek_free(nullptr);
-        EXPECT_EQ(allocator.allocations(), 0u);
-    });
+    Allocator allocator;
+    EXPECT_EQ(vek_malloc(0), nullptr);
+    EXPECT_EQ(vek_calloc(0, 16), nullptr);
+    EXPECT_EQ(vek_calloc(16, 0), nullptr);
+    EXPECT_EQ(vek_calloc(SIZE_MAX / 2 + 1, 2), nullptr); // wraps to 0
+    EXPECT_EQ(vek_malloc_if_possible(0), nullptr);
+    EXPECT_EQ(vek_malloc_if_available_with_return(0, nullptr), nullptr);
+    vek_free(nullptr);
+    EXPECT_EQ(allocator.allocations(), 0u);
 }
 
-TEST(Memory, TheDefaultTableGivesBack)
+CHILD_TEST(Memory, TheDefaultTableGivesBack)
 {
-    in_clean_child([] {
-        vek_free(vek_malloc(1000));
-        const auto before = mallinfo2().uordblks;
-        vek_free(vek_malloc(1000));
-        EXPECT_EQ(mallinfo2().uordblks, before);
-    });
+    vek_free(vek_malloc(1000));
+    const auto before = mallinfo2().uordblks;
+    vek_free(vek_malloc(1000));
+    EXPECT_EQ(mallinfo2().uordblks, before);
 }
 
 TEST(Memory, ErrorStateRefusesWithALine)
@@ -281,20 +277,18 @@ TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
     }
 }
 
-TEST(FirstUse, ExchangeThatComesFirstLeavesNoGap)
+CHILD_TEST(FirstUse, ExchangeThatComesFirstLeavesNoGap)
 {
-    in_clean_child([] {
-        behind_the_first_use = [] {
-            std::thread([] {
-                EXPECT_NE(vek_get_memory_vtable()->malloc, nullptr);
-                void *const block = vek_malloc(8);
-                EXPECT_NE(block, nullptr);
-                vek_free(block);
-            }).join();
-        };
-        vek_set_memory_vtable(nullptr);
-        EXPECT_EQ(behind_the_first_use.load(), nullptr);
-    });
+    behind_the_first_use = [] {
+        std::thread([] {
+            EXPECT_NE(vek_get_memory_vtable()->malloc, nullptr);
+            void *const block = vek_malloc(8);
+            EXPECT_NE(block, nullptr);
+            vek_free(block);
+        }).join();
+    };
+    vek_set_memory_vtable(nullptr);
+    EXPECT_EQ(behind_the_first_use.load(), nullptr);
 }
 
 TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
@@ -323,7 +317,7 @@ TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
     }
 }
 
-/* Inline functions, because the linker has names for their lambdas: those names are in the trace. */
+/* Inline functions, because the linker has names for their lambdas: the trace leads to those. */
 namespace asking {
 
 void *volatile kept; ///< what is done with a result, so that no call is a tail call

@@ -233,22 +233,17 @@ TEST(Name, InternsEachTextOnce)
 
 TEST(Name, HashHasItsReferenceValues)
 {
-    const struct {
-        const char *text;
-        uint32_t hash;
-    } rows[] = {{"", 1382415303},
-                {"a", 1413149554},
-                {"abc", 1363884370},
-                {"hello world", 1868332526},
-                {"abcdefghijkl", 1397356752},
-                {"abcdefghijklmnopqrstuvwxyz", 813469812},
-                {"abcdef", 1016827662},
-                {"abcdefgh\xff", 1580619107},
-                {"\xc3\xa4\xff", 681082550}};
+    const std::pair<const char *, uint32_t> rows[] = {{"", 1382415303},
+                                                      {"a", 1413149554},
+                                                      {"abc", 1363884370},
+                                                      {"hello world", 1868332526},
+                                                      {"abcdefghijkl", 1397356752},
+                                                      {"abcdefghijklmnopqrstuvwxyz", 813469812},
+                                                      {"abcdef", 1016827662},
+                                                      {"abcdefgh\xff", 1580619107},
+                                                      {"\xc3\xa4\xff", 681082550}};
     VekNameTable *table = vek_name_table_create(nullptr);
-    for (const auto &row : rows) {
-        EXPECT_EQ(table->hash->hash_func(row.text), row.hash) << row.text;
-    }
+    for (const auto &[text, hash] : rows) { EXPECT_EQ(table->hash->hash_func(text), hash) << text; }
     vek_name_table_destroy(&table);
 }
 

@@ -27,7 +27,6 @@ public:
     Value(const Value &) = delete;
     Value &operator=(const Value &) = delete;
     operator VekValue *() { return &value; }
-    VekValue *operator->() { return &value; }
 
 private:
     VekValue value = {};

@@ -35,6 +35,12 @@ Ended in_child(const std::function<void()> &body);
 /** in_child() that expects a clean exit. */
 Ended in_clean_child(const std::function<void()> &body);
 
+/** A test whose body is such a process. */
+#define CHILD_TEST(suite, name)                                                                    \
+    static void suite##_##name();                                                                  \
+    TEST(suite, name) { vektest::in_clean_child(suite##_##name); }                                 \
+    static void suite##_##name()
+
 std::vector<std::string> lines_of(const std::string &text);
 
 /** `text` with whatever matches `pattern`, a regular expression, replaced. */
@@ -120,11 +126,12 @@ public:
 
     /** Lets the n-th allocation from now fail (0: none); with `onward` all later ones too. */
     static void fail_nth(unsigned n, bool onward = false);
-    static bool failed(); ///< an allocation has failed since fail_nth()
-    static bool
-    just_failed(); ///< one has failed since this was asked last: ask behind the operation
+    static bool failed();          ///< an allocation has failed since fail_nth()
     static unsigned allocations(); ///< allocations asked for since fail_nth()
     static size_t live();          ///< blocks that are not released
+    /** An allocation has failed since this was asked last. Ask in a statement of its own: in one
+     *  with the operation, either may come first. */
+    static bool just_failed();
 };
 
 /** Runs `scenario` with the first allocation failing, then the second, and so on until a run meets
