@@ -194,6 +194,7 @@ TEST(Dict, KeysAreEqualWithinTheirType)
                 VekValue data;
                 keys[backward ? 7 - i : i](&key);
                 vek_value_set_int(&data, round);
+                EXPECT_EQ(_vek_dict_get_value(dict, &key) != nullptr, round == 1);
                 EXPECT_EQ(_vek_dict_put_value(dict, &key, &data), 1);
                 EXPECT_EQ(key.vt, nullptr);
             }

@@ -81,11 +81,11 @@ TEST(Hash, OrderFollowsTheChains)
 {
     Allocator allocator;
     VekHash *const hash = vek_hash_new();
-    for (const intptr_t i : {0, 8, 1, 16}) { vek_hash_insert(hash, word(i), nullptr); }
-    EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{0, 8, 16, 1}));
+    for (const intptr_t i : {0, 8, 1, -1, 16}) { vek_hash_insert(hash, word(i), nullptr); }
+    EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{0, 8, 16, 1, -1}));
     vek_hash_insert(hash, word(24), nullptr); // the fourth in its chain: 16 slots, chains reversed
     EXPECT_EQ(hash->table_size, 16u);
-    EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{16, 0, 1, 24, 8}));
+    EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{16, 0, 1, 24, 8, -1}));
     int calls = 0;
     const auto stop = [](void *, void *, void *count) { return ++*static_cast<int *>(count); };
     vek_hash_foreach(hash, stop, &calls);

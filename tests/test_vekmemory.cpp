@@ -94,19 +94,18 @@ TEST(Memory, ErrorStateRefusesWithALine)
 {
     void *const there = word(0x1234);
     const auto ended = in_clean_child([&] {
-        EXPECT_EQ(vek_malloc_get_error(), 0);
-        void *const block = vek_malloc(10);
-        vek_malloc_set_error(1);
+        vek_malloc_set_error(1); // as the very first call
         EXPECT_EQ(vek_malloc_get_error(), 1);
+        void *const block = vek_malloc_if_available(10); // is not refused
         EXPECT_EQ(vek_malloc_with_return(10, there), nullptr);
         EXPECT_EQ(vek_calloc_with_return(2, 5, there), nullptr);
         EXPECT_EQ(vek_realloc_with_return(word(0xabc), 20, there), nullptr);
         EXPECT_EQ(vek_malloc_if_possible_with_return(3, there), nullptr);
-        vek_free(vek_malloc_if_available(10));     // is not refused
         EXPECT_EQ(vek_realloc(block, 0), nullptr); // releases
         vek_memory_enable_trace();
         EXPECT_EQ(vek_malloc_with_return(SIZE_MAX, there), nullptr);
         vek_malloc_set_error(0);
+        EXPECT_EQ(vek_malloc_get_error(), 0);
         vek_memory_disable_trace();
         vek_free(vek_malloc(1));
     });

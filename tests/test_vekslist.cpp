@@ -193,6 +193,6 @@ TEST(Stack, PushThatFailsWarnsAndLeavesTheStack)
     vek_stack_push(&stack, word(1));
     allocator.fail_nth(1);
     const std::string text = captured(2, [&] { vek_stack_push(&stack, word(2)); });
-    EXPECT_TRUE(contains(text, "vek_stack_push")) << text;
+    EXPECT_TRUE(contains(text, "vek_stack_push: no memory, the element was not pushed\n")) << text;
     EXPECT_EQ(vek_stack_pop(&stack), word(1));
 }

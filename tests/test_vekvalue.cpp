@@ -138,6 +138,7 @@ TEST(Value, EqualityHasItsCorners)
     EXPECT_EQ(vek_value_equal(zero, Value(vek_value_set_double, -0.0)), 1);
     Value null_string = string_value(nullptr);
     EXPECT_EQ(vek_value_equal(null_string, string_value(nullptr)), 1);
+    EXPECT_EQ(vek_value_equal(string_value("ab"), string_value("ac")), 0);
     EXPECT_EQ(vek_value_equal(null_string, string_value("")), 0);
     EXPECT_EQ(vek_value_equal(string_value(""), null_string), 0);
     Value text(vek_value_take_vekstr, vek_str_create("x"));
