@@ -266,7 +266,7 @@ FOLDER_TEST(Debug, TextIsHeldBackUntilItMustNotBe)
     VekDebugDomain *const net =
         start_with_net("mainfile=main,send=a,receive=file,read=b,autoflush=0");
     vek_debug_print(net, 2, "held");
-    for (const uint32_t other : {0, 1, 4}) { vek_debug_flush(net, other); }
+    for (const uint32_t other : {0u, 1u, 4u}) { vek_debug_flush(net, other); }
     EXPECT_EQ(content_of("file"), "");
     vek_debug_flush(net, 2);
     EXPECT_EQ(content_of("file"), "held");
