@@ -321,11 +321,14 @@ namespace asking {
 
 void *volatile kept; ///< what is done with a result, so that no call is a tail call
 
+std::vector<void *> blocks; ///< within reach to the end: they are no leak
+
 /** A variable with a string that an edit leaves where it is. */
 inline VekStr **variable()
 {
     static VekStr persistent = {0, ""};
     static VekStr *text;
+    blocks.push_back(text); // what the last edit made
     text = &persistent;
     return &text;
 }
@@ -335,6 +338,7 @@ auto untraced(Make make)
 {
     vek_memory_disable_trace();
     const auto result = make();
+    blocks.push_back(result);
     vek_memory_enable_trace();
     return result;
 }
@@ -392,6 +396,7 @@ TEST(Trace, AttributesToTheCodeThatAsked)
         for (const auto &row : rows) {
             vek_memory_enable_trace();
             row.first();
+            asking::blocks.emplace_back(asking::kept);
             vek_memory_disable_trace();
             fputs("\n", stderr);
         }
