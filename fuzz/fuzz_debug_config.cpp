@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The text of the debug configuration, from a file and from the environment, through a whole life of
- * debug output. The input's first byte tells how much of it is the file. */
+/* The text of the debug configuration, from a file and from the environment, through a whole life
+ * of debug output. The input's first byte tells how much of it is the file. */
 #include <veklib/vekdebug.h>
 
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/* Settings name files to write to: whatever they are called, nothing is written here. (The fuzzer itself
- * writes its findings in mode "wb".) */
+/* Settings name files to write to: whatever they are called, nothing is written here. (The fuzzer
+ * itself writes its findings in mode "wb".) */
 extern "C" FILE *fopen(const char *path, const char *mode)
 {
     static const auto original =
@@ -23,20 +23,23 @@ extern "C" FILE *fopen(const char *path, const char *mode)
 
 namespace {
 
+void require(bool condition)
+{
+    if (!condition) {
+        abort();
+    }
+}
+
 void live(const std::string &path)
 {
     static const char *const flags[] = {"a", "b", "net", nullptr};
-    if (vek_debug_initialize(path.c_str(), nullptr) != 0) {
-        abort();
-    }
+    require(vek_debug_initialize(path.c_str(), nullptr) == 0);
     vek_debug_add_domain("one", flags);
     vek_debug_add_domain("two", flags + 1);
     vek_debug_print(vek_debug_get_domain("one"), 4, "%s", "text");
     vek_debug_print(nullptr, 0, "%s", "text");
     vek_debug_set_output_setting("a", "b");
-    if (vek_debug_reload_config() != 0) {
-        abort();
-    }
+    require(vek_debug_reload_config() == 0);
     vek_debug_print(vek_debug_get_domain("two"), 1, "%s", "text");
     vek_debug_finalize();
 }
@@ -53,17 +56,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size)
     }
     const std::string text(reinterpret_cast<const char *>(data) + 1, size - 1);
     const size_t length = text.size() * data[0] / 255;
-    if (ftruncate(file, 0) != 0 ||
-        pwrite(file, text.data(), length, 0) != static_cast<ssize_t>(length)) {
-        abort();
-    }
+    require(ftruncate(file, 0) == 0);
+    require(pwrite(file, text.data(), length, 0) == static_cast<ssize_t>(length));
     setenv("VEK_DEBUG_CONFIG", text.c_str() + length, 1);
     live("/proc/self/fd/" + std::to_string(file));
 
     const int next_free = dup(file); // no descriptor may be left open
-    if (next_free != first_free) {
-        abort();
-    }
+    require(next_free == first_free);
     close(next_free);
     return 0;
 }

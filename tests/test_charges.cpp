@@ -22,7 +22,8 @@
 
 namespace {
 
-std::string charges; ///< "+" an allocation, "-" a release; "a" charged to the application, "l" to the library
+std::string
+    charges; ///< "+" an allocation, "-" a release; "a" charged to the application, "l" to the library
 
 void note(char what, void *return_address)
 {
@@ -38,7 +39,9 @@ VekMemoryVtable noting_table()
 {
     VekMemoryVtable table = {};
     table.malloc = [](size_t size, void *address) { return note('+', address), malloc(size); };
-    table.calloc = [](size_t n, size_t size, void *address) { return note('+', address), calloc(n, size); };
+    table.calloc = [](size_t n, size_t size, void *address) {
+        return note('+', address), calloc(n, size);
+    };
     table.free = [](void *block, void *address) { note('-', address), free(block); };
     return table;
 }
@@ -83,7 +86,8 @@ TEST(Charges, GoToWhoeverCallsWhatAllocatesOrReleases)
         const char *expected;
         void (*operation)();
     } rows[] = {
-        {"copies of a text", "+a-a+a-a", [] { vek_free(vek_strdup("s")), vek_free(vek_strdup_printf("%d", 1)); }},
+        {"copies of a text", "+a-a+a-a",
+         [] { vek_free(vek_strdup("s")), vek_free(vek_strdup_printf("%d", 1)); }},
         {"stack", "+l-l+l-l",
          [] {
              VekStack stack = {};
@@ -139,7 +143,8 @@ TEST(Charges, GoToWhoeverCallsWhatAllocatesOrReleases)
         {"copy of a list", "+a+a+l-l-l-l",
          [] {
              value = value_of_list();
-             vek_slist_free(vek_value_dup_slist(&value), [](void *s) { vek_str_unref(static_cast<VekStr *>(s)); });
+             vek_slist_free(vek_value_dup_slist(&value),
+                            [](void *s) { vek_str_unref(static_cast<VekStr *>(s)); });
              vek_value_release(&value);
          }},
         {"dictionary, printed and copied", "+l+l+l+l+l-l-l-l+l+l+l-l-l-l-l-l",

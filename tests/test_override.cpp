@@ -11,6 +11,8 @@
 #include <cstring>
 #include <thread>
 
+using namespace vektest;
+
 static std::atomic<int> mallocs, callocs, frees, installations, traces;
 
 void *vek_malloc_with_return(size_t size, void *return_address)
@@ -42,45 +44,39 @@ void vek_set_memory_vtable(const VekMemoryVtable *table)
 
 void vek_memory_enable_trace(void) { ++traces; }
 
-TEST(Override, ServesTheLibrary)
+CHILD_TEST(Override, ServesTheLibrary)
 {
-    vektest::in_clean_child([] {
-        char *const text = vek_strdup("text");
-        EXPECT_STREQ(text, "text");
-        vek_free(text);
-        vek_hash_destroy(vek_hash_new());
-        EXPECT_EQ(mallocs, 1);
-        EXPECT_EQ(callocs, 2);
-        EXPECT_EQ(frees, 3);
-    });
+    char *const text = vek_strdup("text");
+    EXPECT_STREQ(text, "text");
+    vek_free(text);
+    vek_hash_destroy(vek_hash_new());
+    EXPECT_EQ(mallocs, 1);
+    EXPECT_EQ(callocs, 2);
+    EXPECT_EQ(frees, 3);
 }
 
-TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
+CHILD_TEST(Override, FirstUseInstallsOnceThroughThePublicNames)
 {
-    vektest::in_clean_child([] {
-        setenv("VEK_MALLOC_TRACE", "1", 1);
-        std::vector<std::thread> racers;
-        for (int i = 0; i < 8; ++i) {
-            racers.emplace_back([] { vek_free(vek_malloc(8)); });
-        }
-        for (std::thread &racer : racers) { racer.join(); }
-        EXPECT_EQ(installations, 1);
-        EXPECT_EQ(traces, 1);
-    });
+    setenv("VEK_MALLOC_TRACE", "1", 1);
+    std::vector<std::thread> racers;
+    for (int i = 0; i < 8; ++i) {
+        racers.emplace_back([] { vek_free(vek_malloc(8)); });
+    }
+    for (std::thread &racer : racers) { racer.join(); }
+    EXPECT_EQ(installations, 1);
+    EXPECT_EQ(traces, 1);
 }
 
-TEST(Override, InstallationThatComesFirstIsTheFirstUse)
+CHILD_TEST(Override, InstallationThatComesFirstIsTheFirstUse)
 {
-    vektest::in_clean_child([] {
-        setenv("VEK_MALLOC_TRACE", "1", 1);
-        VekMemoryVtable table = {};
-        table.malloc = [](size_t, void *) -> void * { return &installations; };
-        __vek_default_set_memory_vtable(&table);
-        EXPECT_EQ(installations, 0);
-        EXPECT_EQ(traces, 1);
-        EXPECT_EQ(vek_malloc(1), &installations);
-        vek_set_memory_vtable(nullptr);
-        EXPECT_EQ(installations, 1);
-        vek_free(vek_malloc(1));
-    });
+    setenv("VEK_MALLOC_TRACE", "1", 1);
+    VekMemoryVtable table = {};
+    table.malloc = [](size_t, void *) -> void * { return &installations; };
+    __vek_default_set_memory_vtable(&table);
+    EXPECT_EQ(installations, 0);
+    EXPECT_EQ(traces, 1);
+    EXPECT_EQ(vek_malloc(1), &installations);
+    vek_set_memory_vtable(nullptr);
+    EXPECT_EQ(installations, 1);
+    vek_free(vek_malloc(1));
 }

@@ -7,7 +7,6 @@ source=$1 library=$2 cc=$3 cxx=$4
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 export LC_ALL=C LD_LIBRARY_PATH="${library%/*}"
-unset VEK_FATAL_WARNINGS VEK_MALLOC_TRACE VEK_DEBUG_CONFIG
 for document in README.md docs/tour.md docs/debug-output.md; do
     awk -v name="$folder/sample" '/^```/ {inside = 0} inside {print >(name ".c")}
         /^```c$/ {inside = 1; name = name "_"}' "$source/$document"

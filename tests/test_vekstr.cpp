@@ -8,6 +8,8 @@
 #include <climits>
 #include <cstring>
 
+using namespace vektest;
+
 namespace {
 
 /** Compares a new string with the expected text (null: no string) and drops it. */
@@ -18,42 +20,21 @@ void expect_text(VekStr *vekstr, const char *expected)
     EXPECT_EQ(vek_str_unref(vekstr), nullptr);
 }
 
-VekStr *format(const char *text, ...)
-{
-    va_list args;
-    va_start(args, text);
-    VekStr *const vekstr = vek_str_create_vprintf(text, args);
-    va_end(args);
-    return vekstr;
-}
-
-const char *const null_format = nullptr;
-
-/* The replacing edits, each on a variable, with what becomes of "mid". */
-const struct {
-    int (*edit)(VekStr **variable);
-    const char *result;
-} edits[] = {
-    {[](VekStr **s) { return vek_str_prepend_char(s, '<'); }, "<mid"},
-    {[](VekStr **s) { return vek_str_prepend_c_str(s, "pre"); }, "premid"},
-    {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
-    {[](VekStr **s) { return vek_str_append_c_str(s, vek_str_to_c_str(*s)); }, "midmid"},
-    {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
-};
-
 } // namespace
 
 TEST(Str, Create)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     expect_text(vek_str_create("text"), "text");
     expect_text(vek_str_create(""), "");
+    expect_text(vek_str_ncreate("abc", 1), "a");
     expect_text(vek_str_ncreate("abc", 2), "ab");
     expect_text(vek_str_ncreate("abc", 5), "abc");
     expect_text(vek_str_ncreate(nullptr, 0), "");
     expect_text(vek_str_create_printf("%d-%s", 7, "x"), "7-x");
     expect_text(vek_str_create_printf("%s", ""), "");
-    expect_text(format("%300d", 1), (std::string(299, ' ') + "1").c_str());
+    expect_text(with_list<vek_str_create_vprintf>("%300d", 1),
+                (std::string(299, ' ') + "1").c_str());
     VekStr *const padded = vek_str_ncreate("abc", 5);
     EXPECT_EQ(memcmp(padded->text, "abc\0\0", 6), 0); // room as asked for
     vek_str_unref(padded);
@@ -61,7 +42,7 @@ TEST(Str, Create)
 
 TEST(Str, ReferencesAndPersistence)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekStr *first = vek_str_create("a");
     VekStr *second = vek_str_ref(first);
     EXPECT_EQ(second, first);
@@ -85,12 +66,14 @@ TEST(Str, ReferencesAndPersistence)
 
 TEST(Str, Compare)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     VekStr *const a = vek_str_create("hello");
     VekStr *const b = vek_str_create("help");
     EXPECT_LT(vek_strcmp(a, b), 0);
     EXPECT_EQ(vek_strncmp(a, b, 3), 0);
     EXPECT_EQ(vek_strcmp(nullptr, a), -1);
+    EXPECT_EQ(vek_strncmp(a, a, 9), 0);
+    EXPECT_EQ(vek_strncmp(nullptr, a, 0), -1);
     EXPECT_EQ(vek_strncmp(a, nullptr, 0), 1);
     EXPECT_EQ(vek_strcmp(nullptr, nullptr), 0);
     EXPECT_EQ(vek_str_eq(nullptr, nullptr), 1);
@@ -106,7 +89,7 @@ TEST(Str, Compare)
 
 TEST(Str, EditInPlaceForAllHolders)
 {
-    vektest::Allocator allocator;
+    Allocator allocator;
     const struct {
         void (*edit)(VekStr *vekstr);
         const char *before;
@@ -136,105 +119,112 @@ TEST(Str, EditInPlaceForAllHolders)
 
 TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    const struct {
+        int (*edit)(VekStr **variable);
+        const char *result; ///< what becomes of "mid"
+    } edits[] = {
+        {[](VekStr **s) { return vek_str_prepend_char(s, '<'); }, "<mid"},
+        {[](VekStr **s) { return vek_str_prepend_c_str(s, "pre"); }, "premid"},
+        {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
+        {[](VekStr **s) { return vek_str_append_c_str(s, vek_str_to_c_str(*s)); }, "midmid"},
+        {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
+    };
+    fail_each_allocation([&](Allocator &allocator) {
         for (const auto &row : edits) {
             VekStr *variable = vek_str_create("mid");
+            EXPECT_EQ(variable == nullptr, allocator.just_failed());
             if (variable == nullptr) { continue; }
             VekStr *const holder = vek_str_ref(variable);
             const int done = row.edit(&variable);
-            EXPECT_TRUE(done || allocator.failed());
+            EXPECT_EQ(done, allocator.just_failed() ? 0 : 1);
             EXPECT_STREQ(vek_str_to_c_str(holder), "mid");
             EXPECT_STREQ(vek_str_to_c_str(variable), done ? row.result : "mid");
             EXPECT_EQ(_vek_str_get_ref_count(holder), done ? 1u : 2u);
             vek_str_unref(holder);
             vek_str_unref(variable);
         }
-        vek_str_unref(vek_str_create_printf("%300d", 1));
-        vek_str_unref(vek_str_ncreate("x", 3));
+        VekStr *const longer = vek_str_create_printf("%300d", 1);
+        EXPECT_EQ(longer == nullptr, allocator.just_failed());
+        vek_str_unref(longer);
     });
 }
 
 TEST(Str, ChecksNameTheFault)
 {
-    static VekStr *text;
-    static VekStr *null;
-    text = vek_str_create("x");
-    const auto edit_of_null = [](int number) {
-        null = nullptr;
-        EXPECT_EQ(edits[number].edit(&null), 0);
-        EXPECT_EQ(null, nullptr);
-    };
-    EXPECT_FAILS("vek_str_ncreate", "len >= 0", vek_str_ncreate("x", -1), nullptr);
-    EXPECT_FAILS("vek_str_ncreate", "len == 0 || cstr != NULL", vek_str_ncreate(nullptr, 1), nullptr);
-    vektest::expect_warnings("vekstr.cpp", {}, [&] { EXPECT_EQ(vek_str_create(nullptr), nullptr); });
-    EXPECT_FAILS("vek_str_create_vprintf_with_return", "format != NULL", vek_str_create_printf(null_format), nullptr);
-    EXPECT_FAILS("vek_str_create_vprintf_with_return", "format != NULL", format(nullptr), nullptr);
-    EXPECT_WARNS("vek_str_make_persistent", "str != NULL", vek_str_make_persistent(nullptr));
-    vektest::expect_warnings("vekstr.cpp", {{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}}, [&] {
-        text->count = UINT_MAX - 2;
-        EXPECT_EQ(vek_str_ref(text), text); // the last one that is granted
-        EXPECT_EQ(vek_str_ref(text), nullptr);
-        EXPECT_EQ(text->count, UINT_MAX - 1);
+    VekStr *text = vek_str_create("x");
+    VekStr *null = nullptr;
+    EXPECT_FAILS("len >= 0", vek_str_ncreate("x", -1), nullptr);
+    EXPECT_FAILS("len == 0 || cstr != NULL", vek_str_ncreate(nullptr, 1), nullptr);
+    expect_warnings({}, [&] {
+        EXPECT_EQ(vek_str_create(nullptr), nullptr);
+        EXPECT_EQ(vek_str_neq_c_str(text, nullptr, 0), 1);
     });
-    vektest::expect_warnings("vekstr.cpp", {{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}}, [&] {
-        VekStr *holder = vek_str_create("y");
-        EXPECT_EQ(vek_str_assign(&holder, &text), nullptr);
-        EXPECT_EQ(holder, nullptr);
-        text->count = 1;
+    const Check no_format = {"vek_str_create_vprintf_with_return", "format != NULL"};
+    expect_warnings({no_format, no_format}, [] {
+        EXPECT_EQ(vek_str_create_printf(null_format), nullptr);
+        EXPECT_EQ(with_list<vek_str_create_vprintf>(nullptr), nullptr);
     });
-    EXPECT_FAILS("vek_str_eq_c_str", "s1 != NULL", vek_str_eq_c_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("vek_str_eq_c_str", "s2 != NULL", vek_str_eq_c_str(text, nullptr), 0);
-    EXPECT_FAILS("vek_str_neq_c_str", "s1 != NULL", vek_str_neq_c_str(nullptr, "x", 1), 0);
-    EXPECT_FAILS("vek_str_neq_c_str", "n==0 || s2 != NULL", vek_str_neq_c_str(text, nullptr, 1), 0);
-    vektest::expect_warnings("vekstr.cpp", {}, [&] { EXPECT_EQ(vek_str_neq_c_str(text, nullptr, 0), 1); });
-    EXPECT_FAILS("vek_strlen", "vekstr", vek_strlen(nullptr), 0u);
-    EXPECT_WARNS("vek_str_toupper", "vekstr", vek_str_toupper(nullptr));
-    EXPECT_WARNS("vek_str_tolower", "vekstr", vek_str_tolower(nullptr));
-    EXPECT_WARNS("vek_str_capitalize", "vekstr", vek_str_capitalize(nullptr));
-    EXPECT_FAILS("vek_str_prepend_char", "vekstr != NULL", vek_str_prepend_char(nullptr, 'x'), 0);
-    EXPECT_FAILS("vek_str_prepend_c_str", "vekstr != NULL", vek_str_prepend_c_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("vek_str_prepend_c_str", "c != NULL", vek_str_prepend_c_str(&text, nullptr), 0);
-    EXPECT_FAILS("vek_str_append_c_str", "vekstr != NULL", vek_str_append_c_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("vek_str_append_c_str", "c != NULL", vek_str_append_c_str(&text, nullptr), 0);
-    EXPECT_FAILS("vek_str_append_vek_str", "vekstr1 != NULL", vek_str_append_vek_str(nullptr, nullptr), 0);
-    EXPECT_FAILS("vek_str_append_vek_str", "vekstr != NULL", vek_str_append_vek_str(&text, nullptr), 0);
-    EXPECT_WARNS("vek_strlen", "vekstr", edit_of_null(0));
-    EXPECT_WARNS("vek_strlen", "vekstr", edit_of_null(1));
-    EXPECT_WARNS("vek_strlen", "vekstr", edit_of_null(2));
-    EXPECT_FAILS("vek_strlen", "vekstr", vek_str_append_vek_str(&null, text), 0);
-    EXPECT_FAILS("_vek_str_get_ref_count", "vekstr", _vek_str_get_ref_count(nullptr), 0u);
+    EXPECT_REFUSE(nullptr, "str != NULL", vek_str_make_persistent);
+    EXPECT_REFUSE(nullptr, "s1 != NULL", vek_str_eq_c_str, vek_str_neq_c_str);
+    EXPECT_REFUSE(text, "s2 != NULL", vek_str_eq_c_str);
+    EXPECT_FAILS("n==0 || s2 != NULL", vek_str_neq_c_str(text, nullptr, 1), 0);
+    EXPECT_REFUSE(nullptr, "vekstr", vek_strlen, vek_str_toupper, vek_str_tolower,
+                  vek_str_capitalize, _vek_str_get_ref_count);
+    EXPECT_REFUSE(nullptr, "vekstr != NULL", vek_str_prepend_char, vek_str_prepend_c_str,
+                  vek_str_append_c_str);
+    EXPECT_REFUSE(nullptr, "vekstr1 != NULL", vek_str_append_vek_str);
+    EXPECT_REFUSE(&text, "c != NULL", vek_str_prepend_c_str, vek_str_append_c_str);
+    EXPECT_REFUSE(&text, "vekstr != NULL", vek_str_append_vek_str);
+    const Check no_text = {"vek_strlen", "vekstr"};
+    expect_warnings({no_text, no_text, no_text, no_text},
+                    [&] { // each edit of a null string
+                        EXPECT_EQ(vek_str_prepend_char(&null, 'x'), 0);
+                        EXPECT_EQ(vek_str_prepend_c_str(&null, "x"), 0);
+                        EXPECT_EQ(vek_str_append_c_str(&null, "x"), 0);
+                        EXPECT_EQ(vek_str_append_vek_str(&null, text), 0);
+                    });
+    EXPECT_EQ(null, nullptr);
+
+    text->count = UINT_MAX - 2;
+    EXPECT_EQ(vek_str_ref(text), text); // the last one that is granted
+    EXPECT_FAILS("UINT_MAX > vekstr->count + 1", vek_str_ref(text), nullptr);
+    EXPECT_EQ(text->count, UINT_MAX - 1);
+    VekStr *holder = vek_str_create("y");
+    expect_warnings({{"vek_str_ref", "UINT_MAX > vekstr->count + 1"}},
+                    [&] { EXPECT_EQ(vek_str_assign(&holder, &text), nullptr); });
+    EXPECT_EQ(holder, nullptr);
+    text->count = 1;
     vek_str_unref(text);
 }
 
 TEST(Name, InternsEachTextOnce)
 {
-    vektest::fail_each_allocation([](vektest::Allocator &allocator) {
+    fail_each_allocation([](Allocator &allocator) {
         VekNameTable *table = nullptr;
         EXPECT_EQ(vek_name_table_create(&table), table);
-        if (table == nullptr) {
-            EXPECT_TRUE(allocator.failed());
-            return;
-        }
+        EXPECT_EQ(table == nullptr, allocator.just_failed());
+        if (table == nullptr) { return; }
         char text[] = "alpha";
         VekName *const alpha = vek_name_from_string(table, text, 1);
+        EXPECT_EQ(alpha == nullptr, allocator.just_failed());
         text[0] = '?'; // the table has its own copy
         EXPECT_EQ(vek_name_try_string(table, "alpha"), alpha);
         EXPECT_EQ(table->hash->entry_count, alpha != nullptr ? 1u : 0u);
         EXPECT_EQ(vek_name_try_string(table, ""), nullptr);
         if (alpha != nullptr) {
             const unsigned allocations = allocator.allocations();
-            VekName *const again = vek_name_from_string(table, "alpha", 2);
-            EXPECT_EQ(again, alpha);
-            EXPECT_EQ(vek_name_get_id(again), 1);
+            EXPECT_EQ(vek_name_from_string(table, "alpha", 2), alpha);
+            EXPECT_EQ(vek_name_get_id(alpha), 1);
             EXPECT_EQ(allocator.allocations(), allocations);
             VekStr *const vekstr = vek_name_to_vek_str(alpha);
+            EXPECT_EQ(vekstr == nullptr, allocator.just_failed());
             if (vekstr != nullptr) {
                 EXPECT_EQ(vek_name_from_vek_str(table, vekstr, 3), alpha);
                 expect_text(vekstr, "alpha");
             }
         }
         VekName *const empty = vek_name_from_string(table, "", 4);
-        EXPECT_TRUE(empty != nullptr || allocator.failed());
+        EXPECT_EQ(empty == nullptr, allocator.just_failed());
         vek_name_table_destroy(&table);
         EXPECT_EQ(table, nullptr);
         vek_name_table_destroy(&table);
@@ -243,36 +233,27 @@ TEST(Name, InternsEachTextOnce)
 
 TEST(Name, HashHasItsReferenceValues)
 {
-    const struct {
-        const char *text;
-        uint32_t hash;
-    } rows[] = {{"", 1382415303},
-                {"a", 1413149554},
-                {"abc", 1363884370},
-                {"hello world", 1868332526},
-                {"abcdefghijkl", 1397356752},
-                {"abcdefghijklmnopqrstuvwxyz", 813469812},
-                {"abcdef", 1016827662},
-                {"abcdefgh\xff", 1580619107},
-                {"\xc3\xa4\xff", 681082550}};
+    const std::pair<const char *, uint32_t> rows[] = {{"", 1382415303},
+                                                      {"a", 1413149554},
+                                                      {"abc", 1363884370},
+                                                      {"hello world", 1868332526},
+                                                      {"abcdefghijkl", 1397356752},
+                                                      {"abcdefghijklmnopqrstuvwxyz", 813469812},
+                                                      {"abcdef", 1016827662},
+                                                      {"abcdefgh\xff", 1580619107},
+                                                      {"\xc3\xa4\xff", 681082550}};
     VekNameTable *table = vek_name_table_create(nullptr);
-    for (const auto &row : rows) { EXPECT_EQ(table->hash->hash_func(row.text), row.hash) << row.text; }
+    for (const auto &[text, hash] : rows) { EXPECT_EQ(table->hash->hash_func(text), hash) << text; }
     vek_name_table_destroy(&table);
 }
 
 TEST(Name, ChecksNameTheFault)
 {
-    static VekNameTable *table;
-    table = vek_name_table_create(nullptr);
-    EXPECT_FAILS("vek_name_from_string", "name_table != NULL", vek_name_from_string(nullptr, nullptr, 0), nullptr);
-    EXPECT_FAILS("vek_name_from_string", "string != NULL", vek_name_from_string(table, nullptr, 0), nullptr);
-    EXPECT_FAILS("vek_name_try_string", "name_table != NULL", vek_name_try_string(nullptr, nullptr), nullptr);
-    EXPECT_FAILS("vek_name_try_string", "string != NULL", vek_name_try_string(table, nullptr), nullptr);
-    EXPECT_FAILS("vek_name_from_vek_str", "name_table != NULL", vek_name_from_vek_str(nullptr, nullptr, 0), nullptr);
-    EXPECT_FAILS("vek_name_from_vek_str", "vek_str != NULL", vek_name_from_vek_str(table, nullptr, 0), nullptr);
-    EXPECT_FAILS("vek_name_to_string", "name", vek_name_to_string(nullptr), nullptr);
-    EXPECT_FAILS("vek_name_to_vek_str", "name", vek_name_to_vek_str(nullptr), nullptr);
-    EXPECT_FAILS("vek_name_get_id", "name", vek_name_get_id(nullptr), 0);
-    EXPECT_WARNS("vek_name_table_destroy", "name_table != NULL", vek_name_table_destroy(nullptr));
+    VekNameTable *table = vek_name_table_create(nullptr);
+    EXPECT_REFUSE(nullptr, "name_table != NULL", vek_name_from_string, vek_name_try_string,
+                  vek_name_from_vek_str, vek_name_table_destroy);
+    EXPECT_REFUSE(nullptr, "name", vek_name_to_string, vek_name_to_vek_str, vek_name_get_id);
+    EXPECT_REFUSE(table, "string != NULL", vek_name_from_string, vek_name_try_string);
+    EXPECT_REFUSE(table, "vek_str != NULL", vek_name_from_vek_str);
     vek_name_table_destroy(&table);
 }

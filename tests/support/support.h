@@ -4,9 +4,12 @@
 #ifndef VEKLIB_TESTS_SUPPORT_H
 #define VEKLIB_TESTS_SUPPORT_H
 
+#include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -32,28 +35,78 @@ Ended in_child(const std::function<void()> &body);
 /** in_child() that expects a clean exit. */
 Ended in_clean_child(const std::function<void()> &body);
 
+/** A test whose body is such a process. */
+#define CHILD_TEST(suite, name)                                                                    \
+    static void suite##_##name();                                                                  \
+    TEST(suite, name) { vektest::in_clean_child(suite##_##name); }                                 \
+    static void suite##_##name()
+
 std::vector<std::string> lines_of(const std::string &text);
 
-/** `text` with each `prefix` that a run of `characters` follows replaced, run included. */
-std::string masked(const std::string &text, const std::string &prefix, const char *characters,
-                   const std::string &replacement);
+/** `text` with whatever matches `pattern`, a regular expression, replaced. */
+std::string masked(const std::string &text, const char *pattern, const char *replacement);
+
+/** A diagnostic with its line numbers as "L". */
+std::string without_lines(const std::string &text);
 
 std::string content_of(const std::string &path);
+
+inline bool contains(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+/** A number as the pointer that generic containers hold. */
+inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
+
+/** A format that the compiler must not recognise as null. */
+inline const char *const null_format = nullptr;
+
+/** What `function` makes of a format and an argument list. */
+template <auto function>
+auto with_list(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const auto result = function(format, args);
+    va_end(args);
+    return result;
+}
 
 /** A failed check: function and condition. */
 using Check = std::pair<std::string, std::string>;
 
-/** Expects `body` to write exactly these failed-check warnings, in this order, of a source of the library
- *  (null: of any). */
-void expect_warnings(const char *source, const std::vector<Check> &checks, const std::function<void()> &body);
+/** Expects `body` to write exactly these failed-check warnings, in this order. */
+void expect_warnings(const std::vector<Check> &checks, const std::function<void()> &body);
 
-/** Expects the call to give `value`, with the warning that one check of `function` failed. */
-#define EXPECT_FAILS(function, condition, call, value)                                                                 \
-    vektest::expect_warnings(nullptr, {{function, condition}}, [&] { EXPECT_EQ(call, value); })
+/** The functions of a list, or of a call, with the condition that all of them check. */
+std::vector<Check> same_check(const std::string &functions, const std::string &condition);
 
-/** EXPECT_FAILS() for a call without a result. */
-#define EXPECT_WARNS(function, condition, call)                                                                        \
-    vektest::expect_warnings(nullptr, {{function, condition}}, [&] { call; })
+/** Calls a function with `first`, then with null and zeros, and expects null or 0. */
+template <typename Result, typename First, typename... Rest>
+void call_for_nothing(std::type_identity_t<First> first, Result (*function)(First, Rest...))
+{
+    if constexpr (std::is_void_v<Result>) {
+        function(first, Rest{}...);
+    } else {
+        EXPECT_EQ(function(first, Rest{}...), Result{});
+    }
+}
+
+template <typename First, typename... Functions>
+void expect_refusals(First first, const std::vector<Check> &checks, Functions... functions)
+{
+    expect_warnings(checks, [&] { (call_for_nothing(first, functions), ...); });
+}
+
+/** Expects each function, given `first` and otherwise null and zeros, to give null or 0 with the
+ *  warning that this check failed. */
+#define EXPECT_REFUSE(first, condition, ...)                                                       \
+    vektest::expect_refusals(first, vektest::same_check(#__VA_ARGS__, condition), __VA_ARGS__)
+
+/** Expects the call to give `value` with that warning. */
+#define EXPECT_FAILS(condition, call, value)                                                       \
+    vektest::expect_warnings(vektest::same_check(#call, condition), [&] { EXPECT_EQ(call, value); })
 
 /** What every fopen() of the process goes through, the library's included; null: straight on. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
@@ -75,15 +128,19 @@ public:
     Allocator &operator=(const Allocator &) = delete;
 
     /** Lets the n-th allocation from now fail (0: none); with `onward` all later ones too. */
-    void fail_nth(unsigned n, bool onward = false);
-    bool failed() const;          ///< an allocation has failed since fail_nth()
-    unsigned allocations() const; ///< allocations asked for since fail_nth()
-    size_t live() const;          ///< blocks that are not released
+    static void fail_nth(unsigned n, bool onward = false);
+    static bool failed();          ///< an allocation has failed since fail_nth()
+    static unsigned allocations(); ///< allocations asked for since fail_nth()
+    static size_t live();          ///< blocks that are not released
+    /** An allocation has failed since this was asked last. Ask in a statement of its own: in one
+     *  with the operation, either may come first. */
+    static bool just_failed();
 };
 
 /** Runs `scenario` with the first allocation failing, then the second, and so on until a run meets
- *  no failure; each once alone and once with all later ones failing too. A scenario checks what is
- *  documented for failure and success and releases everything. */
+ *  no failure; each once alone and once with all later ones failing too. A scenario asks after each
+ *  operation whether it met a failure, expects what is documented for either case, and releases
+ *  everything. */
 void fail_each_allocation(const std::function<void(Allocator &)> &scenario);
 
 } // namespace vektest
