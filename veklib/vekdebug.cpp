@@ -50,9 +50,9 @@ void replace_string(char *&variable, char *string)
 
 /* ---- Streams ----
  *
- * Records share a stream by its name, without counts: records of one name hold the same FILE, or none
- * if it could not be opened, and a FILE is closed when the record that lets it go is the last that
- * holds it. The default stream and the records of all domains are such records. Standard output is
+ * Records share a stream by its name, without counts: records of one name hold the same FILE, or
+ * none if it could not be opened, and a FILE is closed when the record that lets it go is the last
+ * that holds it. The default stream and the records of all domains are such records. Standard output is
  * never closed. */
 
 /** One walk over the stream records of all domains, until `test` is true for one. */

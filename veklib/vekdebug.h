@@ -108,10 +108,10 @@ VEK_API int vek_debug_reload_config(void);
  *  a file that one flag alone writes to is opened anew and thereby emptied.
  *  @param name   the flags' name; copied
  *  @param value  "0", "1", "-" or a file name; copied
- *  @return  0, also when a file cannot be opened (a warning, unless another flag has its name
- *           already; the flags behind the one that was tried keep what they had), without
- *           memory for a stream's name (the flags behind that one keep what they had), or without
- *           memory for the setting (the old one stays). Nothing is done before the start
+ *  @return  0, also in these cases: a file cannot be opened (a warning, unless another flag has its
+ *           name already) or a stream's name cannot be copied, and the flags behind that one keep
+ *           what they had; there is no memory for the setting, and the old one stays. Nothing is
+ *           done before the start
  *  Fails:   no memory for the settings -> 2; null name or value -> 1, with a warning
  */
 VEK_API int vek_debug_set_output_setting(const char *name, const char *value);
@@ -135,8 +135,8 @@ VEK_API void vek_debug_set_autoflush(bool on);
  *                     vek_debug_finalize(). Flags after the 32nd have no bit and no file of their
  *                     own
  *  @return  0, also when a file cannot be opened (a warning, unless another flag has its name
- *           already; the flags behind the one that was tried get no stream), or without
- *           memory for a stream's name (likewise). Nothing is done before the start
+ *           already) or a stream's name cannot be copied, and the flags behind that one get no
+ *           stream. Nothing is done before the start
  *  Fails:   no memory -> 2; null name or names -> 1, with a warning
  */
 VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names);

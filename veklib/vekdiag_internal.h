@@ -11,9 +11,9 @@
 
 #include "veklib/vekdiag.h"
 
-/* The function below has no name to show and is kept out of fatal reports: GCC lets it end in a jump,
- * where the target's calls allow that, although the library is compiled without such jumps; Clang,
- * which cannot be told so, and builds that do not optimise have it inline. */
+/* The function below has no name to show and is kept out of fatal reports: GCC lets it end in a
+ * jump, where the target's calls allow that, although the library is compiled without such jumps;
+ * Clang, which cannot be told so, and builds that do not optimise have it inline. */
 #if defined(__clang__) || !defined(__OPTIMIZE__)
 #define VEK_WITHOUT_FRAME __attribute__((always_inline)) inline
 #else
@@ -56,9 +56,9 @@
     ((condition) ? static_cast<void>(0) : __assert_fail(#condition, __FILE__, __LINE__, __func__))
 
 /** Reads an environment variable as a decimal number; a program with more rights than its user
- *  reads none. Leading blanks and a sign are accepted, what follows the digits is ignored, no digits give
- *  0. Numbers beyond the range of int give the nearest limit, on platforms with a wider long as
- *  well. Leaves errno alone.
+ *  reads none. Leading blanks and a sign are accepted, what follows the digits is ignored, no
+ *  digits give 0. Numbers beyond the range of int give the nearest limit, on platforms with a
+ *  wider long as well. Leaves errno alone.
  *  Fails: variable not set -> no value.
  */
 std::optional<int> vek_environment_number(const char *name);
