@@ -20,11 +20,6 @@ using namespace vektest;
 
 namespace {
 
-void set_environment(const char *name, const char *value)
-{
-    value != nullptr ? setenv(name, value, 1) : unsetenv(name);
-}
-
 /** Prints what it was given and leaves the process with exit code 42. */
 void reporting_handler(const char *file, int line, const char *message)
 {
@@ -46,7 +41,7 @@ TEST(Warnings, AreFatalAsTheEnvironmentSays)
     };
     for (const auto &row : rows) {
         in_clean_child([&] {
-            set_environment("VEK_FATAL_WARNINGS", row.environment);
+            if (row.environment != nullptr) { setenv("VEK_FATAL_WARNINGS", row.environment, 1); }
             EXPECT_EQ(vek_get_warnings_fatal(), row.answer) << row.environment;
             unsetenv("VEK_FATAL_WARNINGS");
             EXPECT_EQ(vek_get_warnings_fatal(), row.answer_once_unset) << row.environment;
@@ -196,7 +191,7 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
                 {"-5", 100},    {"5", 5},   {"1", 1},     {"100", 100}};
     for (const auto &row : rows) {
         const auto ended = in_clean_child([&] {
-            set_environment("VEK_BACKTRACE_SIZE", row.size);
+            if (row.size != nullptr) { setenv("VEK_BACKTRACE_SIZE", row.size, 1); }
             descend(150);
         });
         const auto frames = lines_of(ended.out);
