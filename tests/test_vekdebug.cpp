@@ -5,10 +5,10 @@
 
 #include "support/support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -279,7 +279,6 @@ FOLDER_TEST(Debug, PrintFunctionsTakeTheTextInstead)
 TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
 {
     const auto ended = in_folder([] {
-        unsetenv("VEK_DEBUG_CONFIG");
         EXPECT_EQ(vek_debug_initialize("missing", nullptr), 0);
         VekDebugDomain *const net = add_net();
         vek_debug_enable(net, 1);

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 
 #include <malloc.h>
 #include <sys/socket.h>
@@ -162,8 +161,7 @@ TEST(Fatal, ShowsTheCallsThatLedThere)
             vek_set_warnings_fatal(1);
             row.call();
         });
-        EXPECT_NE(ended.err.find(std::string("(") + row.function + "+"), std::string::npos)
-            << ended.err;
+        EXPECT_TRUE(contains(ended.err, std::string("(") + row.function + "+")) << ended.err;
     }
 }
 

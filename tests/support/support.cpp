@@ -6,7 +6,6 @@
 
 #include <veklib/vekmemory.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
