@@ -133,7 +133,7 @@ TEST(Fatal, DefaultHandlerPrintsAndAborts)
     EXPECT_EQ(silent.signal, SIGABRT);
 }
 
-/** The functions that were called stand in the report, through whatever the library called in turn. */
+/* The functions called stand in the report, through whatever the library called in turn. */
 TEST(Fatal, ShowsTheCallsThatLedThere)
 {
     static VekStr *no_string;
@@ -165,8 +165,8 @@ TEST(Fatal, ShowsTheCallsThatLedThere)
     }
 }
 
-/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1), through a pointer, so
- * that no compiler unrolls it. */
+/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1), through a pointer,
+ * so that no compiler unrolls it. */
 extern "C" int descend(int depth);
 int (*volatile descend_further)(int) = descend;
 
