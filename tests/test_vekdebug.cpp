@@ -5,10 +5,10 @@
 
 #include "support/support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -49,19 +49,6 @@ void expect_consistent_streams()
     }
 }
 
-int opens_left = INT_MAX;
-
-/** Lets the n-th open from now fail. */
-void fail_nth_open(int n)
-{
-    opens_left = n;
-    open_hook = [](const char *path, const char *mode) -> FILE * {
-        if (--opens_left != 0) { return plain_open(path, mode); }
-        errno = EMFILE;
-        return nullptr;
-    };
-}
-
 /** Runs a case in an empty folder, in a process of its own; nothing may stay behind. */
 Ended in_folder(const std::function<void()> &body)
 {
@@ -87,9 +74,10 @@ Ended in_folder(const std::function<void()> &body)
     TEST(suite, name) { in_folder(suite##_##name); }                                               \
     static void suite##_##name()
 
-/** What is printed of settings, given as "key=value " each. */
-std::string told(const std::string &settings)
+/** What is printed of settings, given as "key=value " each; null: nothing. */
+std::string told(const char *settings)
 {
+    if (settings == nullptr) { return ""; }
     return banner + masked(settings, "([^=]+)=([^ ]*) ", "Key: $1\tValue:$2\n");
 }
 
@@ -163,7 +151,9 @@ TEST(Debug, EntriesAreReadByTheGrammar)
     const std::string long_comment = "a=1 #" + std::string(500, 'c') + "=d\nb=2";
     const struct {
         std::string file;
-        const char *settings; ///< "key=value " each, in their order
+        const char *settings; ///< told of the file, in their order
+        const char *environment = "";
+        const char *all_settings = nullptr; ///< told of both
     } rows[] = {
         {"a = 1\nb\n", "a=1 b=1 "},
         {"a=\n b = \n", "b= "},
@@ -176,20 +166,18 @@ TEST(Debug, EntriesAreReadByTheGrammar)
         {"a=1\na=2\nA=3\n", "a=2 A=3 "},
         {"\xff=\x80\xfe", "\xff=\x80\xfe "},
         {"autoflush=0\nmainfile=-", ""},
+        {"# a comment alone is no source", nullptr},
+        {"mainfile=main\nb=1\na\n", "b=1 a=1 ", "mainfile=other,c=-,autoflush,a=0", "b=1 a=0 c=- "},
     };
     for (const auto &row : rows) {
         const auto ended = in_folder([&] {
             write_file("debug.conf", row.file);
+            setenv("VEK_DEBUG_CONFIG", row.environment, 1);
             EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
+            EXPECT_STREQ(getenv("VEK_DEBUG_CONFIG"), row.environment);
         });
-        EXPECT_EQ(ended.out, told(row.settings)) << row.file;
+        EXPECT_EQ(ended.out, told(row.settings) + told(row.all_settings)) << row.file;
     }
-    const auto empty = in_folder([] {
-        write_file("debug.conf", "# a comment alone is no source");
-        setenv("VEK_DEBUG_CONFIG", "", 1);
-        EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
-    });
-    EXPECT_EQ(empty.out, "");
 }
 
 TEST(Debug, TheFileIsFoundAlongThePath)
@@ -197,14 +185,14 @@ TEST(Debug, TheFileIsFoundAlongThePath)
     const struct {
         const char *name;
         const char *path;
-        const char *found; ///< the folder that the file is read from, or null
+        const char *settings; ///< the name of the folder that the file is read from
     } rows[] = {
-        {"debug.conf", "::one::two:", "one"},
-        {"debug.conf", "none:two", "two"},
+        {"debug.conf", "::one::two:", "one=1 "},
+        {"debug.conf", "none:two", "two=1 "},
         {"debug.conf", "none", nullptr},
-        {"debug.conf", nullptr, "."},
+        {"debug.conf", nullptr, ".=1 "},
         {"debug.conf", "", nullptr},
-        {"two/debug.conf", "one", "two"},
+        {"two/debug.conf", "one", "two=1 "},
         {nullptr, "one", nullptr},
     };
     for (const auto &row : rows) {
@@ -215,28 +203,14 @@ TEST(Debug, TheFileIsFoundAlongThePath)
             }
             EXPECT_EQ(vek_debug_initialize(row.name, row.path), 0);
         });
-        EXPECT_EQ(ended.out, row.found != nullptr ? told(std::string(row.found) + "=1 ") : "");
+        EXPECT_EQ(ended.out, told(row.settings));
     }
-}
-
-TEST(Debug, TheEnvironmentFollowsTheFile)
-{
-    const auto ended = in_folder([] {
-        write_file("debug.conf", "mainfile=main\nsend=1\nread\n");
-        setenv("VEK_DEBUG_CONFIG", "mainfile=other,receive=-,autoflush,read=0", 1);
-        EXPECT_EQ(vek_debug_initialize("debug.conf", nullptr), 0);
-        EXPECT_STREQ(getenv("VEK_DEBUG_CONFIG"), "mainfile=other,receive=-,autoflush,read=0");
-        vek_debug_print(add_net(), 1, "to %s\n", "other");
-        EXPECT_EQ(content_of("main"), "");
-        EXPECT_EQ(content_of("other"), "to other\n");
-    });
-    EXPECT_EQ(ended.out, told("send=1 read=1 ") + told("send=1 read=0 receive=- "));
 }
 
 FOLDER_TEST(Debug, PrintingGoesWhereItShould)
 {
     const std::string longer(2000, 'x');
-    VekDebugDomain *const net = start_with_net("mainfile=main,send=1,receive=file,read=other");
+    VekDebugDomain *const net = start_with_net("mainfile=first,mainfile=main,send=1,receive=file");
     vek_debug_print(net, 1, "%s", longer.c_str());
     vek_debug_print(net, 2, "b");
     vek_debug_print(net, 3, "c");    // the highest flag's stream
@@ -305,7 +279,6 @@ FOLDER_TEST(Debug, PrintFunctionsTakeTheTextInstead)
 TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
 {
     const auto ended = in_folder([] {
-        unsetenv("VEK_DEBUG_CONFIG");
         EXPECT_EQ(vek_debug_initialize("missing", nullptr), 0);
         VekDebugDomain *const net = add_net();
         vek_debug_enable(net, 1);
@@ -422,23 +395,6 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
     EXPECT_FALSE(contains(ended.out, "Key: x")); // a setting made meanwhile
 }
 
-FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsTriedOnceForAllOfItsName)
-{
-    static const char *const more_flags[] = {"send", "last", nullptr};
-    start("send=folder/file,last=-");
-    const std::string text = captured(2, [] {
-        vek_debug_add_domain("disk", disk_flags);
-        vek_debug_add_domain("more", more_flags);
-    });
-    EXPECT_EQ(lines_of(text).size(), 2u) << text; // a warning ends in an empty line
-    const VekDebugDomain *const more = vek_debug_get_domain("more");
-    EXPECT_EQ(more->enabled, 3u);
-    EXPECT_EQ(more->streams[1].file, stdout); // the flag behind goes on
-    std::filesystem::create_directory("folder");
-    EXPECT_EQ(captured(2, [] { vek_debug_set_output_setting("x", "y"); }), "");
-    EXPECT_EQ(more->streams[0].file, nullptr);
-}
-
 TEST(Debug, AFlagIsSwitchedWhateverBecomesOfItsStream)
 {
     for (const char *const value : {"0", "1", "-", "file"}) {
@@ -501,7 +457,8 @@ FOLDER_TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)
 
 FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsTold)
 {
-    start("mainfile=missing/main,send=missing/file,receive=1");
+    static const char *const more_flags[] = {"send", "last", nullptr};
+    start("mainfile=missing/main,send=missing/file,receive=1,last=-");
     std::string text = captured(2, [] { add_net(); });
     EXPECT_TRUE(contains(text, "_vek_debug_open_filestream: assertion \"fs->file\" failed"));
     VekDebugDomain *const net = vek_debug_get_domain("net");
@@ -512,6 +469,18 @@ FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsTold)
     vek_debug_set_output_setting("x", "y");
     vek_debug_print(net, 1, "found");
     EXPECT_EQ(content_of("missing/file"), "found");
+
+    text = captured(2, [] {
+        vek_debug_set_output_setting("send", "gone/file");
+        vek_debug_add_domain("more", more_flags);
+    });
+    EXPECT_EQ(lines_of(text).size(), 2u) << text; // tried once; a warning ends in an empty line
+    const VekDebugDomain *const more = vek_debug_get_domain("more");
+    EXPECT_EQ(more->enabled, 3u);
+    EXPECT_EQ(more->streams[1].file, stdout); // the flag behind goes on
+    std::filesystem::create_directory("gone");
+    EXPECT_EQ(captured(2, [] { vek_debug_set_output_setting("x", "y"); }), "");
+    EXPECT_EQ(more->streams[0].file, nullptr);
     vek_debug_finalize();
     vek_debug_print(net, 1, "after the end"); // the domain is gone, and is not looked at
 }
@@ -549,12 +518,18 @@ TEST(Debug, FailCleanly)
 {
     for (const bool memory : {true, false}) {
         in_folder([&] {
+            static int opens_left;
+            open_hook = [](const char *path, const char *mode) -> FILE * {
+                if (--opens_left != 0) { return plain_open(path, mode); }
+                errno = EMFILE;
+                return nullptr;
+            };
             const size_t before = open_descriptors();
             bool failed = true;
             for (int n = 1; failed && !testing::Test::HasFailure(); ++n) {
                 SCOPED_TRACE(testing::Message() << (memory ? "allocation " : "open ") << n);
                 Allocator::fail_nth(memory ? static_cast<unsigned>(n) : 0);
-                fail_nth_open(memory ? INT_MAX : n);
+                opens_left = memory ? INT_MAX : n;
                 captured(1, [&] { captured(2, [&] { live_with_a_failure(memory); }); });
                 failed = Allocator::failed() || opens_left <= 0;
                 opens_left = INT_MAX;

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 
 #include <malloc.h>
 #include <sys/socket.h>
@@ -19,11 +18,6 @@
 using namespace vektest;
 
 namespace {
-
-void set_environment(const char *name, const char *value)
-{
-    value != nullptr ? setenv(name, value, 1) : unsetenv(name);
-}
 
 /** Prints what it was given and leaves the process with exit code 42. */
 void reporting_handler(const char *file, int line, const char *message)
@@ -46,7 +40,7 @@ TEST(Warnings, AreFatalAsTheEnvironmentSays)
     };
     for (const auto &row : rows) {
         in_clean_child([&] {
-            set_environment("VEK_FATAL_WARNINGS", row.environment);
+            if (row.environment != nullptr) { setenv("VEK_FATAL_WARNINGS", row.environment, 1); }
             EXPECT_EQ(vek_get_warnings_fatal(), row.answer) << row.environment;
             unsetenv("VEK_FATAL_WARNINGS");
             EXPECT_EQ(vek_get_warnings_fatal(), row.answer_once_unset) << row.environment;
@@ -139,7 +133,7 @@ TEST(Fatal, DefaultHandlerPrintsAndAborts)
     EXPECT_EQ(silent.signal, SIGABRT);
 }
 
-/** The functions that were called stand in the report, through whatever the library called in turn. */
+/* The functions called stand in the report, through whatever the library called in turn. */
 TEST(Fatal, ShowsTheCallsThatLedThere)
 {
     static VekStr *no_string;
@@ -167,13 +161,12 @@ TEST(Fatal, ShowsTheCallsThatLedThere)
             vek_set_warnings_fatal(1);
             row.call();
         });
-        EXPECT_NE(ended.err.find(std::string("(") + row.function + "+"), std::string::npos)
-            << ended.err;
+        EXPECT_TRUE(contains(ended.err, std::string("(") + row.function + "+")) << ended.err;
     }
 }
 
-/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1), through a pointer, so
- * that no compiler unrolls it. */
+/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1), through a pointer,
+ * so that no compiler unrolls it. */
 extern "C" int descend(int depth);
 int (*volatile descend_further)(int) = descend;
 
@@ -196,7 +189,7 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
                 {"-5", 100},    {"5", 5},   {"1", 1},     {"100", 100}};
     for (const auto &row : rows) {
         const auto ended = in_clean_child([&] {
-            set_environment("VEK_BACKTRACE_SIZE", row.size);
+            if (row.size != nullptr) { setenv("VEK_BACKTRACE_SIZE", row.size, 1); }
             descend(150);
         });
         const auto frames = lines_of(ended.out);

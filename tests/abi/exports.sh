@@ -6,23 +6,24 @@ set -eu
 library=$1
 map=$2
 
+# expect_same WHAT LISTED FOUND
+expect_same() {
+    [ "$2" = "$3" ] && return
+    printf '%s differ from the list:\nlisted:\n%s\nfound:\n%s\n' "$@"
+    exit 1
+}
+
 listed=$(sed -n 's/^ *\(_*vek_[a-z_]*\);$/\1/p' "$map" | LC_ALL=C sort)
 exported=$(readelf -W --dyn-syms "$library" |
     awk '$1 ~ /^[0-9]+:$/ && $5 != "LOCAL" && $7 != "UND" && $7 != "ABS" {
              sub(/@.*/, "", $8); print $8 }' |
     LC_ALL=C sort)
-if [ "$listed" != "$exported" ]; then
-    printf 'exports differ from the list:\nlisted:\n%s\nexported:\n%s\n' "$listed" "$exported"
-    exit 1
-fi
+expect_same exports "$listed" "$exported"
 
 replaceable=$(sed -n 's/^ *__vek_default_\([a-z_]*\);$/vek_\1/p' "$map" | LC_ALL=C sort)
 weak=$(readelf -W --dyn-syms "$library" |
     awk '$5 == "WEAK" && $7 != "UND" { sub(/@.*/, "", $8); print $8 }' | LC_ALL=C sort)
-if [ "$replaceable" != "$weak" ]; then
-    printf 'weak names differ from the list:\nlisted:\n%s\nweak:\n%s\n' "$replaceable" "$weak"
-    exit 1
-fi
+expect_same "weak names" "$replaceable" "$weak"
 
 readelf -d "$library" | grep -q 'SONAME.*\[libveklib\.so\.1\]' || {
     echo "wrong SONAME"

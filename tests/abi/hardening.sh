@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: hardening.sh LIBRARY - the protections that the build asks for are there.
+# usage: hardening.sh LIBRARY - the properties that the build asks the linker for are there.
 set -eu
 library=$1
 found=$(readelf -WldnV "$library" && readelf -W --dyn-syms "$library")
@@ -14,6 +14,7 @@ expect() {
 expect "relocations that are read-only after loading" 'GNU_RELRO'
 expect "binding of all symbols when loaded" 'FLAGS.*NOW'
 expect "stack that cannot be executed" 'GNU_STACK .* RW  *0x'
+expect "mark that keeps it loaded, and its trace file open" 'FLAGS_1.*NODELETE'
 expect "guards on the stack" 'UND __stack_chk_fail'
 expect "checked printing" 'UND __v?[fs]n?printf_chk'
 case $(readelf -h "$library" | sed -n 's/ *Machine: *//p') in

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* usage: cancel PLUGIN - threads that are cancelled in a warning leave the stream's lock free, and cleanup handlers
- * run, those of a plug-in, too. Plain C: a program that needs libgcc_s itself would find it first in any case. */
+/* usage: cancel PLUGIN - threads that are cancelled in a warning leave the stream's lock free, and
+ * cleanup handlers run, those of a plug-in, too. Plain C: a program that needs libgcc_s itself
+ * would find it first in any case. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <pthread.h>

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Obeys every variable that the library reads, unless it runs with privileges; exits with 0 if it does.
- * Starts a program that lists the files it inherits. */
+/* Obeys every variable that the library reads, unless it runs with privileges; exits with 0 if it
+ * does. Starts a program that lists the files it inherits. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/auxv.h>

@@ -111,7 +111,7 @@ void expect_refusals(First first, const std::vector<Check> &checks, Functions...
 /** What every fopen() of the process goes through, the library's included; null: straight on. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
 
-/** Called in the middle of every fread() of the process, the library's included; null: not at all. */
+/** Called in the middle of every fread() of the process, the library's included; null: never. */
 extern std::function<void(FILE *file)> read_hook;
 
 /** The platform's own fopen(). */
