@@ -26,10 +26,10 @@ static std::string charges;
 static void note(char what, void *return_address)
 {
     Dl_info caller;
-    Dl_info library;
+    Dl_info application;
     ASSERT_NE(dladdr(return_address, &caller), 0);
-    ASSERT_NE(dladdr(reinterpret_cast<void *>(vek_hash_new), &library), 0);
-    charges += {what, caller.dli_fbase == library.dli_fbase ? 'l' : 'a'};
+    ASSERT_NE(dladdr(&charges, &application), 0);
+    charges += {what, caller.dli_fbase == application.dli_fbase ? 'a' : 'l'};
 }
 
 /** A table of the platform's functions that notes who asked. */

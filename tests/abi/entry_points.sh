@@ -7,7 +7,8 @@ set -eu
 objdump=$1
 library=$2
 
-case $("$objdump" -f "$library") in
+format=$("$objdump" -f "$library")
+case $format in
     *x86-64* | *littlearm* | *littleaarch64*) ;;
     *)
         echo "not known for this processor"
