@@ -46,12 +46,6 @@ Numbers up_to(int len)
     return numbers;
 }
 
-int stop_at_two(VekValue *key, VekValue *data, void *into)
-{
-    collect(key, data, into);
-    return vek_value_get_int(key) == 2;
-}
-
 VekName names[] = {{0, nullptr}, {1, const_cast<char *>("one")}, {2, const_cast<char *>("two")}};
 
 /** A dictionary whose end calls `look` once. */
@@ -138,14 +132,6 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     Allocator allocator;
     VekDict *const dict = squares(1, 1);
     const VekValue *const first = vek_int_dict_get_value(dict, 1);
-    VekValue key;
-    VekValue data;
-    vek_value_set_int(&key, 2);
-    vek_value_set_int(&data, 3);
-    allocator.fail_nth(1); // a put that fails leaves the records
-    EXPECT_EQ(_vek_dict_put_value(dict, &key, &data), 0);
-    EXPECT_EQ(vek_value_get_int(&key), 2);
-    EXPECT_EQ(vek_value_get_int(&data), 3);
     allocator.fail_nth(0);
     for (int i = 2; i <= 12; ++i) {
         vek_int_dict_put_int(dict, i, i);
@@ -155,6 +141,10 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     EXPECT_EQ(keys_of(dict), up_to(12));
     EXPECT_EQ(vek_dict_get_len(dict), 12);
     Numbers seen;
+    const auto stop_at_two = [](VekValue *key, VekValue *data, void *into) -> int {
+        collect(key, data, into);
+        return vek_value_get_int(key) == 2;
+    };
     vek_dict_foreach(dict, stop_at_two, &seen);
     EXPECT_EQ(seen, up_to(2));
 

@@ -248,19 +248,17 @@ TEST(Value, ConvertsToText)
 TEST(Value, OwnershipFollowsTheVerb)
 {
     Allocator allocator;
-    VekStr *const vekstr = vek_str_create("a");
     VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
     VekValue value;
-    vek_value_set_vekstr(&value, vekstr);
-    EXPECT_EQ(_vek_str_get_ref_count(vekstr), 2u);
-    EXPECT_EQ(vek_value_dup_vekstr(&value), vekstr);
-    EXPECT_EQ(_vek_str_get_ref_count(vekstr), 3u);
-    EXPECT_EQ(vek_value_steal_vekstr(&value), vekstr);
+    vek_value_set_vekstr(&value, &shared);
+    EXPECT_EQ(vek_value_dup_vekstr(&value), &shared);
+    EXPECT_EQ(shared.count, 3u);
+    EXPECT_EQ(vek_value_steal_vekstr(&value), &shared);
     EXPECT_EQ(vek_value_get_vekstr(&value), nullptr);
-    vek_str_unref(vekstr);
-    vek_str_unref(vekstr);
-    vek_value_take_vekstr(&value, vekstr);
+    vek_str_unref(&shared);
+    vek_value_take_vekstr(&value, &shared);
     vek_value_release(&value);
+    EXPECT_EQ(shared.count, 1u);
 
     vek_value_set_dict(&value, dict);
     EXPECT_EQ(vek_value_dup_dict(&value), dict);
