@@ -8,7 +8,6 @@
 #include "support/support.h"
 
 #include <climits>
-#include <utility>
 
 using namespace vektest;
 
@@ -168,28 +167,25 @@ TEST(Dict, CopiesAndMoves)
         if (dict == nullptr) { return; }
         const Numbers keys = keys_of(dict);
         EXPECT_EQ(keys == up_to(13), !allocator.just_failed());
-        for (const int init_count : {2, 50}) {
-            VekDict *const copy = vek_dict_copy(dict, init_count);
+        const auto expect_copy = [&](VekDict *copy, int slots) {
             EXPECT_EQ(copy == nullptr, allocator.just_failed());
-            if (copy != nullptr) {
-                EXPECT_EQ(keys_of(copy), keys);
-                EXPECT_EQ(copy->first_seg.count, std::max(init_count, vek_dict_get_len(dict)));
-                EXPECT_EQ(copy->first_seg.next, nullptr);
-            }
+            if (copy == nullptr) { return false; }
+            EXPECT_EQ(keys_of(copy), keys);
+            EXPECT_EQ(vek_dict_get_key_type(copy), VEK_VALUE_INT);
+            EXPECT_EQ(copy->first_seg.count, slots);
+            EXPECT_EQ(copy->first_seg.next, nullptr);
             vek_dict_destroy(copy);
+            return true;
+        };
+        const int len = vek_dict_get_len(dict);
+        for (const int init_count : {2, 50}) {
+            expect_copy(vek_dict_copy(dict, init_count), std::max(init_count, len));
         }
         EXPECT_EQ(keys_of(dict), keys);
-        if (!keys.empty()) {
-            VekDict *const moved = vek_dict_dup_and_clear(dict);
-            EXPECT_EQ(moved == nullptr, allocator.just_failed());
-            EXPECT_EQ(keys_of(dict), moved != nullptr ? Numbers() : keys);
-            if (moved != nullptr) {
-                EXPECT_EQ(keys_of(moved), keys);
-                EXPECT_EQ(vek_dict_get_key_type(moved), VEK_VALUE_INT);
-                EXPECT_EQ(moved->first_seg.count, vek_dict_get_len(moved));
-                EXPECT_EQ(dict->first_seg.next, nullptr);
-            }
-            vek_dict_destroy(moved);
+        if (len > 0) {
+            const bool moved = expect_copy(vek_dict_dup_and_clear(dict), len);
+            EXPECT_EQ(keys_of(dict), moved ? Numbers() : keys);
+            EXPECT_TRUE(!moved || dict->first_seg.next == nullptr);
         }
         vek_dict_destroy(dict);
     });

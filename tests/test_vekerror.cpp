@@ -56,7 +56,6 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     vek_error_destroy(nullptr);
     EXPECT_STREQ(_vek_error_get_string(0), "Success");
     EXPECT_STREQ(_vek_error_get_string(3), "Bad Input Data");
-    EXPECT_STREQ(_vek_error_get_string(4), "Unknown Error");
 }
 
 TEST(Error, MessageIsCutConsistently)

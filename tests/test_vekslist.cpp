@@ -5,6 +5,8 @@
 
 #include "support/support.h"
 
+#include <tuple>
+
 using namespace vektest;
 
 namespace {
@@ -68,16 +70,13 @@ TEST(SList, Compares)
     const auto same_parity = [](const void *a, const void *b) -> int {
         return (reinterpret_cast<intptr_t>(a) - reinterpret_cast<intptr_t>(b)) % 2 == 0;
     };
-    const struct {
-        Numbers other;
-        int identical;
-        int equal;
-    } rows[] = {{{1, 2, 3}, 1, 1}, {{1, 2}, 0, 0},    {{1, 2, 3, 4}, 0, 0},
-                {{3, 4, 5}, 0, 1}, {{1, 3, 3}, 0, 0}, {{}, 0, 0}};
-    for (const auto &row : rows) {
-        VekSList *const other = list_of(row.other);
-        EXPECT_EQ(vek_slist_equal(list, other, nullptr), row.identical);
-        EXPECT_EQ(vek_slist_equal(list, other, same_parity), row.equal);
+    const std::tuple<Numbers, int, int> rows[] = {{{1, 2, 3}, 1, 1},    {{1, 2}, 0, 0},
+                                                  {{1, 2, 3, 4}, 0, 0}, {{3, 4, 5}, 0, 1},
+                                                  {{1, 3, 3}, 0, 0},    {{}, 0, 0}};
+    for (const auto &[numbers, identical, equal] : rows) {
+        VekSList *const other = list_of(numbers);
+        EXPECT_EQ(vek_slist_equal(list, other, nullptr), identical);
+        EXPECT_EQ(vek_slist_equal(list, other, same_parity), equal);
         vek_slist_free(other, nullptr);
     }
 

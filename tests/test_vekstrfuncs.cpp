@@ -28,10 +28,7 @@ void expect_text(const char *expected, const char *format, ...)
 
 TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
 {
-    const struct {
-        void *(*make)();
-        std::string text;
-    } rows[] = {
+    const std::pair<void *(*)(), std::string> rows[] = {
         {[]() -> void * { return vek_strdup("text"); }, "text"},
         {[]() -> void * { return vek_strdup(""); }, ""},
         {[]() -> void * { return vek_strndup("abcdef", 3); }, "abc"},
@@ -60,14 +57,12 @@ TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
 
 TEST(StrFuncs, BoundedCopy)
 {
-    const struct {
-        size_t size;
-        const char *text;
-    } rows[] = {{0, "######"}, {1, ""}, {4, "hel"}, {5, "hell"}, {6, "hello"}, {7, "hello"}};
-    for (const auto &row : rows) {
+    const std::pair<size_t, const char *> rows[] = {{0, "######"}, {1, ""},      {4, "hel"},
+                                                    {5, "hell"},   {6, "hello"}, {7, "hello"}};
+    for (const auto &[size, text] : rows) {
         char buffer[8] = "######";
-        EXPECT_EQ(vek_strlcpy(buffer, "hello", row.size), 5u);
-        EXPECT_STREQ(buffer, row.text);
+        EXPECT_EQ(vek_strlcpy(buffer, "hello", size), 5u);
+        EXPECT_STREQ(buffer, text);
     }
 }
 

@@ -8,8 +8,6 @@
 
 #include <climits>
 #include <cmath>
-#include <cstdint>
-#include <limits>
 
 using namespace vektest;
 
@@ -126,7 +124,6 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
 
 TEST(Value, EqualityHasItsCorners)
 {
-    const double not_a_number = std::numeric_limits<double>::quiet_NaN();
     const auto text = [] { return vek_str_create("x"); };
     const auto list = [text] { return vek_slist_prepend(nullptr, text()); };
     struct {
@@ -134,7 +131,7 @@ TEST(Value, EqualityHasItsCorners)
         Value second;
         int equal;
     } rows[] = {
-        {{vek_value_set_double, not_a_number}, {vek_value_set_double, not_a_number}, 0},
+        {{vek_value_set_double, NAN}, {vek_value_set_double, NAN}, 0},
         {{vek_value_set_double, 0.0}, {vek_value_set_double, -0.0}, 1},
         {{vek_value_set_double, 5.0}, {vek_value_set_int, 5}, 0},
         {string_value(nullptr), string_value(nullptr), 1},
@@ -175,7 +172,6 @@ TEST(Value, ConvertsToNumbers)
         {"0b11", 0, 0},
         {"\t-0x10", -16, -16},
         {"+0x10", 16, 16},
-        {"12abc", 12, 12},
         {"0", 0, 0},
         {"-3.9", -3, -3.9},
         {"abc", 0, 0, nothing, nothing},
@@ -203,10 +199,9 @@ TEST(Value, ConvertsToNumbers)
                       told(row.real_fault, "a double"));
         }
     }
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     for (const auto &[real, integer] : {std::pair<double, int32_t>{2.9, 2},
                                         {-2.9, -2},
-                                        {nan, 0},
+                                        {NAN, 0},
                                         {1e20, INT32_MAX},
                                         {2147483647.9, INT32_MAX},
                                         {-HUGE_VAL, INT32_MIN}}) {
@@ -214,9 +209,8 @@ TEST(Value, ConvertsToNumbers)
         EXPECT_EQ(vek_value_get_as_int(value), integer);
         EXPECT_TRUE(std::isnan(real) || vek_value_get_as_double(value) == real);
     }
-    Value integer(vek_value_set_int, INT32_MIN);
-    EXPECT_EQ(vek_value_get_as_int(integer), INT32_MIN);
-    EXPECT_EQ(vek_value_get_as_double(integer), -2147483648.0);
+    EXPECT_EQ(vek_value_get_as_int(Value(vek_value_set_int, INT32_MIN)), INT32_MIN);
+    EXPECT_EQ(vek_value_get_as_double(Value(vek_value_set_int, INT32_MIN)), -2147483648.0);
 }
 
 TEST(Value, ConvertsToText)
@@ -229,12 +223,11 @@ TEST(Value, ConvertsToText)
     EXPECT_EQ(text_of(Value(vek_value_set_name, &name)), "eth0");
     Value pointer(vek_value_set_pointer, &name);
     EXPECT_EQ(text_of(pointer), address("VEK_VALUE_POINTER", &name));
-    VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
-    EXPECT_EQ(text_of(Value(vek_value_take_dict, dict)), address("VEK_VALUE_DICT", dict));
     for (const auto &[type, text] : {std::pair{VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
                                      {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
                                      {VEK_VALUE_SLIST_OF_POINTER, "VEK_VALUE_SLIST_OF_POINTER"},
-                                     {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"}}) {
+                                     {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"},
+                                     {VEK_VALUE_DICT, "VEK_VALUE_DICT"}}) {
         EXPECT_EQ(text_of(Value(vek_value_init, type)), address(text, nullptr));
     }
     Value text(vek_value_take_vekstr, vek_str_create("17"));
@@ -289,20 +282,16 @@ TEST(Value, OwnershipFollowsTheVerb)
 TEST(Value, ListsAreCopiedWholeOrNotAtAll)
 {
     Allocator allocator;
-    VekStr *const limited = vek_str_create("x");
-    Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, limited));
+    Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, vek_str_ref(&shared)));
     VekValue copy;
-    limited->count = UINT_MAX - 1; // refuses a reference
+    shared.count = UINT_MAX - 1; // refuses a reference
     captured(2, [&] { EXPECT_EQ(vek_value_copy(&copy, strings), 0); });
     EXPECT_EQ(vek_value_get_slist(&copy), nullptr);
-    limited->count = 1;
+    shared.count = 2;
     vek_slist_append(vek_value_get_slist(strings), nullptr); // nothing to copy is no failure
     EXPECT_EQ(vek_value_copy(&copy, strings), 1);
     EXPECT_EQ(vek_slist_get_length(vek_value_get_slist(&copy)), 2u);
     vek_value_release(&copy);
-    Value of_empty(vek_value_take_slist_of_value,
-                   vek_slist_prepend(nullptr, vek_calloc(1, sizeof(VekValue))));
-    captured(2, [&] { EXPECT_EQ(vek_value_dup(of_empty), nullptr); });
 }
 
 TEST(Value, AccessNamesTheFault)
