@@ -28,22 +28,23 @@ void expect_text(const char *expected, const char *format, ...)
 
 TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
 {
-    const std::pair<void *(*)(), std::string> rows[] = {
-        {[]() -> void * { return vek_strdup("text"); }, "text"},
-        {[]() -> void * { return vek_strdup(""); }, ""},
-        {[]() -> void * { return vek_strndup("abcdef", 3); }, "abc"},
-        {[]() -> void * { return vek_strndup("ab", 10); }, "ab"},
-        {[]() -> void * { return vek_strndup("", 1); }, ""},
-        {[]() -> void * { return vek_strdup_printf("%d-%s", 7, "x"); }, "7-x"},
-        {[]() -> void * { return vek_strdup_printf("%0255d", 0); }, std::string(255, '0')},
-        {[]() -> void * { return vek_strdup_printf("%0256d", 0); }, std::string(256, '0')},
-        {[] { return vek_memdup("a\0b", 4); }, {"a\0b", 3}},
+    const std::pair<char *(*)(), std::string> rows[] = {
+        {[] { return vek_strdup("text"); }, "text"},
+        {[] { return vek_strdup(""); }, ""},
+        {[] { return vek_strndup("abcdef", 3); }, "abc"},
+        {[] { return vek_strndup("ab", 10); }, "ab"},
+        {[] { return vek_strndup("", 1); }, ""},
+        {[] { return vek_strdup_printf("%d-%s", 7, "x"); }, "7-x"},
+        {[] { return vek_strdup_printf("%0255d", 0); }, std::string(255, '0')},
+        {[] { return vek_strdup_printf("%0256d", 0); }, std::string(256, '0')},
+        {[] { return static_cast<char *>(vek_memdup("a\0b", 4)); }, {"a\0b", 3}},
     };
     fail_each_allocation([&](Allocator &allocator) {
         for (const auto &[make, text] : rows) {
-            void *const copy = make();
+            char *const copy = make();
             EXPECT_EQ(copy == nullptr, allocator.just_failed());
-            EXPECT_TRUE(copy == nullptr || memcmp(copy, text.c_str(), text.size() + 1) == 0);
+            EXPECT_TRUE(copy == nullptr || memcmp(copy, text.c_str(), text.size() + 1) == 0)
+                << text;
             vek_free(copy);
         }
     });
