@@ -231,6 +231,7 @@ TEST(Value, ConvertsToText)
         EXPECT_EQ(text_of(Value(vek_value_init, type)), address(text, nullptr));
     }
     Value text(vek_value_take_vekstr, vek_str_create("17"));
+    EXPECT_EQ(text_of(text), "17");
     VekStr *const same = vek_value_get_as_vekstr(text);
     EXPECT_EQ(same, vek_value_get_vekstr(text));
     EXPECT_EQ(_vek_str_get_ref_count(same), 2u);
