@@ -8,7 +8,6 @@
 #include "support/support.h"
 
 #include <climits>
-#include <utility>
 
 using namespace vektest;
 
@@ -46,43 +45,84 @@ Numbers up_to(int len)
     return numbers;
 }
 
-int stop_at_two(VekValue *key, VekValue *data, void *into)
-{
-    collect(key, data, into);
-    return vek_value_get_int(key) == 2;
-}
-
-/* What the three facades have in common, for the tests that run over all of them. */
-#define FACADE(Name, prefix, key_expression, exists_function)                                      \
-    struct Name {                                                                                  \
-        static auto key(int i) { return key_expression; }                                          \
-        static constexpr auto create = prefix##_create;                                            \
-        static constexpr auto put_int = prefix##_put_int;                                          \
-        static constexpr auto put_double = prefix##_put_double;                                    \
-        static constexpr auto put_vekstr = prefix##_put_vekstr;                                    \
-        static constexpr auto put_string = prefix##_dup_and_put_string;                            \
-        static constexpr auto put_pointer = prefix##_put_persistent_pointer;                       \
-        static constexpr auto put_value = prefix##_put_value;                                      \
-        static constexpr auto get_value = prefix##_get_value;                                      \
-        static constexpr auto get_int = prefix##_get_int;                                          \
-        static constexpr auto get_double = prefix##_get_double;                                    \
-        static constexpr auto get_vekstr = prefix##_get_vekstr;                                    \
-        static constexpr auto get_string = prefix##_get_string;                                    \
-        static constexpr auto get_pointer = prefix##_get_pointer;                                  \
-        static bool exists(VekDict *dict) { return exists_function(dict, key(1)); }                \
-    }
-
 VekName names[] = {{0, nullptr}, {1, const_cast<char *>("one")}, {2, const_cast<char *>("two")}};
 
-FACADE(StrFacade, vek_str_dict, i == 1 ? "one" : "two", vek_str_dict_get_value);
-FACADE(IntFacade, vek_int_dict, i, vek_int_dict_key_exists);
-FACADE(NameFacade, vek_name_dict, &names[i], vek_name_dict_key_exists);
+/** A dictionary whose end calls `look` once. */
+VekValue nested(VekDictForeachFunc look)
+{
+    VekDict *const dict = _vek_dict_create_full(1, VEK_VALUE_INT, look, nullptr);
+    vek_int_dict_put_int(dict, 1, 1);
+    VekValue value;
+    vek_value_take_dict(&value, dict);
+    return value;
+}
 
-template <typename F>
-class TypedDict : public testing::Test {
-};
-using Facades = testing::Types<StrFacade, IntFacade, NameFacade>;
-TYPED_TEST_SUITE(TypedDict, Facades);
+/* Applies a macro or a function to arguments and the functions that each facade has. */
+#define FACADE(apply, prefix, ...)                                                                 \
+    apply(__VA_ARGS__, prefix##_put_vekstr, prefix##_dup_and_put_string, prefix##_put_int,         \
+          prefix##_put_double, prefix##_put_persistent_pointer, prefix##_put_value,                \
+          prefix##_get_value, prefix##_get_pointer, prefix##_get_vekstr, prefix##_get_string)
+
+/* What each of them checks of its dictionary, in its own words. */
+#define EXPECT_FACADE_REFUSES(dict, condition, condition_of_numbers, prefix)                       \
+    FACADE(EXPECT_REFUSE, prefix, dict, condition);                                                \
+    EXPECT_REFUSE(dict, condition_of_numbers, prefix##_get_int, prefix##_get_double)
+
+/** Stores and replaces every kind of datum through a facade. */
+void store_every_kind(auto key, auto other_key, auto create, auto exists, auto get_int,
+                      auto get_double, auto put_vekstr, auto put_string, auto put_int,
+                      auto put_double, auto put_pointer, auto put_value, auto get_value,
+                      auto get_pointer, auto get_vekstr, auto get_string)
+{
+    SCOPED_TRACE(key);
+    fail_each_allocation([&](Allocator &allocator) {
+        VekStr shared = {1, ""};
+        VekDict *const dict = create(1);
+        if (dict == nullptr) { return; }
+        const auto stored = [&](int result) {
+            EXPECT_EQ(result, allocator.just_failed() ? 0 : 1);
+            return result;
+        };
+        EXPECT_EQ(get_int(dict, key), 0); // absent
+        EXPECT_EQ(get_double(dict, key), 0.0);
+        EXPECT_EQ(get_pointer(dict, key), nullptr);
+        EXPECT_EQ(get_string(dict, key), nullptr);
+        EXPECT_FALSE(exists(dict, key));
+        stored(put_int(dict, other_key, 1)); // leaves no free slot
+
+        if (stored(put_vekstr(dict, key, vek_str_ref(&shared)))) {
+            EXPECT_EQ(get_vekstr(dict, key), &shared);
+            EXPECT_EQ(get_string(dict, key), shared.text);
+            EXPECT_TRUE(exists(dict, key));
+        } else { // the reference stayed here
+            EXPECT_EQ(shared.count, 2u);
+            vek_str_unref(&shared);
+        }
+        if (stored(put_string(dict, key, "text"))) {
+            EXPECT_STREQ(get_string(dict, key), "text");
+            EXPECT_EQ(shared.count, 1u);
+        }
+        if (stored(put_double(dict, key, 0.5))) {
+            EXPECT_EQ(get_double(dict, key), 0.5);
+            expect_warnings({{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
+                            [&] { EXPECT_EQ(get_int(dict, key), 0); });
+        }
+        if (stored(put_pointer(dict, key, &allocator))) {
+            EXPECT_EQ(get_pointer(dict, key), &allocator);
+        }
+        VekValue value;
+        vek_value_set_slist_of_ptr(&value, nullptr);
+        const int put = stored(put_value(dict, key, &value));
+        EXPECT_EQ(value.vt == nullptr, put == 1);
+        if (put) {
+            EXPECT_EQ(vek_value_get_type(get_value(dict, key)), VEK_VALUE_SLIST_OF_POINTER);
+        }
+        if (stored(put_int(dict, key, -7))) { EXPECT_EQ(get_int(dict, key), -7); }
+        EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
+        EXPECT_EQ(put_string(dict, key, nullptr), 0);
+        vek_dict_destroy(dict);
+    });
+}
 
 } // namespace
 
@@ -92,13 +132,11 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     VekDict *const dict = squares(1, 1);
     const VekValue *const first = vek_int_dict_get_value(dict, 1);
     VekValue key;
-    VekValue data;
     vek_value_set_int(&key, 2);
-    vek_value_set_int(&data, 3);
+    VekValue data = key;
     allocator.fail_nth(1); // a put that fails leaves the records
     EXPECT_EQ(_vek_dict_put_value(dict, &key, &data), 0);
-    EXPECT_EQ(vek_value_get_int(&key), 2);
-    EXPECT_EQ(vek_value_get_int(&data), 3);
+    EXPECT_EQ(vek_value_equal(&key, &data), 1);
     allocator.fail_nth(0);
     for (int i = 2; i <= 12; ++i) {
         vek_int_dict_put_int(dict, i, i);
@@ -107,16 +145,12 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     EXPECT_EQ(vek_int_dict_get_value(dict, 1), first); // slots never move
     EXPECT_EQ(keys_of(dict), up_to(12));
     EXPECT_EQ(vek_dict_get_len(dict), 12);
-    Numbers seen;
-    vek_dict_foreach(dict, stop_at_two, &seen);
-    EXPECT_EQ(seen, up_to(2));
 
     EXPECT_EQ(vek_dict_clear(vek_dict_ref(dict)), dict);
     EXPECT_EQ(_vek_dict_get_ref_count(dict), 2);
     EXPECT_EQ(vek_dict_get_len(dict), 0);
     EXPECT_EQ(dict->first_seg.next, nullptr);
     vek_int_dict_put_int(dict, 5, 5);
-    EXPECT_EQ(vek_value_get_int(&dict->first_seg.items[0].key), 5);
     vek_dict_destroy(dict);
     EXPECT_EQ(keys_of(dict), (Numbers{5}));
     vek_dict_destroy(dict);
@@ -131,34 +165,31 @@ TEST(Dict, CopiesAndMoves)
         if (dict == nullptr) { return; }
         const Numbers keys = keys_of(dict);
         EXPECT_EQ(keys == up_to(13), !allocator.just_failed());
-        for (const int init_count : {2, 50}) {
-            VekDict *const copy = vek_dict_copy(dict, init_count);
+        const auto expect_copy = [&](VekDict *copy, int slots) {
             EXPECT_EQ(copy == nullptr, allocator.just_failed());
-            if (copy != nullptr) {
-                EXPECT_EQ(keys_of(copy), keys);
-                EXPECT_EQ(copy->first_seg.count, std::max(init_count, vek_dict_get_len(dict)));
-                EXPECT_EQ(copy->first_seg.next, nullptr);
-            }
+            if (copy == nullptr) { return false; }
+            EXPECT_EQ(keys_of(copy), keys);
+            EXPECT_EQ(vek_dict_get_key_type(copy), VEK_VALUE_INT);
+            EXPECT_EQ(copy->first_seg.count, slots);
+            EXPECT_EQ(copy->first_seg.next, nullptr);
             vek_dict_destroy(copy);
+            return true;
+        };
+        const int len = vek_dict_get_len(dict);
+        for (const int init_count : {2, 50}) {
+            expect_copy(vek_dict_copy(dict, init_count), std::max(init_count, len));
         }
         EXPECT_EQ(keys_of(dict), keys);
-        if (!keys.empty()) {
-            VekDict *const moved = vek_dict_dup_and_clear(dict);
-            EXPECT_EQ(moved == nullptr, allocator.just_failed());
-            EXPECT_EQ(keys_of(dict), moved != nullptr ? Numbers() : keys);
-            if (moved != nullptr) {
-                EXPECT_EQ(keys_of(moved), keys);
-                EXPECT_EQ(vek_dict_get_key_type(moved), VEK_VALUE_INT);
-                EXPECT_EQ(moved->first_seg.count, vek_dict_get_len(moved));
-                EXPECT_EQ(dict->first_seg.next, nullptr);
-            }
-            vek_dict_destroy(moved);
+        if (len > 0) {
+            const bool moved = expect_copy(vek_dict_dup_and_clear(dict), len);
+            EXPECT_EQ(keys_of(dict), moved ? Numbers() : keys);
+            EXPECT_TRUE(!moved || dict->first_seg.next == nullptr);
         }
         vek_dict_destroy(dict);
     });
 }
 
-TEST(Dict, DestroyFunctionSeesTheItemsAtTheEnd)
+TEST(Dict, WalksStopWhenTheFunctionSaysSo)
 {
     Allocator allocator;
     Numbers seen;
@@ -169,6 +200,9 @@ TEST(Dict, DestroyFunctionSeesTheItemsAtTheEnd)
     };
     VekDict *const dict = vek_name_dict_create_full(1, note_id, &seen);
     for (const int i : {1, 2, 0}) { vek_name_dict_dup_and_put_string(dict, &names[i], "x"); }
+    vek_dict_foreach(dict, note_id, &seen);
+    EXPECT_EQ(seen, up_to(2));
+    seen.clear();
     vek_dict_ref(dict);
     vek_dict_destroy(dict);
     EXPECT_EQ(seen, Numbers());
@@ -207,86 +241,48 @@ TEST(Dict, KeysAreEqualWithinTheirType)
     }
 }
 
-/* A nested dictionary whose end looks into the outer one. */
-int walk_outer(VekValue *, VekValue *, void *outer)
-{
-    keys_of(*static_cast<VekDict **>(outer));
-    vek_int_dict_get_int(*static_cast<VekDict **>(outer), 99);
-    return 0;
-}
-
-TEST(Dict, WhatIsReleasedMayLookAtTheRest)
+TEST(Dict, WhatIsReleasedMayLookIntoTheDictionary)
 {
     Allocator allocator;
+    static VekDict *outer;
+    const auto walk = [](VekValue *, VekValue *, void *) {
+        keys_of(outer);
+        return vek_int_dict_get_int(outer, 99);
+    };
     for (const bool clear : {true, false}) {
-        VekDict *outer = squares(1, 30);
+        outer = squares(1, 30);
         for (const int key : {1, 5, 15, 30}) { // in each of the segments
-            VekDict *const nested = _vek_dict_create_full(1, VEK_VALUE_INT, walk_outer, &outer);
-            vek_int_dict_put_int(nested, 1, 1);
-            VekValue value;
-            vek_value_take_dict(&value, nested);
-            vek_int_dict_put_value(outer, key, &value);
+            VekValue data = nested(walk);
+            vek_int_dict_put_value(outer, key, &data);
         }
         captured(2, [&] {
             if (clear) { vek_dict_clear(outer); }
             vek_dict_destroy(outer);
         });
     }
-}
 
-TEST(Dict, WhatIsReplacedMayLookItsKeyUp)
-{
-    vektest::Allocator allocator;
-    VekDict *outer = squares(1, 1);
-    const auto look_up = [](VekValue *, VekValue *, void *dict) {
-        EXPECT_EQ(vek_int_dict_get_int(static_cast<VekDict *>(dict), 1), 7);
+    outer = squares(1, 1);
+    VekValue data = nested([](VekValue *, VekValue *, void *) {
+        EXPECT_EQ(vek_int_dict_get_int(outer, 1), 7); // what takes the released one's place
         return 0;
-    };
-    VekDict *const nested = _vek_dict_create_full(1, VEK_VALUE_INT, look_up, outer);
-    vek_int_dict_put_int(nested, 1, 1);
-    VekValue value;
-    vek_value_take_dict(&value, nested);
-    vek_int_dict_put_value(outer, 1, &value);
+    });
+    vek_int_dict_put_value(outer, 1, &data);
     vek_int_dict_put_int(outer, 1, 7);
     vek_dict_destroy(outer);
-}
 
-/** A key that is a list of 1 and, if not null, a dictionary. */
-VekValue list_key(VekDict *last)
-{
-    VekValue element;
-    VekValue key;
-    vek_value_set_int(&element, 1);
-    VekSList *list = vek_slist_append(nullptr, vek_value_dup(&element));
-    if (last != nullptr) {
-        vek_value_take_dict(&element, last);
-        list = vek_slist_append(list, vek_value_dup(&element));
-        vek_value_release(&element);
-    }
-    vek_value_take_slist_of_value(&key, list);
-    return key;
-}
-
-TEST(Dict, AKeyThatIsBeingReleasedIsNotCompared)
-{
-    vektest::Allocator allocator;
-    VekDict *const outer = _vek_dict_create(1, VEK_VALUE_SLIST_OF_VALUE);
-    const auto look_up = [](VekValue *, VekValue *, void *dict) {
-        VekValue key = list_key(nullptr);
-        EXPECT_EQ(_vek_dict_get_value(static_cast<VekDict *>(dict), &key), nullptr);
-        vek_value_release(&key);
+    outer = _vek_dict_create(1, VEK_VALUE_DICT);
+    VekValue key = nested([](VekValue *, VekValue *, void *) {
+        VekValue other;
+        vek_value_set_pointer(&other, &other);
+        EXPECT_EQ(_vek_dict_get_value(outer, &other), nullptr);
         return 0;
-    };
-    VekDict *const nested = _vek_dict_create_full(1, VEK_VALUE_INT, look_up, outer);
-    vek_int_dict_put_int(nested, 1, 1);
-    VekValue key = list_key(nested);
-    VekValue datum;
-    vek_value_set_int(&datum, 1);
-    _vek_dict_put_value(outer, &key, &datum);
-    expect_warnings({{"vek_value_get_type", "value->vt != NULL"},
+    });
+    vek_value_set_int(&data, 1);
+    _vek_dict_put_value(outer, &key, &data);
+    expect_warnings({{"vek_value_get_type", "value->vt != NULL"}, // a released key is not compared
                      {"_vek_dict_get_value",
                       "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID"}},
-                    [outer] { vek_dict_destroy(outer); });
+                    [] { vek_dict_destroy(outer); });
 }
 
 TEST(Dict, WalksPast65535Items)
@@ -322,71 +318,15 @@ TEST(Dict, Prints)
     });
 }
 
-TYPED_TEST(TypedDict, StoresAndReplacesEveryKindOfDatum)
+TEST(TypedDicts, StoreAndReplaceEveryKindOfDatum)
 {
-    using F = TypeParam;
-    fail_each_allocation([](Allocator &allocator) {
-        VekStr *const vekstr = vek_str_create("shared");
-        VekDict *const dict = vekstr != nullptr ? F::create(1) : nullptr;
-        if (dict == nullptr) {
-            vek_str_unref(vekstr);
-            return;
-        }
-        const auto stored = [&](int result) {
-            EXPECT_EQ(result, allocator.just_failed() ? 0 : 1);
-            return result;
-        };
-        const auto key = F::key(1);
-        EXPECT_EQ(F::get_int(dict, key), 0); // absent
-        EXPECT_EQ(F::get_double(dict, key), 0.0);
-        EXPECT_EQ(F::get_pointer(dict, key), nullptr);
-        EXPECT_EQ(F::get_string(dict, key), nullptr);
-        EXPECT_FALSE(F::exists(dict));
-        stored(F::put_int(dict, F::key(2), 1)); // leaves no free slot
-
-        if (stored(F::put_vekstr(dict, key, vek_str_ref(vekstr)))) {
-            EXPECT_EQ(F::get_vekstr(dict, key), vekstr);
-            EXPECT_STREQ(F::get_string(dict, key), "shared");
-            EXPECT_TRUE(F::exists(dict));
-        } else { // the reference stayed here
-            EXPECT_EQ(_vek_str_get_ref_count(vekstr), 2u);
-            vek_str_unref(vekstr);
-        }
-        if (stored(F::put_string(dict, key, "text"))) {
-            EXPECT_STREQ(F::get_string(dict, key), "text");
-            EXPECT_EQ(_vek_str_get_ref_count(vekstr), 1u);
-        }
-        if (stored(F::put_double(dict, key, 0.5))) {
-            EXPECT_EQ(F::get_double(dict, key), 0.5);
-            expect_warnings({{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
-                            [&] { EXPECT_EQ(F::get_int(dict, key), 0); });
-        }
-        if (stored(F::put_pointer(dict, key, &allocator))) {
-            EXPECT_EQ(F::get_pointer(dict, key), &allocator);
-        }
-        VekValue value;
-        vek_value_set_slist_of_ptr(&value, nullptr);
-        if (stored(F::put_value(dict, key, &value))) {
-            EXPECT_EQ(value.vt, nullptr);
-            EXPECT_EQ(vek_value_get_type(F::get_value(dict, key)), VEK_VALUE_SLIST_OF_POINTER);
-        } else {
-            EXPECT_NE(value.vt, nullptr);
-        }
-        if (stored(F::put_int(dict, key, -7))) { EXPECT_EQ(F::get_int(dict, key), -7); }
-        EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
-        EXPECT_EQ(F::put_string(dict, key, nullptr), 0);
-        vek_str_unref(vekstr);
-        vek_dict_destroy(dict);
-    });
+    FACADE(store_every_kind, vek_str_dict, "one", "two", vek_str_dict_create,
+           vek_str_dict_get_value, vek_str_dict_get_int, vek_str_dict_get_double);
+    FACADE(store_every_kind, vek_int_dict, 1, 2, vek_int_dict_create, vek_int_dict_key_exists,
+           vek_int_dict_get_int, vek_int_dict_get_double);
+    FACADE(store_every_kind, vek_name_dict, &names[1], &names[2], vek_name_dict_create,
+           vek_name_dict_key_exists, vek_name_dict_get_int, vek_name_dict_get_double);
 }
-
-/* What each function of a facade checks of its dictionary, in its own words. */
-#define EXPECT_FACADE_REFUSES(dict, condition, condition_of_numbers, prefix)                       \
-    EXPECT_REFUSE(dict, condition, prefix##_put_vekstr, prefix##_dup_and_put_string,               \
-                  prefix##_put_int, prefix##_put_double, prefix##_put_persistent_pointer,          \
-                  prefix##_put_value, prefix##_get_value, prefix##_get_pointer,                    \
-                  prefix##_get_vekstr, prefix##_get_string);                                       \
-    EXPECT_REFUSE(dict, condition_of_numbers, prefix##_get_int, prefix##_get_double)
 
 TEST(TypedDicts, ChecksNameTheFault)
 {
@@ -444,7 +384,6 @@ TEST(Dict, ChecksNameTheFault)
     vek_value_release(&dict->first_seg.items[0].key);
     expect_twice(&one, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
     vek_dict_clear(dict);
-    const auto text = captured(2, [&] { EXPECT_EQ(vek_dict_dup_and_clear(dict), nullptr); });
-    EXPECT_TRUE(contains(text, "_vek_dict_create_full: assertion \"init_count > 0\""));
+    expect_warnings({no_slots}, [&] { EXPECT_EQ(vek_dict_dup_and_clear(dict), nullptr); });
     vek_dict_destroy(dict);
 }

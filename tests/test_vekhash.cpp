@@ -31,6 +31,7 @@ uint32_t poor_hash(const void *)
     return 4294967295u;
 }
 
+VekHash *owner = nullptr;           ///< whose functions these are
 const void *searched_key = nullptr; ///< the key searched for, if a test watches it
 
 int equal_text(const void *stored, const void *searched)
@@ -39,12 +40,12 @@ int equal_text(const void *stored, const void *searched)
     return strcmp(static_cast<const char *>(stored), static_cast<const char *>(searched)) == 0;
 }
 
-std::string released; ///< what the destroy functions were called with
+std::string released; ///< what was released, each with what was stored under "a" at that time
 
 void release_text(void *text)
 {
-    released += static_cast<char *>(text);
-    released += ' ';
+    const auto *const stored = static_cast<const char *>(vek_hash_lookup(owner, "a"));
+    released += std::string(static_cast<char *>(text)) + (stored != nullptr ? stored : "-") + " ";
     vek_free(text);
 }
 
@@ -54,7 +55,6 @@ TEST(Hash, GrowsAndShrinksByTheRules)
 {
     Allocator allocator;
     VekHash *const hash = vek_hash_new();
-    EXPECT_EQ(hash->table_size, 8u);
     std::vector<std::pair<uint32_t, uint32_t>> changes; ///< the entries and the new size, at each
     uint32_t size = 8;
     const auto watch = [&] {
@@ -97,6 +97,7 @@ TEST(Hash, OwnsWhatItDestroys)
 {
     Allocator allocator;
     VekHash *const hash = vek_hash_new_full(poor_hash, equal_text, release_text, release_text);
+    owner = hash;
     released.clear();
     const auto insert = [&](const char *text, const char *value) {
         EXPECT_EQ(vek_hash_insert(hash, vek_strdup(text), vek_strdup(value)), 1);
@@ -104,15 +105,15 @@ TEST(Hash, OwnsWhatItDestroys)
     insert("a", "1");
     insert("b", "2");
     insert("a", "3");
-    EXPECT_EQ(released, "a 1 ");
+    EXPECT_EQ(released, "a3 13 ");
     EXPECT_EQ(hash->entry_count, 2u);
     searched_key = "a";
     EXPECT_STREQ(static_cast<char *>(vek_hash_lookup(hash, searched_key)), "3");
     searched_key = nullptr;
     EXPECT_EQ(vek_hash_remove(hash, "c"), 0);
-    EXPECT_EQ(vek_hash_remove(hash, "b"), 1);
-    EXPECT_EQ(released, "a 1 b 2 ");
-    insert("c", "4");
+    EXPECT_EQ(vek_hash_remove(hash, "a"), 1);
+    EXPECT_EQ(released, "a3 13 a- 3- ");
+    insert("a", "4");
     insert("d", "5");
     hashed = 0;
     insert("e", "6"); // joins a chain of 3: one call for the key, four for the rehash
@@ -120,7 +121,7 @@ TEST(Hash, OwnsWhatItDestroys)
     EXPECT_EQ(hashed, 5u);
     released.clear();
     vek_hash_destroy(hash);
-    EXPECT_EQ(released, "e 6 d 5 c 4 a 3 ");
+    EXPECT_EQ(released, "e4 64 d4 54 a- 4- b- 2- ");
 
     // Either function may be the library's own.
     VekHash *const mixed = vek_hash_new_full(poor_hash, vek_hash_int_equal_func, nullptr, nullptr);
@@ -130,49 +131,26 @@ TEST(Hash, OwnsWhatItDestroys)
     vek_hash_destroy(mixed);
 }
 
-TEST(Hash, WhatIsReleasedMayLookItsKeyUp)
-{
-    Allocator allocator;
-    static VekHash *hash;
-    static std::string found;
-    const auto look_up = [](void *text) {
-        const void *const value = vek_hash_lookup(hash, "a");
-        found += value != nullptr ? static_cast<const char *>(value) : "-";
-        vek_free(text);
-    };
-    hash = vek_hash_new_full(poor_hash, equal_text, look_up, look_up);
-    for (const char *value : {"1", "2"}) {
-        vek_hash_insert(hash, vek_strdup("a"), vek_strdup(value));
-    }
-    EXPECT_EQ(found, "22");
-    vek_hash_remove(hash, "a");
-    EXPECT_EQ(found, "22--");
-    for (const char *key : {"e", "a"}) { vek_hash_insert(hash, vek_strdup(key), vek_strdup(key)); }
-    vek_hash_destroy(hash); // one chain: "a" lies behind "e"
-    EXPECT_EQ(found, "22--aa--");
-}
-
 TEST(Hash, IntegersHashToThemselves)
 {
-    EXPECT_EQ(vek_hash_int_hash_func(word(0)), 0u);
-    EXPECT_EQ(vek_hash_int_hash_func(word(123456)), 123456u);
-    EXPECT_EQ(vek_hash_int_hash_func(word(INT32_MAX)), uint32_t{INT32_MAX});
-    EXPECT_EQ(vek_hash_int_hash_func(word(-2)), 4294967294u);
-    EXPECT_EQ(vek_hash_int_hash_func(word(INT32_MIN)), 2147483648u);
-    EXPECT_EQ(vek_hash_int_equal_func(word(-1), word(-1)), 1);
-    EXPECT_EQ(vek_hash_int_equal_func(word(-1), word(1)), 0);
+    for (const intptr_t i : {0, 123456, INT32_MAX, -2, INT32_MIN}) {
+        EXPECT_EQ(vek_hash_int_hash_func(word(i)), static_cast<uint32_t>(i));
+        EXPECT_EQ(vek_hash_int_equal_func(word(i), word(i)), 1);
+        EXPECT_EQ(vek_hash_int_equal_func(word(i), word(1)), 0);
+    }
 }
 
 TEST(Hash, DumpPrintsTheChains)
 {
     VekHash *const hash = vek_hash_new();
-    std::string expected;
-    for (int i = 0; i < 8; ++i) { expected += "Bucket; " + std::to_string(i) + "\t\n"; }
-    EXPECT_EQ(captured(1, [&] { _vek_hash_dump(hash); }), expected);
     vek_hash_insert(hash, word(1), nullptr);
     char address[32];
-    snprintf(address, sizeof address, "1\t%p\t\n", static_cast<void *>(hash->table[1]));
-    EXPECT_TRUE(contains(captured(1, [&] { _vek_hash_dump(hash); }), address));
+    snprintf(address, sizeof address, "%p\t", static_cast<void *>(hash->table[1]));
+    std::string expected;
+    for (int i = 0; i < 8; ++i) {
+        expected += "Bucket; " + std::to_string(i) + "\t" + (i == 1 ? address : "") + "\n";
+    }
+    EXPECT_EQ(captured(1, [&] { _vek_hash_dump(hash); }), expected);
     vek_hash_destroy(hash);
 }
 
@@ -211,7 +189,6 @@ TEST(Hash, KeepsItsEntriesAndItsSizeWithoutMemory)
             if (inserting && (!failed || text != "")) { stored.push_back(i); }
             if (!inserting) { std::erase(stored, i); }
             EXPECT_EQ(hash->entry_count, stored.size());
-            EXPECT_EQ(keys_in_order(hash).size(), stored.size());
             for (const intptr_t key : stored) {
                 EXPECT_EQ(vek_hash_lookup(hash, word(key)), word(key));
             }

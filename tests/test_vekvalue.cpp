@@ -8,8 +8,6 @@
 
 #include <climits>
 #include <cmath>
-#include <cstdint>
-#include <limits>
 
 using namespace vektest;
 
@@ -78,16 +76,9 @@ void make(VekValue *value, int type)
     }
 }
 
-/** Releases an element of a list of that type. */
-VekDestroyFunc release_of(int type)
-{
-    switch (type) {
-    case VEK_VALUE_SLIST_OF_STRING: return [](void *s) { vek_str_unref(static_cast<VekStr *>(s)); };
-    case VEK_VALUE_SLIST_OF_VALUE:
-        return [](void *v) { vek_value_destroy(static_cast<VekValue *>(v)); };
-    default: return nullptr;
-    }
-}
+using Take = void (*)(VekValue *, VekSList *);
+const Take takes[] = {vek_value_take_slist_of_int, vek_value_take_slist_of_str,
+                      vek_value_take_slist_of_ptr, vek_value_take_slist_of_value};
 
 } // namespace
 
@@ -113,7 +104,11 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
             if (VEK_VALUE_IS_SLIST(&value)) {
                 VekSList *const list = vek_value_dup_slist(&value);
                 EXPECT_EQ(list == nullptr, allocator.just_failed() || !made);
-                vek_slist_free(list, release_of(type));
+                VekValue taken;
+                takes[type - VEK_VALUE_SLIST_OF_INT](&taken, list);
+                EXPECT_EQ(vek_value_get_slist(&taken), list);
+                EXPECT_EQ(vek_value_equal(&taken, &value), list != nullptr || !made);
+                vek_value_release(&taken); // the elements as well
             }
             Value other(vek_value_set_pointer, &value);
             EXPECT_EQ(vek_value_equal(&value, other), 0);
@@ -129,33 +124,35 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
 
 TEST(Value, EqualityHasItsCorners)
 {
-    const double not_a_number = std::numeric_limits<double>::quiet_NaN();
-    Value nan(vek_value_set_double, not_a_number);
-    Value nan_again(vek_value_set_double, not_a_number);
-    EXPECT_EQ(vek_value_equal(nan, nan_again), 0);
-    EXPECT_EQ(vek_value_equal(nan, nan), 1); // the same record
-    Value zero(vek_value_set_double, 0.0);
-    EXPECT_EQ(vek_value_equal(zero, Value(vek_value_set_double, -0.0)), 1);
-    Value null_string = string_value(nullptr);
-    EXPECT_EQ(vek_value_equal(null_string, string_value(nullptr)), 1);
-    EXPECT_EQ(vek_value_equal(string_value("ab"), string_value("ac")), 0);
-    EXPECT_EQ(vek_value_equal(null_string, string_value("")), 0);
-    EXPECT_EQ(vek_value_equal(string_value(""), null_string), 0);
-    Value text(vek_value_take_vekstr, vek_str_create("x"));
-    EXPECT_EQ(vek_value_equal(text, Value(vek_value_take_vekstr, vek_str_create("x"))), 1);
-    Value list(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, vek_str_create("x")));
-    Value same(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, vek_str_create("x")));
-    EXPECT_EQ(vek_value_equal(list, same), 1);
-    Value five(vek_value_set_int, 5);
-    EXPECT_EQ(vek_value_equal(five, Value(vek_value_set_double, 5.0)), 0);
-    EXPECT_EQ(vek_value_equal(five, nullptr), 0);
+    const auto text = [] { return vek_str_create("x"); };
+    const auto list = [text] { return vek_slist_prepend(nullptr, text()); };
+    struct {
+        Value first;
+        Value second;
+        int equal;
+    } rows[] = {
+        {{vek_value_set_double, NAN}, {vek_value_set_double, NAN}, 0},
+        {{vek_value_set_double, 0.0}, {vek_value_set_double, -0.0}, 1},
+        {{vek_value_set_double, 5.0}, {vek_value_set_int, 5}, 0},
+        {string_value(nullptr), string_value(nullptr), 1},
+        {string_value(nullptr), string_value(""), 0},
+        {string_value("ab"), string_value("ac"), 0},
+        {{vek_value_take_vekstr, text()}, {vek_value_take_vekstr, text()}, 1},
+        {{vek_value_take_slist_of_str, list()}, {vek_value_take_slist_of_str, list()}, 1},
+    };
+    for (auto &[first, second, equal] : rows) {
+        EXPECT_EQ(vek_value_equal(first, second), equal);
+        EXPECT_EQ(vek_value_equal(second, first), equal);
+        EXPECT_EQ(vek_value_equal(first, first), 1); // the same record
+        EXPECT_EQ(vek_value_equal(first, nullptr), 0);
+    }
 
     VekValue empty = {};
     EXPECT_EQ(vek_value_equal(&empty, &empty), 1);
     VekValue garbage; // 32 bits are the whole integer, whatever lies beside them
     garbage.payload.pointer = &garbage;
     vek_value_set_int(&garbage, 5);
-    EXPECT_EQ(vek_value_equal(five, &garbage), 1);
+    EXPECT_EQ(vek_value_equal(Value(vek_value_set_int, 5), &garbage), 1);
     vek_value_init(&garbage, VEK_VALUE_POINTER);
     EXPECT_EQ(vek_value_get_pointer(&garbage), nullptr);
 }
@@ -175,8 +172,6 @@ TEST(Value, ConvertsToNumbers)
         {"0b11", 0, 0},
         {"\t-0x10", -16, -16},
         {"+0x10", 16, 16},
-        {"12abc", 12, 12},
-        {" 7", 7, 7},
         {"0", 0, 0},
         {"-3.9", -3, -3.9},
         {"abc", 0, 0, nothing, nothing},
@@ -204,21 +199,18 @@ TEST(Value, ConvertsToNumbers)
                       told(row.real_fault, "a double"));
         }
     }
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     for (const auto &[real, integer] : {std::pair<double, int32_t>{2.9, 2},
                                         {-2.9, -2},
-                                        {nan, 0},
+                                        {NAN, 0},
                                         {1e20, INT32_MAX},
-                                        {-1e20, INT32_MIN},
                                         {2147483647.9, INT32_MAX},
                                         {-HUGE_VAL, INT32_MIN}}) {
         Value value(vek_value_set_double, real);
         EXPECT_EQ(vek_value_get_as_int(value), integer);
         EXPECT_TRUE(std::isnan(real) || vek_value_get_as_double(value) == real);
     }
-    Value integer(vek_value_set_int, INT32_MIN);
-    EXPECT_EQ(vek_value_get_as_int(integer), INT32_MIN);
-    EXPECT_EQ(vek_value_get_as_double(integer), -2147483648.0);
+    EXPECT_EQ(vek_value_get_as_int(Value(vek_value_set_int, INT32_MIN)), INT32_MIN);
+    EXPECT_EQ(vek_value_get_as_double(Value(vek_value_set_int, INT32_MIN)), -2147483648.0);
 }
 
 TEST(Value, ConvertsToText)
@@ -231,15 +223,15 @@ TEST(Value, ConvertsToText)
     EXPECT_EQ(text_of(Value(vek_value_set_name, &name)), "eth0");
     Value pointer(vek_value_set_pointer, &name);
     EXPECT_EQ(text_of(pointer), address("VEK_VALUE_POINTER", &name));
-    VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
-    EXPECT_EQ(text_of(Value(vek_value_take_dict, dict)), address("VEK_VALUE_DICT", dict));
     for (const auto &[type, text] : {std::pair{VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
                                      {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
                                      {VEK_VALUE_SLIST_OF_POINTER, "VEK_VALUE_SLIST_OF_POINTER"},
-                                     {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"}}) {
+                                     {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"},
+                                     {VEK_VALUE_DICT, "VEK_VALUE_DICT"}}) {
         EXPECT_EQ(text_of(Value(vek_value_init, type)), address(text, nullptr));
     }
     Value text(vek_value_take_vekstr, vek_str_create("17"));
+    EXPECT_EQ(text_of(text), "17");
     VekStr *const same = vek_value_get_as_vekstr(text);
     EXPECT_EQ(same, vek_value_get_vekstr(text));
     EXPECT_EQ(_vek_str_get_ref_count(same), 2u);
@@ -250,25 +242,22 @@ TEST(Value, ConvertsToText)
 TEST(Value, OwnershipFollowsTheVerb)
 {
     Allocator allocator;
-    VekStr *const vekstr = vek_str_create("a");
     VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
     VekValue value;
-    vek_value_set_vekstr(&value, vekstr);
-    EXPECT_EQ(_vek_str_get_ref_count(vekstr), 2u);
-    EXPECT_EQ(vek_value_dup_vekstr(&value), vekstr);
-    EXPECT_EQ(_vek_str_get_ref_count(vekstr), 3u);
-    EXPECT_EQ(vek_value_steal_vekstr(&value), vekstr);
+    vek_value_set_vekstr(&value, &shared);
+    EXPECT_EQ(vek_value_dup_vekstr(&value), &shared);
+    EXPECT_EQ(shared.count, 3u);
+    EXPECT_EQ(vek_value_steal_vekstr(&value), &shared);
     EXPECT_EQ(vek_value_get_vekstr(&value), nullptr);
-    vek_str_unref(vekstr);
-    vek_str_unref(vekstr);
-    vek_value_take_vekstr(&value, vekstr);
+    vek_str_unref(&shared);
+    vek_value_take_vekstr(&value, &shared);
     vek_value_release(&value);
+    EXPECT_EQ(shared.count, 1u);
 
     vek_value_set_dict(&value, dict);
     EXPECT_EQ(vek_value_dup_dict(&value), dict);
     EXPECT_EQ(_vek_dict_get_ref_count(dict), 3);
     vek_value_release(&value);
-    EXPECT_EQ(_vek_dict_get_ref_count(dict), 2);
     vek_dict_destroy(dict);
     vek_dict_destroy(dict);
 
@@ -288,43 +277,21 @@ TEST(Value, OwnershipFollowsTheVerb)
     EXPECT_EQ(vek_value_get_pointer(&value), &allocator);
     EXPECT_EQ(vek_value_steal_pointer(&value), &allocator);
     EXPECT_EQ(vek_value_get_pointer(&value), nullptr);
-
-    const struct {
-        void (*take)(VekValue *, VekSList *);
-        VekValueType type;
-        void *element;
-    } lists[] = {
-        {vek_value_take_slist_of_int, VEK_VALUE_SLIST_OF_INT, &value},
-        {vek_value_take_slist_of_str, VEK_VALUE_SLIST_OF_STRING, vek_str_create("a")},
-        {vek_value_take_slist_of_ptr, VEK_VALUE_SLIST_OF_POINTER, &value},
-        {vek_value_take_slist_of_value, VEK_VALUE_SLIST_OF_VALUE, vek_calloc(1, sizeof value)},
-    };
-    for (const auto &row : lists) {
-        VekSList *const node = vek_slist_prepend(nullptr, row.element);
-        row.take(&value, node);
-        EXPECT_EQ(vek_value_get_type(&value), row.type);
-        EXPECT_EQ(vek_value_get_slist(&value), node);
-        vek_value_release(&value); // the elements as well
-    }
 }
 
 TEST(Value, ListsAreCopiedWholeOrNotAtAll)
 {
     Allocator allocator;
-    VekStr *const limited = vek_str_create("x");
-    Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, limited));
+    Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, vek_str_ref(&shared)));
     VekValue copy;
-    limited->count = UINT_MAX - 1; // refuses a reference
+    shared.count = UINT_MAX - 1; // refuses a reference
     captured(2, [&] { EXPECT_EQ(vek_value_copy(&copy, strings), 0); });
     EXPECT_EQ(vek_value_get_slist(&copy), nullptr);
-    limited->count = 1;
+    shared.count = 2;
     vek_slist_append(vek_value_get_slist(strings), nullptr); // nothing to copy is no failure
     EXPECT_EQ(vek_value_copy(&copy, strings), 1);
     EXPECT_EQ(vek_slist_get_length(vek_value_get_slist(&copy)), 2u);
     vek_value_release(&copy);
-    Value of_empty(vek_value_take_slist_of_value,
-                   vek_slist_prepend(nullptr, vek_calloc(1, sizeof(VekValue))));
-    captured(2, [&] { EXPECT_EQ(vek_value_dup(of_empty), nullptr); });
 }
 
 TEST(Value, AccessNamesTheFault)
@@ -344,13 +311,11 @@ TEST(Value, AccessNamesTheFault)
     EXPECT_REFUSE(nullptr, "value != NULL", vek_value_steal_pointer, vek_value_get_as_int,
                   vek_value_get_as_double, vek_value_get_as_string, vek_value_get_as_vekstr);
     VekValue empty = {};
-    VekValue list;
-    VekValue number;
-    VekValue real;
-    vek_value_init(&list, VEK_VALUE_SLIST_OF_INT);
-    vek_value_init(&number, VEK_VALUE_INT);
-    vek_value_init(&real, VEK_VALUE_DOUBLE);
-    for (VekValue *const other : {&empty, &list}) { // of no type, of another one
+    Value list(vek_value_init, VEK_VALUE_SLIST_OF_INT);
+    Value number(vek_value_init, VEK_VALUE_INT);
+    Value real(vek_value_init, VEK_VALUE_DOUBLE);
+    for (VekValue *const other :
+         std::initializer_list<VekValue *>{&empty, list}) { // of no type, of another one
         const std::string type = "vekvalue->vt->type == VEK_VALUE_";
         EXPECT_REFUSE(other, type + "INT", vek_value_get_int);
         EXPECT_REFUSE(other, type + "DOUBLE", vek_value_get_double);
@@ -363,13 +328,14 @@ TEST(Value, AccessNamesTheFault)
         EXPECT_REFUSE(other, type + "NAME", vek_value_get_name);
         EXPECT_REFUSE(other, type + "DICT", vek_value_get_dict, vek_value_dup_dict);
     }
-    for (VekValue *const other : {&empty, &number, &real}) {
+    for (VekValue *const other : std::initializer_list<VekValue *>{&empty, number, real}) {
         const char *const no_number =
             "vekvalue->vt->type != VEK_VALUE_INT && vekvalue->vt->type != VEK_VALUE_DOUBLE";
         EXPECT_REFUSE(other, no_number, vek_value_get_as_pointer);
     }
     const char *const is_list = "VEK_VALUE_IS_SLIST(vekvalue)";
-    EXPECT_REFUSE(&number, is_list, vek_value_get_slist, vek_value_dup_slist);
+    EXPECT_REFUSE(static_cast<VekValue *>(number), is_list, vek_value_get_slist,
+                  vek_value_dup_slist);
 
     // The test for a list asks for the type four times; so do both conversions together.
     const Check no_type = {"vek_value_get_type", "value->vt != NULL"};
