@@ -138,6 +138,8 @@ TEST(Hash, IntegersHashToThemselves)
         EXPECT_EQ(vek_hash_int_equal_func(word(i), word(i)), 1);
         EXPECT_EQ(vek_hash_int_equal_func(word(i), word(1)), 0);
     }
+    constexpr int half = sizeof(intptr_t) * 4; // what lies beyond 32 bits is folded in
+    EXPECT_EQ(vek_hash_int_hash_func(word(intptr_t{1} << half)), half == 32 ? 1u : 1u << half);
 }
 
 TEST(Hash, DumpPrintsTheChains)

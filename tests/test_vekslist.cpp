@@ -82,6 +82,7 @@ TEST(SList, Compares)
         EXPECT_EQ(vek_slist_equal(list, other, same_parity), equal);
         vek_slist_free(other, nullptr);
     }
+    EXPECT_EQ(vek_slist_equal(list, list, [](const void *, const void *) { return 0; }), 1);
 
     vek_slist_free(list, nullptr);
 }

@@ -145,6 +145,7 @@ TEST(Value, EqualityHasItsCorners)
         EXPECT_EQ(vek_value_equal(second, first), equal);
         EXPECT_EQ(vek_value_equal(first, first), 1); // the same record
         EXPECT_EQ(vek_value_equal(first, nullptr), 0);
+        EXPECT_EQ(vek_value_equal(nullptr, first), 0);
     }
 
     VekValue empty = {};
@@ -155,6 +156,8 @@ TEST(Value, EqualityHasItsCorners)
     EXPECT_EQ(vek_value_equal(Value(vek_value_set_int, 5), &garbage), 1);
     vek_value_init(&garbage, VEK_VALUE_POINTER);
     EXPECT_EQ(vek_value_get_pointer(&garbage), nullptr);
+    vek_value_init(&garbage, VEK_VALUE_DOUBLE);
+    EXPECT_EQ(vek_value_get_double(&garbage), 0.0);
 }
 
 TEST(Value, ConvertsToNumbers)
