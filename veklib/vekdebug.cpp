@@ -52,8 +52,8 @@ void replace_string(char *&variable, char *string)
  *
  * Records share a stream by its name, without counts: records of one name hold the same FILE, or
  * none if it could not be opened, and a FILE is closed when the record that lets it go is the last
- * that holds it. The default stream and the records of all domains are such records. Standard output is
- * never closed. */
+ * that holds it. The default stream and the records of all domains are such records. Standard output
+ * is never closed. */
 
 /** One walk over the stream records of all domains, until `test` is true for one. */
 template <typename Test>
@@ -294,10 +294,13 @@ void drop_default_stream()
 void open_default_stream(VekDebugFilestream *main)
 {
     main->file = open_emptied(main->name);
+    if (main->file == nullptr) {
+        return;
+    }
     const VekDebugFilestream *const old = find_record([main](const VekDebugFilestream &record) {
         return record.file != nullptr && strcmp(record.name, main->name) == 0;
     });
-    if (main->file == nullptr || old == nullptr) {
+    if (old == nullptr) {
         return;
     }
     FILE *const old_file = old->file;
