@@ -61,7 +61,7 @@ int get_backtrace_depth()
 {
     int depth = backtrace_depth.load(std::memory_order_relaxed);
     if (depth == 0) {
-        depth = vek_environment_number("VEK_BACKTRACE_SIZE").value_or(max_backtrace_depth);
+        depth = vek_environment_number("VEK_BACKTRACE_SIZE", max_backtrace_depth);
         if (depth < 1 || depth > max_backtrace_depth) {
             depth = max_backtrace_depth;
         }
@@ -72,11 +72,11 @@ int get_backtrace_depth()
 
 } // namespace
 
-std::optional<int> vek_environment_number(const char *name)
+int vek_environment_number(const char *name, int otherwise)
 {
     const char *const text = secure_getenv(name);
     if (text == nullptr) {
-        return std::nullopt;
+        return otherwise;
     }
     const int saved_errno = errno;
     const long number = strtol(text, nullptr, 10);
@@ -100,7 +100,7 @@ int vek_get_warnings_fatal()
     if (setting >= 0) {
         return setting > 0;
     }
-    const int fatal = vek_environment_number("VEK_FATAL_WARNINGS").value_or(0);
+    const int fatal = vek_environment_number("VEK_FATAL_WARNINGS", 0);
     // Only the unknown setting is filled in: a decision made meanwhile by the application stays.
     warnings_fatal.compare_exchange_strong(setting, fatal, std::memory_order_relaxed);
     return fatal != 0;

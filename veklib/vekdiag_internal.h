@@ -1,13 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* What the library's other families share with vekdiag: argument checks in the library's own form,
- * numbers from the environment, and assertions. */
+ * and numbers from the environment. */
 #ifndef VEKLIB_VEKDIAG_INTERNAL_H
 #define VEKLIB_VEKDIAG_INTERNAL_H
-
-#undef NDEBUG // for the declaration of __assert_fail(); it makes assert() live, too
-#include <assert.h>
-
-#include <optional>
 
 #include "veklib/vekdiag.h"
 
@@ -49,18 +44,12 @@
         }                                                                                          \
     } while (0)
 
-/** Ends the process through the platform's assertion facility when an invariant does not hold, in
- *  every build type. Prints the condition as it is written and the plain name of the function,
- * which assert() does not in C++. */
-#define VEK_ASSERT(condition)                                                                      \
-    ((condition) ? static_cast<void>(0) : __assert_fail(#condition, __FILE__, __LINE__, __func__))
-
 /** Reads an environment variable as a decimal number; a program with more rights than its user
  *  reads none. Leading blanks and a sign are accepted, what follows the digits is ignored, no
  *  digits give 0. Numbers beyond the range of int give the nearest limit, on platforms with a
  *  wider long as well. Leaves errno alone.
- *  Fails: variable not set -> no value.
+ *  Fails: variable not set -> `otherwise`
  */
-std::optional<int> vek_environment_number(const char *name);
+int vek_environment_number(const char *name, int otherwise);
 
 #endif

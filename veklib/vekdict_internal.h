@@ -3,6 +3,7 @@
 #ifndef VEKLIB_VEKDICT_INTERNAL_H
 #define VEKLIB_VEKDICT_INTERNAL_H
 
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekdict.h"
 #include "veklib/vekvalue_internal.h"
 
@@ -19,13 +20,6 @@ struct VekDictPlace {
 
 /** Reports an empty stored key in the name of `function`. */
 [[gnu::cold]] void vek_dict_empty_key(const VekValue *key, const char *function);
-
-/** A condition that seldom holds: an item is passed more often than it is found. Told so, the compiler
- *  leaves a search's loop a single jump; with more of them, where they lie may double its time. */
-inline bool vek_is_rare(bool condition)
-{
-    return __builtin_expect(condition, false);
-}
 
 /** Searches the items in use for the first whose key `matches`; an empty key matches nothing. */
 template <typename Matches>

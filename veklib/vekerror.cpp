@@ -7,6 +7,8 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "veklib/vekassert_internal.h"
+
 namespace {
 
 constexpr const char *unknown = "--unknown--";

@@ -37,7 +37,8 @@
 
 #include <stdint.h>
 
-#include <veklib/vekslist.h>
+#include <veklib/vekcallbacks.h>
+#include <veklib/vekmacros.h>
 
 VEK_BEGIN_DECLS
 

@@ -544,7 +544,7 @@ void __vek_default_set_memory_vtable(const VekMemoryVtable *table)
     on_first_use(fill_in_default); // this is the first use: no entry may install over it later
     store_table(installed, table != nullptr ? *table : default_table);
     publish();
-    if (vek_environment_number("VEK_MALLOC_TRACE").value_or(0) != 0) {
+    if (vek_environment_number("VEK_MALLOC_TRACE", 0) != 0) {
         vek_memory_enable_trace();
     }
 }

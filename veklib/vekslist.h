@@ -14,6 +14,7 @@
 #ifndef VEKLIB_VEKSLIST_H
 #define VEKLIB_VEKSLIST_H
 
+#include <veklib/vekcallbacks.h>
 #include <veklib/vekmacros.h>
 
 VEK_BEGIN_DECLS
@@ -24,15 +25,6 @@ struct VekSList {
     void *data;     /**< the element; not owned by the list */
     VekSList *next; /**< the following node; null in the last one */
 };
-
-/** Releases one element. */
-typedef void (*VekDestroyFunc)(void *element);
-
-/** Returns the copy of one element, which belongs to whoever asked for it. */
-typedef void *(*VekCopyFunc)(void *element);
-
-/** Returns nonzero when two elements are equal. */
-typedef int (*VekEqualFunc)(const void *a, const void *b);
 
 /* ---- Create and release ---- */
 

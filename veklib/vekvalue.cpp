@@ -17,6 +17,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "veklib/vekassert_internal.h"
+
 /* The checks of the accessors read the type of a record that may be empty, so their text is not the
  * condition itself. */
 #define RETURN_VAL_IF_FAIL_AS(condition, text, failure)                                            \
