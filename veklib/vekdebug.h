@@ -18,8 +18,8 @@
  *      vek_debug_finalize();
  *
  *  Functions that return int return a status: 0 done, 1 a failed check, 2 no memory. 0 does not say
- *  that every flag has a stream: one whose file cannot be opened, or whose stream's name cannot be
- *  copied, has none and prints nothing.
+ *  that every flag has a stream: one whose file cannot be opened, or for whose stream's name there
+ *  is no memory, has none and prints nothing.
  *  Threads: the application serialises its calls; printing must not run while streams are
  *  re-opened.
  */
@@ -42,8 +42,7 @@ VEK_BEGIN_DECLS
  */
 typedef void (*VekDebugPrintFunction)(const char *text, void *data);
 
-/** A named output stream. Records of equal names share one file, or none if it could not be
- *  opened. */
+/** A named output stream. Records of equal names share one file. */
 typedef struct VekDebugFilestream {
     char *name; /**< the file's name, "STDOUT" for standard output; null: no stream */
     FILE *file; /**< the open stream; null, with a name, when it could not be opened */
@@ -56,18 +55,18 @@ typedef struct VekDebugDomain {
     const char *const *flag_names;        /**< the application's array, ended by null */
     int32_t flag_count;                   /**< its entries; the first 32 have a bit */
     VekDebugFilestream *streams;          /**< one for each flag */
-    VekDebugPrintFunction print_function; /**< takes the domain's messages; may be null */
+    VekDebugPrintFunction print_function; /**< gets the domain's messages; may be null */
     void *print_data;                     /**< handed to it */
 } VekDebugDomain;
 
 /* ---- Start, stop and configuration ---- */
 
-/** Starts debug output and loads its configuration. Each source that holds text (file, then
- *  environment) is told on standard output: a line of its own and the settings so far.
+/** Starts debug output and loads its configuration. For each source that holds text (the file,
+ *  then the environment) it prints a title and the settings so far to standard output.
  *  @param config_file  name of the configuration file, searched as vek_debug_set_config() says; may
  *                      be null: the environment alone; copied
  *  @param search_path  directories, separated by ":"; may be null; copied
- *  @return  0. A file that is not there, or cannot be read to its end, is no failure and gives no
+ *  @return  0. A file that does not exist, or cannot be read to its end, is no failure and gives no
  *           setting
  *  Fails:   already started -> 1, with a warning; no memory -> 2, not started
  */
@@ -77,30 +76,30 @@ VEK_API int vek_debug_initialize(const char *config_file, const char *search_pat
  *  settings. Without a start it releases what was configured ahead of one. */
 VEK_API void vek_debug_finalize(void);
 
-/** Tells where the next vek_debug_reload_config() finds its file, with or without a start.
+/** Records where the next vek_debug_reload_config() finds its file. Works without a start as well.
  *  @param config_file  name of the file; may be null: none; copied. With a "/" in it, or without a
- *                      search path, it is opened as it is. What is no regular file counts as not
- *                      there
+ *                      search path, the name is opened unchanged. Anything but a regular file
+ *                      counts as missing
  *  @param search_path  directories that are tried in order, separated by ":"; may be null; copied.
  *                      The current directory is tried only if it is one of them
  *  @return  0
- *  Fails:   no memory -> 2; a recorded name is released before the new one is copied, so there is
- *           none then. Without memory for the file's name the search path stays as it was
+ *  Fails:   no memory -> 2, and the name that could not be copied is null: the old one is released
+ *           first. Without memory for the file's name the old search path stays
  */
 VEK_API int vek_debug_set_config(const char *config_file, const char *search_path);
 
-/** Loads the configuration again and tells it as vek_debug_initialize() does. Settings that were
- *  made meanwhile are forgotten, the main file too if a configuration file is set. Files that are
- *  named are opened anew and thereby emptied, but for those that several flags write to. Ahead of a
- *  start it works, but the start begins anew.
- *  Without any text to read, flags and streams of the domains stay as they are. But the settings
- *  are forgotten: the next vek_debug_set_output_setting() applies its own alone and switches all
- *  other flags off.
- *  @return  0. A file that is not there, or cannot be read to its end, is no failure and gives no
+/** Loads the configuration again and prints it as vek_debug_initialize() does. All settings made
+ *  before are forgotten, and so is the main file if a configuration file is set. Files that the
+ *  settings name are opened again and thereby emptied, except those that several flags write to.
+ *  Works without a start as well, but a start begins from nothing.
+ *  If there is no text to read, the domains keep their flags and streams. The settings are
+ *  forgotten even so: the next vek_debug_set_output_setting() applies its own alone and switches
+ *  all other flags off.
+ *  @return  0. A file that does not exist, or cannot be read to its end, is no failure and gives no
  *           setting
  *  Fails:   no memory -> 2; settings and main file are forgotten as above, and the rest is not
- *           read. What was read before it (the file, when the environment's text cannot be copied)
- *           is in force
+ *           read. What was read by then (the file, when the environment's text cannot be copied) is
+ *           in force
  */
 VEK_API int vek_debug_reload_config(void);
 
@@ -108,35 +107,36 @@ VEK_API int vek_debug_reload_config(void);
  *  a file that one flag alone writes to is opened anew and thereby emptied.
  *  @param name   the flags' name; copied
  *  @param value  "0", "1", "-" or a file name; copied
- *  @return  0, also in these cases: a file cannot be opened (a warning, unless another flag has its
- *           name already) or a stream's name cannot be copied, and the flags behind that one keep
- *           what they had; there is no memory for the setting, and the old one stays. Nothing is
- *           done before the start
- *  Fails:   no memory for the settings -> 2; null name or value -> 1, with a warning
+ *  @return  0. Also when a file cannot be opened (with a warning) or there is no memory for a
+ *           stream's name: the domain's later flags then keep what they had. A file whose name
+ *           another flag has already is not tried again, and gives no warning. Also when there is
+ *           no memory for this setting: the old one stays. Before the start nothing is done
+ *  Fails:   no memory for the first settings -> 2; null name or value -> 1, with a warning
  */
 VEK_API int vek_debug_set_output_setting(const char *name, const char *value);
 
-/** Decides whether every message is flushed to its stream at once, as it is after the start.
- *  Messages without a domain that go to standard output because there is no main file are never
- *  flushed. What is held back waits until the stream's buffer is full (some kilobytes), until
+/** Decides whether each message is flushed to its stream at once. The start switches this on,
+ *  unless the configuration says otherwise.
+ *  A message without a domain that goes to standard output because there is no main file is never
+ *  flushed. Text that is held back waits until the stream's buffer is full (some kilobytes), until
  *  vek_debug_flush(), until any file of debug output is opened or this one is closed, or until the
- *  process ends normally; abort() and signals lose it. On standard output the C library alone
- *  decides.
- *  Fails: not started -> nothing changed, with a warning
+ *  process ends normally; abort() and signals lose it. On standard output the C library decides.
+ *  @param on  whether to flush
+ *  Fails:   not started -> nothing changes, with a warning
  */
 VEK_API void vek_debug_set_autoflush(bool on);
 
 /* ---- Domains ---- */
 
-/** Registers a domain and applies the settings to its flags. A name that is registered stays as it
- *  is.
+/** Registers a domain and applies the settings to its flags. A domain that has the name already
+ *  stays unchanged.
  *  @param name        the domain; copied
  *  @param flag_names  names of the flags, ended by null; array and names are borrowed until
  *                     vek_debug_finalize(). Flags after the 32nd have no bit and no file of their
  *                     own
- *  @return  0, also when a file cannot be opened (a warning, unless another flag has its name
- *           already) or a stream's name cannot be copied, and the flags behind that one get no
- *           stream. Nothing is done before the start
+ *  @return  0. Also when a file cannot be opened (with a warning) or there is no memory for a
+ *           stream's name: the later flags then get no stream. A file whose name another flag has
+ *           already is not tried again, and gives no warning. Before the start nothing is done
  *  Fails:   no memory -> 2; null name or names -> 1, with a warning
  */
 VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names);
@@ -148,40 +148,42 @@ VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names
  */
 VEK_API VekDebugDomain *vek_debug_get_domain(const char *name);
 
-/** Enables flags, in addition to the settings; when settings are applied again, they decide anew.
- *  Bits beyond the domain's flags print nothing.
+/** Enables flags until the settings are applied again, which then decide. Bits beyond the domain's
+ *  flags print nothing.
  *  @param domain  the domain; null does nothing
  *  @param mask    the flags' bits
  */
 VEK_API void vek_debug_enable(VekDebugDomain *domain, uint32_t mask);
 
-/** Disables flags, as vek_debug_enable() enables them. */
+/** Disables flags until the settings are applied again.
+ *  @param domain  the domain; null does nothing
+ *  @param mask    the flags' bits
+ */
 VEK_API void vek_debug_disable(VekDebugDomain *domain, uint32_t mask);
 
 /** Returns 1 when one of the flags is enabled, else 0, also for a null domain. */
 VEK_API int vek_debug_is_enabled(const VekDebugDomain *domain, uint32_t mask);
 
-/** Sets the function that takes the messages of enabled flags instead of their streams.
- *  @param domain    the domain; null: for all domains that have none of their own, and for messages
+/** Sets the function that gets the messages of enabled flags instead of their streams.
+ *  Before the start nothing is done.
+ *  @param domain    the domain; null: all domains that have no function of their own, and messages
  *                   without a domain
  *  @param function  the function; null removes it and forgets the data
  *  @param data      handed to it; may be null; borrowed until the function is replaced
- *  Nothing is done before the start.
  */
 VEK_API void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintFunction function,
                                           void *data);
 
 /* ---- Printing ---- */
 
-/** Prints a message as it is formatted, without anything added: whole to a stream, at most 1023
- *  characters to a print function.
+/** Prints a message exactly as formatted: whole to a stream, at most 1023 characters to a print
+ *  function. A message whose flag is not enabled, or that has no open stream, is dropped; before
+ *  the start and after the stop all are.
  *  @param domain  the domain; null prints whatever the flag, to the global print function, else the
  *                 main file, else standard output
  *  @param flag    the flag's bit. Of several, one must be enabled, and the highest one's stream is
  *                 used
  *  @param format  printf format; borrowed
- *  A message whose flag is not enabled, or that has no open stream, is dropped; before the start
- *  and after the end all are.
  */
 VEK_API VEK_PRINTF(3, 4) void vek_debug_print(const VekDebugDomain *domain, uint32_t flag,
                                               const char *format, ...);
@@ -190,9 +192,9 @@ VEK_API VEK_PRINTF(3, 4) void vek_debug_print(const VekDebugDomain *domain, uint
 VEK_API VEK_PRINTF(3, 0) void vek_debug_vprint(const VekDebugDomain *domain, uint32_t flag,
                                                const char *format, va_list args);
 
-/** vek_debug_print() that does not evaluate the values of a message whose flag is off:
+/** vek_debug_print() that evaluates its values only if the flag is on:
  *  VEK_DEBUG(domain, flag, format, ...). A null domain prints nothing. It reads the domain, which
- *  is gone after vek_debug_finalize(). */
+ *  no longer exists after vek_debug_finalize(). */
 #define VEK_DEBUG(domain, flag, ...)                                                               \
     do {                                                                                           \
         const VekDebugDomain *const vek_debug_domain_ = (domain);                                  \

@@ -1,0 +1,234 @@
+/* SPDX-License-Identifier: MIT */
+/* The streams of debug output. The main file is a record, and every flag of every domain has one. A
+ * record that holds a FILE has a name. Records of one name never hold two different FILEs; one
+ * whose file could not be opened holds none. There is no count: a record that gives up its FILE
+ * closes it if no other record holds it. Standard output is never closed. Only this part opens and
+ * closes output files and writes to records. It knows no settings.
+ */
+#include "veklib/vekdebug_internal.h"
+
+#include "veklib/vekdiag_internal.h"
+#include "veklib/vekmemory.h"
+#include "veklib/vekmemory_internal.h"
+#include "veklib/vekstrfuncs.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr const char *standard_output_name = "STDOUT";
+
+/* ---- Records ---- */
+
+/** A walk over all records, until `test` is true for one. */
+struct Search {
+    bool (*test)(void *context, VekDebugFilestream &record);
+    void *context;
+    VekDebugFilestream *found;
+};
+
+bool search_record(Search *search, VekDebugFilestream *record)
+{
+    if (search->test(search->context, *record)) {
+        search->found = record;
+    }
+    return search->found != nullptr;
+}
+
+int search_domain(void *, void *value, void *search)
+{
+    const auto *const domain = static_cast<const VekDebugDomain *>(value);
+    bool found = false;
+    for (int32_t i = 0; i < domain->flag_count && !found; ++i) {
+        found = search_record(static_cast<Search *>(search), &domain->streams[i]);
+    }
+    return found;
+}
+
+/** Looks at the main file, then at a domain that is being registered, then at the table. */
+void search_all(Search *search)
+{
+    VekDebugFilestream *const main = vek_debug.default_stream;
+    VekDebugDomain *const registering = vek_debug.registering;
+    if ((main != nullptr && search_record(search, main)) ||
+        (registering != nullptr && search_domain(nullptr, registering, search))) {
+        return;
+    }
+    if (vek_debug.domains != nullptr) {
+        vek_hash_foreach(vek_debug.domains, search_domain, search);
+    }
+}
+
+/** The first record for which `test` is true, or null. */
+template <typename Test>
+VekDebugFilestream *find_record(Test test)
+{
+    const auto call = [](void *context, VekDebugFilestream &record) {
+        return (*static_cast<Test *>(context))(record);
+    };
+    Search search = {call, &test, nullptr};
+    search_all(&search);
+    return search.found;
+}
+
+template <typename Visit>
+void for_each_record(Visit visit)
+{
+    find_record([&visit](VekDebugFilestream &record) {
+        visit(record);
+        return false; // go on
+    });
+}
+
+/** Another record of the same name, open or not: what could not be opened for one flag is not tried
+ *  again for the next. */
+const VekDebugFilestream *find_sharer(const VekDebugFilestream *fs)
+{
+    return find_record([fs](const VekDebugFilestream &other) {
+        return &other != fs && other.name != nullptr && strcmp(other.name, fs->name) == 0;
+    });
+}
+
+bool is_held_elsewhere(const VekDebugFilestream *fs)
+{
+    return find_record([fs](const VekDebugFilestream &other) {
+               return &other != fs && other.file == fs->file;
+           }) != nullptr;
+}
+
+/* ---- Opening and closing ---- */
+
+/** The name that a record has for a file's name in a setting. */
+const char *stream_name(const char *file)
+{
+    return strcmp(file, "-") == 0 ? standard_output_name : file;
+}
+
+/** Names an empty record. Standard output needs no opening: the record holds it at once. False
+ *  without memory. */
+bool take_name(VekDebugFilestream *fs, const char *name)
+{
+    fs->name = vek_strdup(name);
+    if (fs->name == nullptr) {
+        return false;
+    }
+    fs->file = strcmp(name, standard_output_name) == 0 ? stdout : nullptr;
+    return true;
+}
+
+/** Opens a file for writing, emptied. Flushes all open streams first: what they hold back must not
+ *  land in the file afterwards, should one of them have the same file. */
+FILE *open_emptied(const char *name)
+{
+    for_each_record([](const VekDebugFilestream &record) {
+        if (record.file != nullptr && record.file != stdout) {
+            fflush(record.file);
+        }
+    });
+    return vek_open_file(name, "w");
+}
+
+int _vek_debug_open_filestream(VekDebugFilestream *fs)
+{
+    fs->file = open_emptied(fs->name);
+    VEK_RETURN_VAL_IF_FAIL(fs->file, status_failed_check);
+
+    return status_done;
+}
+
+/** Leaves the record empty. Closes its file if no other record holds it. */
+void _vek_debug_close_filestream(VekDebugFilestream *fs)
+{
+    VEK_RETURN_IF_FAIL(fs);
+
+    if (fs->file != nullptr && fs->file != stdout && !is_held_elsewhere(fs)) {
+        fclose(fs->file);
+    }
+    fs->file = nullptr;
+    vek_free(fs->name);
+    fs->name = nullptr;
+}
+
+/* ---- The main file ---- */
+
+/** Opens the file of the next main file, emptied. Records that have a file of that name open move
+ *  to the new stream, so that the name has one stream. */
+void open_main_file(VekDebugFilestream *main)
+{
+    main->file = open_emptied(main->name);
+    if (main->file == nullptr) {
+        return;
+    }
+    const VekDebugFilestream *const old = find_record([main](const VekDebugFilestream &record) {
+        return record.file != nullptr && strcmp(record.name, main->name) == 0;
+    });
+    if (old == nullptr) {
+        return;
+    }
+    FILE *const old_file = old->file;
+    for_each_record([main, old_file](VekDebugFilestream &record) {
+        if (record.file == old_file) {
+            record.file = main->file;
+        }
+    });
+    fclose(old_file);
+}
+
+} // namespace
+
+/* ---- What the other parts call ---- */
+
+int vek_debug_point_at_file(VekDebugFilestream *record, const char *file)
+{
+    const VekDebugFilestream *const main = vek_debug.default_stream;
+    const char *const main_name = main != nullptr ? main->name : standard_output_name;
+    _vek_debug_close_filestream(record);
+    if (!take_name(record, file != nullptr ? stream_name(file) : main_name)) {
+        return status_no_memory;
+    }
+    if (record->file != nullptr) {
+        return status_done;
+    }
+    const VekDebugFilestream *const sharer = find_sharer(record);
+    if (sharer != nullptr) {
+        record->file = sharer->file;
+        return status_done;
+    }
+    return _vek_debug_open_filestream(record);
+}
+
+void vek_debug_close_streams(VekDebugDomain *domain)
+{
+    for (int32_t i = 0; i < domain->flag_count; ++i) {
+        _vek_debug_close_filestream(&domain->streams[i]);
+    }
+}
+
+void _vek_debug_set_default_file(const char *filename)
+{
+    VEK_RETURN_IF_FAIL(filename);
+
+    // Without memory for the new main file the old one stays.
+    auto *const main = static_cast<VekDebugFilestream *>(vek_calloc(1, sizeof(VekDebugFilestream)));
+    if (main == nullptr) {
+        return;
+    }
+    if (!take_name(main, stream_name(filename))) {
+        vek_free(main);
+        return;
+    }
+    vek_debug_close_main_file();
+    if (main->file == nullptr) {
+        open_main_file(main);
+    }
+    vek_debug.default_stream = main;
+}
+
+void vek_debug_close_main_file()
+{
+    if (vek_debug.default_stream != nullptr) {
+        _vek_debug_close_filestream(vek_debug.default_stream);
+        vek_free(vek_debug.default_stream);
+        vek_debug.default_stream = nullptr;
+    }
+}
