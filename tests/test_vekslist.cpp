@@ -1,10 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-#include <veklib/vekmemory.h>
 #include <veklib/vekslist.h>
-#include <veklib/vekstack.h>
 
 #include "support/support.h"
 
+#include <algorithm>
+#include <bit>
+#include <random>
 #include <tuple>
 
 using namespace vektest;
@@ -33,8 +34,15 @@ Numbers seen; ///< what a callback was called with
 
 void note(void *data) { seen.push_back(reinterpret_cast<intptr_t>(data)); }
 
-const Check no_list = {"vek_slist_remove_link", "slist != NULL"};
-const Check no_node = {"slist_destroy", "slist != NULL"};
+unsigned compared; ///< how often by_tens() was called
+
+/** An order in which many elements are equal: the last digit tells them apart. */
+int by_tens(const void *a, const void *b)
+{
+    ++compared;
+    return static_cast<int>(reinterpret_cast<intptr_t>(a) / 10 -
+                            reinterpret_cast<intptr_t>(b) / 10);
+}
 
 } // namespace
 
@@ -100,8 +108,11 @@ TEST(SList, ChecksNameTheFault)
         EXPECT_EQ(vek_slist_find(nullptr, nullptr), nullptr);
         EXPECT_EQ(vek_slist_dup(nullptr, nullptr), nullptr);
         EXPECT_EQ(vek_slist_equal(nullptr, nullptr, nullptr), 1);
+        EXPECT_EQ(vek_slist_remove(nullptr, nullptr), nullptr);
         vek_slist_free(nullptr, note);
     });
+    const Check no_list = {"vek_slist_remove_link", "slist != NULL"};
+    const Check no_node = {"slist_destroy", "slist != NULL"};
     const Check not_in_list = {"vek_slist_remove_link", "before != NULL"};
     const Check no_target = {"vek_slist_remove_link", "target != NULL"};
     expect_warnings({no_target, no_node, not_in_list, no_list}, [&] {
@@ -137,44 +148,118 @@ TEST(SList, DuplicatesWholeOrNotAtAll)
     });
 }
 
-TEST(Stack, IsLastInFirstOut)
+TEST(SList, LoopsMayStopAndRemove)
 {
     Allocator allocator;
-    VekStack stack = {nullptr};
-    EXPECT_EQ(vek_stack_is_empty(&stack), 1);
-    for (const intptr_t number : {1, 2, 3}) { vek_stack_push(&stack, word(number)); }
-    EXPECT_EQ(vek_stack_get_depth(&stack), 3u);
-    EXPECT_EQ(vek_stack_peek(&stack), word(3));
-    const auto note_until = [](void *data, void *stop) -> int {
-        note(data);
-        return data == stop;
-    };
-    for (const auto &[stop, walked] : {std::pair{2, Numbers{3, 2}}, {9, {3, 2, 1}}}) {
-        seen.clear();
-        vek_stack_foreach(&stack, note_until, word(stop));
-        EXPECT_EQ(seen, walked);
+    VekSList *list = list_of({2, 1, 2, 3, 4});
+    VekSList *node;
+    VekSList *next;
+    Numbers walked;
+    VEK_SLIST_FOREACH(node, list) {
+        if (node->data == word(3)) break;
+        if (node->data == word(1)) continue;
+        walked.push_back(reinterpret_cast<intptr_t>(node->data));
     }
-    EXPECT_EQ(vek_stack_pop(&stack), word(3));
-    seen.clear();
-    vek_stack_free(&stack, note);
-    EXPECT_EQ(seen, (Numbers{2, 1}));
-    EXPECT_EQ(stack.top, nullptr);
-
-    vek_stack_push(&stack, nullptr);
-    EXPECT_EQ(vek_stack_is_empty(&stack), 0);
-    allocator.fail_nth(1);
-    const std::string text = captured(2, [&] { vek_stack_push(&stack, word(2)); });
-    EXPECT_TRUE(contains(text, "vek_stack_push: no memory, the element was not pushed\n")) << text;
-    EXPECT_EQ(vek_stack_pop(&stack), nullptr);
-    EXPECT_EQ(vek_stack_is_empty(&stack), 1);
+    EXPECT_EQ(walked, (Numbers{2, 2}));
+    VEK_SLIST_FOREACH_SAFE(node, next, list) {
+        if (reinterpret_cast<intptr_t>(node->data) % 2 == 0) {
+            list = vek_slist_delete_link(list, node);
+        }
+    }
+    EXPECT_EQ(numbers_of(list), (Numbers{1, 3}));
+    for (const auto &[number, left] : {std::pair{7, Numbers{1, 3}}, {3, {1}}, {1, {}}, {1, {}}}) {
+        list = vek_slist_remove(list, word(number));
+        EXPECT_EQ(numbers_of(list), left);
+    }
 }
 
-TEST(Stack, ChecksNameTheFault)
+TEST(SList, InsertsWhereAskedOrNotAtAll)
 {
-    VekStack empty = {nullptr};
-    const Check no_top = {"vek_slist_data", "slist != NULL"};
-    expect_warnings({no_top}, [&] { EXPECT_EQ(vek_stack_peek(&empty), nullptr); });
-    expect_warnings({no_top, no_list, no_node}, [&] { EXPECT_EQ(vek_stack_pop(&empty), nullptr); });
-    EXPECT_REFUSE(nullptr, "stack != NULL", vek_stack_foreach);
-    EXPECT_REFUSE(&empty, "func != NULL", vek_stack_foreach);
+    const auto before = [](int position) {
+        return [position](VekSList *list) {
+            VekSList *const sibling = vek_slist_nth(list, static_cast<unsigned>(position));
+            return vek_slist_insert_before(list, sibling, word(25));
+        };
+    };
+    const auto sorted = [](VekSList *list) {
+        return vek_slist_insert_sorted(list, word(25), by_tens);
+    };
+    const std::tuple<Numbers, std::function<VekSList *(VekSList *)>, Numbers> rows[] = {
+        {{}, before(0), {25}},
+        {{1, 2}, before(0), {25, 1, 2}},
+        {{1, 2}, before(1), {1, 25, 2}},
+        {{1, 2}, before(2), {1, 2, 25}},
+        {{}, sorted, {25}},
+        {{30}, sorted, {25, 30}},
+        {{10, 20, 28, 30}, sorted, {10, 20, 28, 25, 30}},
+        {{10, 29}, sorted, {10, 29, 25}}};
+    for (const auto &[numbers, insert, expected] : rows) {
+        Allocator allocator;
+        VekSList *const list = list_of(numbers);
+        allocator.fail_nth(1);
+        EXPECT_EQ(insert(list), nullptr);
+        EXPECT_EQ(numbers_of(list), numbers);
+        VekSList *const longer = insert(list);
+        EXPECT_EQ(numbers_of(longer), expected);
+        vek_slist_free(longer, nullptr);
+    }
+}
+
+TEST(SList, InlineChecksNameTheFault)
+{
+    VekSList other = {nullptr, nullptr};
+    VekSList list = {nullptr, nullptr};
+    const struct {
+        const char *warning;
+        std::function<VekSList *()> call;
+        VekSList *expected;
+    } rows[] = {{"vek_slist_insert_before: assertion \"before != NULL\" failed\n",
+                 [&] { return vek_slist_insert_before(&list, &other, nullptr); }, nullptr},
+                {"vek_slist_insert_sorted: assertion \"compare != NULL\" failed\n",
+                 [&] { return vek_slist_insert_sorted(&list, &other, nullptr); }, nullptr},
+                {"vek_slist_sort: assertion \"compare != NULL\" failed\n",
+                 [&] { return vek_slist_sort(&list, nullptr); }, &list}};
+    for (const auto &row : rows) {
+        const std::string text = captured(2, [&] { EXPECT_EQ(row.call(), row.expected); });
+        EXPECT_TRUE(contains(text, row.warning)) << text;
+        EXPECT_EQ(list.next, nullptr);
+    }
+}
+
+TEST(SList, SortsAsTheModelDoes)
+{
+    Allocator allocator;
+    std::mt19937 random(1);
+    for (unsigned length = 0; length <= 100; ++length) {
+        Numbers model(length);
+        for (intptr_t &number : model) { number = static_cast<intptr_t>(random() % 200); }
+        VekSList *list = vek_slist_reverse(list_of(model));
+        EXPECT_EQ(numbers_of(list), Numbers(model.rbegin(), model.rend()));
+        list = vek_slist_reverse(list);
+        VekSList *other = nullptr;
+        for (const intptr_t number : model) {
+            other = vek_slist_insert_sorted(other, word(number), by_tens);
+        }
+        std::stable_sort(model.begin(), model.end(),
+                         [](intptr_t a, intptr_t b) { return a / 10 < b / 10; });
+        EXPECT_EQ(numbers_of(other), model);
+
+        allocator.fail_nth(0);
+        compared = 0;
+        list = vek_slist_sort(list, by_tens);
+        EXPECT_EQ(numbers_of(list), model);
+        EXPECT_EQ(allocator.allocations(), 0u);
+        EXPECT_LE(compared, length * std::bit_width(length));
+
+        for (unsigned i = 0; i < length; ++i) {
+            EXPECT_EQ(vek_slist_nth_data(list, i), word(model[i]));
+        }
+        EXPECT_EQ(vek_slist_nth_data(list, length), nullptr);
+        EXPECT_EQ(vek_slist_last(list), length > 0 ? vek_slist_nth(list, length - 1) : nullptr);
+        list = vek_slist_concat(list, other);
+        EXPECT_EQ(vek_slist_get_length(list), 2 * length);
+        EXPECT_EQ(vek_slist_nth(list, length), other);
+        EXPECT_EQ(vek_slist_nth(list, 2 * length), nullptr);
+        vek_slist_free(list, nullptr);
+    }
 }

@@ -7,18 +7,19 @@
 
 namespace {
 
-VekSList *new_node(void *data, VekSList *next, void *return_address)
+/* A node whose block is charged to the code at `caller`; null without memory. */
+VekSList *new_node(void *data, VekSList *next, void *caller)
 {
-    void *const block = vek_malloc_with_return(sizeof(VekSList), return_address);
-    if (block == nullptr) {
+    auto *const node = vek_new_for<VekSList>(caller);
+    if (node == nullptr) {
         return nullptr;
     }
-    auto *const node = static_cast<VekSList *>(block);
     node->data = data;
     node->next = next;
     return node;
 }
 
+/* Releases a node. The name is interface: a failed check prints it. */
 void slist_destroy(VekSList *slist)
 {
     VEK_RETURN_IF_FAIL(slist != NULL);
@@ -26,8 +27,8 @@ void slist_destroy(VekSList *slist)
     vek_free(slist);
 }
 
-/** vek_slist_remove_link() that also tells whether the target was there. It carries the public name
- *  because its checks report that name, for vek_slist_delete_link() as well. */
+/* vek_slist_remove_link() that also says whether it took the target out. It has the public name
+ * because its checks print it, also when vek_slist_delete_link() was called. */
 VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target, bool &removed)
 {
     removed = false;
@@ -51,6 +52,8 @@ VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target, bool &removed
 }
 
 } // namespace
+
+/* ---- Create and release ---- */
 
 VEK_ENTRY VekSList *vek_slist_prepend(VekSList *slist, void *data)
 {
@@ -79,7 +82,7 @@ VEK_ENTRY VekSList *vek_slist_insert_after(VekSList *slist, void *data)
 
 VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
 {
-    // All nodes first: copies that were made could not be released if a later node failed. Nodes
+    // All nodes first: if one failed later, nobody could release the copies that were made. Nodes
     // come from the public function, so that a trace charges them to this one.
     VekSList *result = nullptr;
     VekSList **link = &result;
@@ -113,6 +116,8 @@ void vek_slist_free(VekSList *slist, VekDestroyFunc destroy)
         slist = next;
     }
 }
+
+/* ---- Read ---- */
 
 void *vek_slist_data(const VekSList *slist)
 {
@@ -158,6 +163,8 @@ unsigned int vek_slist_get_length(const VekSList *slist)
     }
     return length;
 }
+
+/* ---- Change ---- */
 
 void vek_slist_set_data(VekSList *slist, void *data)
 {

@@ -5,9 +5,11 @@
  *  it. The caller owns the nodes; the list owns nothing else: elements are released, copied and
  *  compared by the callbacks that are passed.
  *
- *      VekSList *paths = vek_slist_append(NULL, (void *)"/etc");
- *      for (const VekSList *node = paths; node != NULL; node = node->next) puts(node->data);
+ *      VekSList *node, *paths = vek_slist_append(NULL, (void *)"/etc");
+ *      VEK_SLIST_FOREACH(node, paths) puts(node->data);
  *      vek_slist_free(paths, NULL);
+ *
+ *  Loops, positions, sorting and the like are in vekslist_inline.h, which is included below.
  *
  *  Threads: a list is used by one thread at a time; different lists may be used by different ones.
  */
@@ -34,18 +36,17 @@ struct VekSList {
  *  @return  the new first node
  *  Fails:   no memory -> null, the list stays as it was: keep its pointer until you have the result
  */
-VEK_API VekSList *vek_slist_prepend(VekSList *slist, void *data);
+VEK_API VEK_MUST_USE VekSList *vek_slist_prepend(VekSList *slist, void *data);
 
 /** Puts an element at the end; walks the whole list.
  *  @param slist  the list, taken; null is the empty list
  *  @param data   the element; may be null; stored
- *  @return  the first node; store it even if you know it: that of an empty list is new, and an
- *           ignored result leaks it
+ *  @return  the first node; store it always: that of an empty list is new
  *  Fails:   no memory -> `slist`, unchanged (null for the empty list)
  */
-VEK_API VekSList *vek_slist_append(VekSList *slist, void *data);
+VEK_API VEK_MUST_USE VekSList *vek_slist_append(VekSList *slist, void *data);
 
-/** Puts an element behind a node.
+/** Puts an element after a node.
  *  @param slist  the node, borrowed; null makes a new list of one node
  *  @param data   the element; may be null; stored
  *  @return  the new node
@@ -56,13 +57,13 @@ VEK_API VekSList *vek_slist_insert_after(VekSList *slist, void *data);
 /** Copies a list: new nodes with the same elements, or with copies of them.
  *  @param slist  the list; null gives null; borrowed
  *  @param copy   called once for each element, first to last, when all nodes are there; what it
- *                returns is stored as it is. Must not change the list. May be null: the elements
- *                are shared
+ *                returns is stored, null included. Must not change the list. May be null: the
+ *                elements are shared
  *  @return  the new list; release with vek_slist_free()
  *  Fails:   no memory for the nodes -> null; nothing was copied and nothing is left behind
  *  Traces charge the nodes to this function, not to its caller.
  */
-VEK_API VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy);
+VEK_API VEK_MUST_USE VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy);
 
 /** Releases a list.
  *  @param slist    the list, taken; null does nothing
@@ -76,14 +77,14 @@ VEK_API void vek_slist_free(VekSList *slist, VekDestroyFunc destroy);
 /** Returns the element of a node.
  *  @param slist  the node, borrowed
  *  @return  the element, borrowed; may be null
- *  Fails: null `slist` -> null, with a warning
+ *  Fails:   null `slist` -> null, with a warning
  */
 VEK_API void *vek_slist_data(const VekSList *slist);
 
-/** Returns the node behind a node.
+/** Returns the node after a node.
  *  @param slist  the node, borrowed
- *  @return  the next node, borrowed; null behind the last one
- *  Fails: null `slist` -> null, with a warning
+ *  @return  the next node, borrowed; null after the last one
+ *  Fails:   null `slist` -> null, with a warning
  */
 VEK_API VekSList *vek_slist_next(const VekSList *slist);
 
@@ -108,7 +109,7 @@ VEK_API unsigned int vek_slist_get_length(const VekSList *slist);
 
 /** Replaces the element of a node; the old one is not released.
  *  @param slist  the node, borrowed
- *  @param data  the element; may be null; stored
+ *  @param data   the element; may be null; stored
  *  Fails: null `slist` -> nothing stored, with a warning
  */
 VEK_API void vek_slist_set_data(VekSList *slist, void *data);
@@ -116,13 +117,13 @@ VEK_API void vek_slist_set_data(VekSList *slist, void *data);
 /** Takes a node out of a list without releasing it: it becomes a list of its own, which the caller
  *  releases with vek_slist_free().
  *  @param slist   the list, taken on success
- *  @param target  the node, handed back to the caller on success
+ *  @param target  the node, the caller's on success
  *  @return  the first node of what is left, null if nothing is
  *  Fails:   null `slist` or null `target` -> null, with a warning; `target` not in the list ->
- *           `slist`, with a warning. Nothing is changed: a target that may be null is tested
- *           before the result replaces the list's pointer
+ *           `slist`, with a warning. Nothing is changed: test a target that may be null
+ *           before you replace the list's pointer by the result
  */
-VEK_API VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target);
+VEK_API VEK_MUST_USE VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target);
 
 /** Takes a node out of a list and releases it; its element is not released.
  *  @param slist   the list, taken on success
@@ -131,8 +132,10 @@ VEK_API VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target);
  *  Fails:   as vek_slist_remove_link(), with one more warning for a null `target`. A node that is
  *           not in the list is left alone
  */
-VEK_API VekSList *vek_slist_delete_link(VekSList *slist, VekSList *target);
+VEK_API VEK_MUST_USE VekSList *vek_slist_delete_link(VekSList *slist, VekSList *target);
 
 VEK_END_DECLS
+
+#include <veklib/vekslist_inline.h>
 
 #endif

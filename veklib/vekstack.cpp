@@ -3,11 +3,15 @@
 
 #include "veklib/vekdiag_internal.h"
 
+/* ---- Release ---- */
+
 void vek_stack_free(VekStack *stack, VekDestroyFunc destroy)
 {
     vek_slist_free(stack->top, destroy);
     stack->top = nullptr;
 }
+
+/* ---- Change ---- */
 
 void vek_stack_push(VekStack *stack, void *data)
 {
@@ -26,6 +30,8 @@ void *vek_stack_pop(VekStack *stack)
     return data;
 }
 
+/* ---- Read ---- */
+
 void *vek_stack_peek(const VekStack *stack)
 {
     return vek_slist_data(stack->top);
@@ -40,6 +46,8 @@ unsigned int vek_stack_get_depth(const VekStack *stack)
 {
     return vek_slist_get_length(stack->top);
 }
+
+/* ---- Walk ---- */
 
 void vek_stack_foreach(VekStack *stack, VekStackForeachFunc func, void *user_data)
 {

@@ -25,31 +25,37 @@ typedef struct VekStack {
 /** Receives an element and the caller's data; a nonzero result stops the walk. */
 typedef int (*VekStackForeachFunc)(void *element, void *user_data);
 
+/* ---- Release ---- */
+
 /** Releases the nodes and leaves the stack empty and usable; the record stays the caller's.
  *  @param stack    the stack; not null
  *  @param destroy  called for each element from the top down; may be null; must not use the stack
  */
 VEK_API void vek_stack_free(VekStack *stack, VekDestroyFunc destroy);
 
+/* ---- Change ---- */
+
 /** Puts an element on top.
  *  @param stack  the stack; not null
  *  @param data   the element; may be null (vek_stack_is_empty() tells it from an empty stack);
- *                stored, never released but by the `destroy` of vek_stack_free()
- *  Fails: no memory -> the stack stays as it was and the element the caller's, with a warning
+ *                stored; only the `destroy` of vek_stack_free() ever releases it
+ *  Fails: no memory -> the stack stays as it was, the element the caller's, with a warning
  */
 VEK_API void vek_stack_push(VekStack *stack, void *data);
 
 /** Takes the top element off.
  *  @param stack  the stack; not null
  *  @return  the element, which is the caller's again
- *  Fails: empty stack -> null, with three warnings
+ *  Fails:   empty stack -> null, with three warnings
  */
 VEK_API void *vek_stack_pop(VekStack *stack);
 
-/** Looks at the top element and leaves it in place.
+/* ---- Read ---- */
+
+/** Returns the top element, which stays in place.
  *  @param stack  the stack; not null
  *  @return  the element, borrowed
- *  Fails: empty stack -> null, with a warning
+ *  Fails:   empty stack -> null, with a warning
  */
 VEK_API void *vek_stack_peek(const VekStack *stack);
 
@@ -58,6 +64,8 @@ VEK_API int vek_stack_is_empty(const VekStack *stack);
 
 /** Returns the number of elements of the stack (not null); walks them all. */
 VEK_API unsigned int vek_stack_get_depth(const VekStack *stack);
+
+/* ---- Walk ---- */
 
 /** Calls a function for each element from the top down until it returns nonzero.
  *  @param stack      the stack

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The debug output of logdigest: two domains, switched on by a configuration file or the environment. */
+/* The debug output of logdigest: two domains, switched on by a configuration file or the
+ * environment. */
 #ifndef LOGDIGEST_DEBUG_H
 #define LOGDIGEST_DEBUG_H
 
@@ -17,8 +18,8 @@ extern VekDebugDomain *debug_report;
 
 /** Starts debug output.
  *  @param config_file   configuration file, or null; VEK_DEBUG_CONFIG adds to it
- *  @param own_function  not 0: messages of "report" go to a function of the program, which writes them
- *                       to the standard error stream
+ *  @param own_function  not 0: messages of "report" go to a function of the program, which writes
+ *                       them to the standard error stream
  *  @return  0, or not 0 without memory
  */
 int debug_start(const char *config_file, int own_function);

@@ -8,11 +8,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <veklib/vekmemory.h>
-#include <veklib/veknamedict.h>
-#include <veklib/vekstrdict.h>
-#include <veklib/vekstrfuncs.h>
-
 enum { expected_names = 64, excerpt_length = 48 };
 
 static VekError *out_of_memory(void)
@@ -221,15 +216,16 @@ static void print_span(const struct digest *digest, FILE *out)
 
 static void print_unreadable(const struct digest *digest, FILE *out)
 {
-    unsigned long left = digest->unreadable;
-    fprintf(out, "unreadable  %lu lines\n", left);
-    for (const VekSList *node = digest->errors; node != NULL; node = node->next, --left) {
+    const VekSList *node;
+    fprintf(out, "unreadable  %lu lines\n", digest->unreadable);
+    VEK_SLIST_FOREACH(node, digest->errors) {
         const VekError *const err = node->data;
         fprintf(out, "  %s, says %s()\n", vek_error_get_msg(err),
                 vek_error_get_callstack_func(err, 0));
     }
-    if (left > 0 && digest->errors != NULL) {
-        fprintf(out, "  and %lu more\n", left);
+    const unsigned kept = vek_slist_get_length(digest->errors);
+    if (kept > 0 && kept < digest->unreadable) {
+        fprintf(out, "  and %lu more\n", digest->unreadable - kept);
     }
 }
 

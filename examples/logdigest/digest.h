@@ -6,10 +6,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include <veklib/vekdict.h>
-#include <veklib/vekerror.h>
-#include <veklib/vekname.h>
-#include <veklib/vekslist.h>
+#include <veklib/veklib.h>
 
 /** The digest of one log. */
 struct digest {

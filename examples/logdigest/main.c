@@ -8,9 +8,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <veklib/vekmemory.h>
-#include <veklib/vekstrdict.h>
-
 enum { longest_line = 65536, largest_count = 1000000 };
 
 /** Reads the next line into `buffer` (longest_line + 1 bytes), without its newline.
