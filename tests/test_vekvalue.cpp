@@ -291,7 +291,8 @@ TEST(Value, ListsAreCopiedWholeOrNotAtAll)
     captured(2, [&] { EXPECT_EQ(vek_value_copy(&copy, strings), 0); });
     EXPECT_EQ(vek_value_get_slist(&copy), nullptr);
     shared.count = 2;
-    vek_slist_append(vek_value_get_slist(strings), nullptr); // nothing to copy is no failure
+    // Nothing to copy is no failure.
+    EXPECT_NE(vek_slist_append(vek_value_get_slist(strings), nullptr), nullptr);
     EXPECT_EQ(vek_value_copy(&copy, strings), 1);
     EXPECT_EQ(vek_slist_get_length(vek_value_get_slist(&copy)), 2u);
     vek_value_release(&copy);
