@@ -18,7 +18,7 @@ namespace {
 enum : uint32_t { to_file = 1, is_off = 2 };
 const char *const flags[] = {"on", "off", nullptr};
 
-/** A file of nobody else's. */
+/** The path of a file that no other process uses. */
 std::string file_for(const char *who)
 {
     return std::string(g_get_tmp_dir()) + "/bench-debug-" + std::to_string(getpid()) + "-" + who;
@@ -80,7 +80,8 @@ void function(benchmark::State &state, int size)
 void function_glib(benchmark::State &state, int size)
 {
     const guint handler = g_log_set_handler(
-        "bench", G_LOG_LEVEL_DEBUG, [](const char *, GLogLevelFlags, const char *text, void *) { take(text, nullptr); },
+        "bench", G_LOG_LEVEL_DEBUG,
+        [](const char *, GLogLevelFlags, const char *text, void *) { take(text, nullptr); },
         nullptr);
     for (auto _ : state) { g_debug("%d bytes to %s\n", size, "gateway"); }
     g_log_remove_handler("bench", handler);

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Singly linked lists. All are walked by the same code: that job tells how an allocator places the nodes. */
+/* Singly linked lists. All are walked by the same code, so that job shows where an allocator puts
+ * the nodes. */
 #include "jobs.h"
 
 #include <cstdlib>
@@ -173,12 +174,14 @@ void release(benchmark::State &state, int size)
 template <class List>
 int add(const char *who)
 {
-    bench::add("list prepend", who, prepend<List>, {10, 100, 1000, 100000}, bench::Runs::timed_by_job);
+    bench::add("list prepend", who, prepend<List>, {10, 100, 1000, 100000},
+               bench::Runs::timed_by_job);
     bench::add("list append", who, append<List>, {10, 100, 1000},
-               bench::Runs::timed_by_job); // each one walks to the end
+               bench::Runs::timed_by_job); // each append walks to the end
     bench::add("list walk", who, walk<List>, {10, 100, 1000, 100000}, bench::Runs::timed_by_job);
     bench::add("list dup", who, dup<List>, {10, 100, 1000, 100000}, bench::Runs::timed_by_job);
-    return bench::add("list free", who, release<List>, {10, 100, 1000, 100000}, bench::Runs::timed_by_job);
+    return bench::add("list free", who, release<List>, {10, 100, 1000, 100000},
+                      bench::Runs::timed_by_job);
 }
 
 [[maybe_unused]] const int registered[] = {

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Allocation, plain and traced. The trace goes to the file that VEK_MALLOC_TRACE_FILE names, and what the
- * peer writes to a file beside it. */
+/* Allocation, plain and traced. The trace goes to the file that VEK_MALLOC_TRACE_FILE names, the
+ * peer's lines to a file beside it. */
 #include "jobs.h"
 
 #include <cstdio>
@@ -37,12 +37,13 @@ void traced(benchmark::State &state, int size)
     vek_memory_disable_trace();
 }
 
-/** A pair and the two lines that tell of it, written to a line-buffered file. */
+/** A pair and the two lines that report it, written to a line-buffered file. */
 template <bool is_formatted>
 void two_lines(benchmark::State &state, int size)
 {
     static FILE *const file = [] {
-        FILE *const opened = fopen(is_device() ? trace_file() : (trace_file() + std::string(".peer")).c_str(), "wb");
+        const std::string path = trace_file() + std::string(is_device() ? "" : ".peer");
+        FILE *const opened = fopen(path.c_str(), "wb");
         setlinebuf(opened);
         return opened;
     }();
@@ -51,7 +52,8 @@ void two_lines(benchmark::State &state, int size)
         void *block = malloc(static_cast<size_t>(size));
         benchmark::DoNotOptimize(block);
         if constexpr (is_formatted) {
-            fprintf(file, "%p: vek_malloc(%d) => %p [#%d]\n", static_cast<void *>(&number), size, block, ++number);
+            fprintf(file, "%p: vek_malloc(%d) => %p [#%d]\n", static_cast<void *>(&number), size,
+                    block, ++number);
             fprintf(file, "%p: vek_free(%p)\n", static_cast<void *>(&number), block);
         } else {
             fputs("0x55fd7b1c30a7: vek_malloc(16) => 0x55fd7c2d42a0 [#123456]\n", file);
@@ -61,11 +63,13 @@ void two_lines(benchmark::State &state, int size)
     }
 }
 
-/** Only with a trace file, whose kind is part of the job's name: ./dev bench runs these jobs for each kind. */
+/** Registers the traced jobs if there is a trace file. Its kind is part of their names: ./dev bench
+ *  runs them for each kind. */
 int add_traced()
 {
     if (trace_file() == nullptr) { return 0; }
-    const std::string job = is_device() ? "traced malloc+free, to the null device" : "traced malloc+free, to a file";
+    const std::string job =
+        is_device() ? "traced malloc+free, to the null device" : "traced malloc+free, to a file";
     bench::add(job, "veklib", traced, {16});
     bench::add(job, "fputs", two_lines<false>, {16});
     return bench::add(job, "fprintf", two_lines<true>, {16});

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Interning of strings. One peer has a single table, which only grows: "intern new" is to be run once in a
+/* Interning of strings. One peer has a single table, which only grows: run "intern new" once per
  * process (--benchmark_min_time=0), as ./dev bench does. */
 #include "jobs.h"
 
@@ -22,7 +22,7 @@ struct Vek {
     const void *intern(const char *text) { return vek_name_from_string(table, text, 0); }
 };
 
-/** There is one table in the process, and it only grows. */
+/** Has one table per process, which only grows. */
 struct Glib {
     static const void *intern(const char *text) { return g_intern_string(text); }
 };
@@ -30,7 +30,10 @@ struct Glib {
 struct Std {
     struct Hash {
         using is_transparent = void;
-        size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+        size_t operator()(std::string_view text) const
+        {
+            return std::hash<std::string_view>()(text);
+        }
     };
     std::unordered_set<std::string, Hash, std::equal_to<>> table;
     const void *intern(const char *text)
@@ -61,14 +64,15 @@ std::vector<std::string> unseen(int size)
     return bench::texts(size, first - size);
 }
 
-/** A table, if there is more than one, and the texts that it is to hold. */
+/** A contender's table, if it can have several, and the texts to intern in it. */
 template <class Names>
 struct Task {
     Names names;
     std::vector<std::string> texts;
 };
 
-/** Has the process own the memory that names take, so that no page is touched for the first time meanwhile. */
+/** Makes the process touch the memory that the names will take, so that no page is new to it while
+ *  the clock runs. */
 void warm_heap()
 {
     mallopt(M_TRIM_THRESHOLD, INT_MAX);
@@ -83,7 +87,9 @@ void fresh(benchmark::State &state, int size)
     bench::timed<Task<Names>>(
         state, size, [size](Task<Names> &task) { task.texts = unseen<Names>(size); },
         [](Task<Names> &task) {
-            for (const std::string &text : task.texts) { benchmark::DoNotOptimize(task.names.intern(text.c_str())); }
+            for (const std::string &text : task.texts) {
+                benchmark::DoNotOptimize(task.names.intern(text.c_str()));
+            }
         });
 }
 
@@ -91,7 +97,8 @@ template <class Names>
 int add(const char *who)
 {
     bench::add("intern existing", who, existing<Names>, {10, 100, 1000, 100000});
-    return bench::add("intern new", who, fresh<Names>, {10, 100, 1000, 100000}, bench::Runs::timed_by_job);
+    return bench::add("intern new", who, fresh<Names>, {10, 100, 1000, 100000},
+                      bench::Runs::timed_by_job);
 }
 
 [[maybe_unused]] const int registered[] = {

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Hash tables with integer and with string keys. All take the same hash of texts and the same equality, but for
- * APR and uthash, which bring their own. */
+/* Hash tables with integer and with string keys. All use the same hash and equality functions for
+ * texts, except APR and uthash, which bring their own. */
 #include "jobs.h"
 
 #include <cstdlib>
@@ -18,11 +18,13 @@ using bench::word;
 
 namespace {
 
-/** FNV-1a: its low bits vary, which tables of a power of two rely on. */
+/** FNV-1a: its low bits vary, on which tables whose sizes are powers of two rely. */
 uint32_t hash_text(const void *key)
 {
     uint32_t hash = 2166136261;
-    for (auto *c = static_cast<const unsigned char *>(key); *c != '\0'; ++c) { hash = (hash ^ *c) * 16777619; }
+    for (auto *c = static_cast<const unsigned char *>(key); *c != '\0'; ++c) {
+        hash = (hash ^ *c) * 16777619;
+    }
     return hash;
 }
 
@@ -31,11 +33,13 @@ int equal_text(const void *a, const void *b)
     return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
 }
 
-/* A contender puts, gets and removes keys, and sums the values up. Keys are numbers or pointers to texts. */
+/* Each contender puts, gets and removes keys, and adds up the values. Keys are numbers, or pointers
+ * to texts. */
 
 template <bool of_text>
 struct Vek {
-    VekHash *hash = of_text ? vek_hash_new_full(hash_text, equal_text, nullptr, nullptr) : vek_hash_new();
+    VekHash *hash =
+        of_text ? vek_hash_new_full(hash_text, equal_text, nullptr, nullptr) : vek_hash_new();
     ~Vek() { vek_hash_destroy(hash); }
     void put(void *key, void *value) { vek_hash_insert(hash, key, value); }
     void *get(void *key) const { return vek_hash_lookup(hash, key); }
@@ -56,7 +60,8 @@ struct Vek {
 
 template <bool of_text>
 struct Glib {
-    GHashTable *hash = of_text ? g_hash_table_new(hash_text, equal_text) : g_hash_table_new(nullptr, nullptr);
+    GHashTable *hash =
+        of_text ? g_hash_table_new(hash_text, equal_text) : g_hash_table_new(nullptr, nullptr);
     ~Glib() { g_hash_table_destroy(hash); }
     void put(void *key, void *value) { g_hash_table_insert(hash, key, value); }
     void *get(void *key) const { return g_hash_table_lookup(hash, key); }
@@ -105,10 +110,13 @@ struct Apr {
 template <bool of_text>
 struct Std {
     struct Equal {
-        bool operator()(const void *a, const void *b) const { return of_text ? equal_text(a, b) : a == b; }
+        bool operator()(const void *a, const void *b) const
+        {
+            return of_text ? equal_text(a, b) : a == b;
+        }
     };
     struct Hash {
-        // With noexcept the nodes hold no hash, which for texts they should.
+        // With noexcept the nodes do not store the hash; for texts they should.
         size_t operator()(const void *key) const noexcept(!of_text)
         {
             return of_text ? hash_text(key) : reinterpret_cast<size_t>(key);
@@ -149,7 +157,10 @@ struct Ut {
         }
     }
     static const void *bytes(void *const &key) { return of_text ? key : &key; }
-    static size_t length(void *const &key) { return of_text ? strlen(static_cast<char *>(key)) : sizeof key; }
+    static size_t length(void *const &key)
+    {
+        return of_text ? strlen(static_cast<char *>(key)) : sizeof key;
+    }
     Entry *find(void *key) const
     {
         const size_t size = length(key);
@@ -185,14 +196,16 @@ struct Ut {
     intptr_t sum() const
     {
         intptr_t result = 0;
-        for (const Entry *entry = hash; entry != nullptr; entry = static_cast<Entry *>(entry->hh.next)) {
+        for (const Entry *entry = hash; entry != nullptr;
+             entry = static_cast<Entry *>(entry->hh.next)) {
             result += reinterpret_cast<intptr_t>(entry->value);
         }
         return result;
     }
 };
 
-/** `size` keys, from number `first` on, as a contender takes them; their storage is an own copy. */
+/** `size` keys, from number `first` on, in the form that a contender takes; each object has a copy
+ *  of its own. */
 template <class Table, bool of_text>
 struct Keys {
     std::vector<std::string> strings;
@@ -284,9 +297,12 @@ int add(const char *who)
     const auto sizes = {10, 100, 1000, 100000};
     bench::add("hash hit" + of, who, hit<Table<of_text>, of_text>, sizes);
     bench::add("hash miss" + of, who, miss<Table<of_text>, of_text>, sizes);
-    bench::add("hash insert" + of, who, insert<Table<of_text>, of_text>, sizes, bench::Runs::timed_by_job);
-    bench::add("hash remove" + of, who, remove<Table<of_text>, of_text>, sizes, bench::Runs::timed_by_job);
-    return bench::add("hash walk" + of, who, walk<Table<of_text>, of_text>, sizes, bench::Runs::timed_by_job);
+    bench::add("hash insert" + of, who, insert<Table<of_text>, of_text>, sizes,
+               bench::Runs::timed_by_job);
+    bench::add("hash remove" + of, who, remove<Table<of_text>, of_text>, sizes,
+               bench::Runs::timed_by_job);
+    return bench::add("hash walk" + of, who, walk<Table<of_text>, of_text>, sizes,
+                      bench::Runs::timed_by_job);
 }
 
 [[maybe_unused]] const int registered[] = {

@@ -18,7 +18,7 @@ using bench::Round;
 
 namespace {
 
-/* ---- A contender puts an integer under a key, which it copies, and gets it again ---- */
+/* ---- Each contender puts an integer under a key, which it copies, and gets it back ---- */
 
 struct VekStrings {
     VekDict *dict = vek_str_dict_create(10);
@@ -50,21 +50,30 @@ void free_gvalue(void *value)
 struct GlibStrings {
     GHashTable *table = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, free_gvalue);
     ~GlibStrings() { g_hash_table_destroy(table); }
-    void put(const char *key, int value) { g_hash_table_insert(table, g_strdup(key), new_gvalue(value)); }
-    int get(const char *key) const { return g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, key))); }
+    void put(const char *key, int value)
+    {
+        g_hash_table_insert(table, g_strdup(key), new_gvalue(value));
+    }
+    int get(const char *key) const
+    {
+        return g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, key)));
+    }
 };
 
 struct GlibIntegers {
     GHashTable *table = g_hash_table_new_full(nullptr, nullptr, nullptr, free_gvalue);
     ~GlibIntegers() { g_hash_table_destroy(table); }
-    void put(int key, int value) { g_hash_table_insert(table, bench::word(key), new_gvalue(value)); }
+    void put(int key, int value)
+    {
+        g_hash_table_insert(table, bench::word(key), new_gvalue(value));
+    }
     int get(int key) const
     {
         return g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(table, bench::word(key))));
     }
 };
 
-/** Values are texts: it knows no others. */
+/** Its values can only be texts. */
 struct AprStrings {
     apr_pool_t *pool = [] {
         static const apr_status_t started = apr_initialize();
@@ -86,7 +95,10 @@ struct AprStrings {
 struct JsonStrings {
     json_object *object = json_object_new_object();
     ~JsonStrings() { json_object_put(object); }
-    void put(const char *key, int value) { json_object_object_add(object, key, json_object_new_int(value)); }
+    void put(const char *key, int value)
+    {
+        json_object_object_add(object, key, json_object_new_int(value));
+    }
     int get(const char *key) const
     {
         json_object *found = nullptr;
@@ -175,7 +187,8 @@ int add(const char *who)
     const auto sizes = {5, 10, 50, 200};
     bench::add("dictionary get" + by, who, get<Dict, Keys>, sizes);
     bench::add("dictionary fill" + by, who, fill<Dict, Keys>, sizes, bench::Runs::timed_by_job);
-    return bench::add("dictionary replace" + by, who, replace<Dict, Keys>, sizes, bench::Runs::timed_by_job);
+    return bench::add("dictionary replace" + by, who, replace<Dict, Keys>, sizes,
+                      bench::Runs::timed_by_job);
 }
 
 /* ---- Values ---- */

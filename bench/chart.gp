@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# usage: gnuplot -e "points='FILE'" chart.gp >chart.svg - the ratios of ratios.py --points, a row a job and size
+# usage: gnuplot -e "points='FILE'" chart.gp >chart.svg - draws the points of ratios.py: one row for
+# each job and size.
 stats points using 2 nooutput
 rows = STATS_max + 1
 set terminal svg size 960, 120 + 14 * rows font "sans-serif,11" background "white"
@@ -22,4 +23,5 @@ set linetype 6 linecolor "#56b4e9" pointtype 6
 set linetype 7 linecolor "#000000" pointtype 4
 set tmargin 5
 within(ratio) = ratio > 16 ? 16 : ratio < 0.0625 ? 0.0625 : ratio
-plot for [maker = 0:6] points index maker using (within($1)):2:yticlabels(3) with points pointsize 0.7
+plot for [maker = 0:6] points index maker using (within($1)):2:yticlabels(3) \
+    with points pointsize 0.7

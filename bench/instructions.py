@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""usage: instructions.py OPERATIONS ARM_OPERATIONS QEMU... - instructions of each operation, on x86-64 and ARM.
+"""usage: instructions.py OPERATIONS ARM_OPERATIONS QEMU...
 
-Counted by callgrind, and by qemu, which the rest of the line starts with its options. What counts is the
-difference between few and many runs of an operation, without the call that "nothing" makes: the same each time.
+Prints the instructions of each operation on x86-64, counted by callgrind, and on ARM, counted by
+qemu (QEMU... is its command with options). The count is the difference between few and many runs,
+less that of the operation "nothing"; it is the same each time.
 """
 import os
 import re
@@ -12,13 +13,14 @@ import sys
 
 
 def counted_by_callgrind(program, name, runs):
-    valgrind = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={os.devnull}", program, name, str(runs)]
-    told = subprocess.run(valgrind, capture_output=True, check=True, text=True).stderr
-    return int(re.search(r"Collected : (\d+)", told).group(1))
+    valgrind = ["valgrind", "--tool=callgrind", f"--callgrind-out-file={os.devnull}"]
+    command = valgrind + [program, name, str(runs)]
+    report = subprocess.run(command, capture_output=True, check=True, text=True).stderr
+    return int(re.search(r"Collected : (\d+)", report).group(1))
 
 
 def counted_by_qemu(qemu, program, name, runs):
-    """One line of the log for each instruction, when each is a block of its own."""
+    """Counts the lines of the log: one for each instruction, since each is a block of its own."""
     command = qemu + ["-singlestep", "-d", "exec,nochain", program, name, str(runs)]
     with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
         count = sum(line.startswith(b"Trace") for line in process.stderr)
@@ -33,7 +35,8 @@ def per_operation(count, name, few, many):
 
 def main():
     program, arm_program, *qemu = sys.argv[1:]
-    names = subprocess.run([program], capture_output=True, check=True, text=True).stdout.splitlines()
+    listing = subprocess.run([program], capture_output=True, check=True, text=True).stdout
+    nothing, *operations = listing.splitlines()
 
     def on_x86_64(name):
         return per_operation(lambda *run: counted_by_callgrind(program, *run), name, 1000, 11000)
@@ -41,11 +44,11 @@ def main():
     def on_arm(name):
         return per_operation(lambda *run: counted_by_qemu(qemu, arm_program, *run), name, 10, 1010)
 
-    nothing, *operations = names
     base = on_x86_64(nothing), on_arm(nothing)
     print(f"{'operation':45} {'x86-64':>7} {'ARM':>7}")
     for name in operations:
-        print(f"{name:45} {on_x86_64(name) - base[0]:7.0f} {on_arm(name) - base[1]:7.0f}", flush=True)
+        counts = on_x86_64(name) - base[0], on_arm(name) - base[1]
+        print(f"{name:45} {counts[0]:7.0f} {counts[1]:7.0f}", flush=True)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* How jobs are named, registered and timed: "job/size/who". The library ("veklib") and its peers do the same work
- * on the same keys, and what counts is the ratio of their times. */
+/* How jobs are named ("job/size/who"), registered and timed. The library ("veklib") and its peers
+ * do the same work on the same keys; what counts is the ratio of their times. */
 #ifndef VEKLIB_BENCH_JOBS_H
 #define VEKLIB_BENCH_JOBS_H
 
@@ -18,32 +18,33 @@ namespace bench {
 
 using Job = void(benchmark::State &state, int size);
 
-/** Who reads the clock: the benchmark library around the whole job, or the job around a part of it. */
+/** Who reads the clock: the benchmark library, around the whole job, or the job, around a part. */
 enum class Runs { timed_by_library, timed_by_job };
 
-/** Registers one contender of a job for each size; `timed_by_job` if it uses timed(). The result is for
- *  initialisers, whose place this is called from. */
+/** Registers one contender of a job for each size; `timed_by_job` if it uses timed(). It has a
+ *  result so that an initialiser can call it. */
 inline int add(const std::string &job, const char *who, Job *run, std::initializer_list<int> sizes,
                Runs runs = Runs::timed_by_library)
 {
     for (const int size : sizes) {
-        benchmark::internal::Benchmark *const registered =
-            benchmark::RegisterBenchmark((job + "/" + std::to_string(size) + "/" + who).c_str(), run, size);
+        benchmark::internal::Benchmark *const registered = benchmark::RegisterBenchmark(
+            (job + "/" + std::to_string(size) + "/" + who).c_str(), run, size);
         if (runs == Runs::timed_by_job) { registered->UseManualTime(); }
     }
     return 0;
 }
 
-/** Times `work` alone: not `prepare`, nor the making and destruction of the subjects. There are so many of
- *  them at a time that reading the clock hardly counts. The result is the time of one of the `size` elements
- *  of a subject. */
+/** Times `work` alone, without `prepare` and without the construction and destruction of the
+ *  subjects. Each round has so many of them that reading the clock hardly counts. Reports the time
+ *  of one of the `size` elements of a subject. */
 template <typename Subject, typename Prepare, typename Work>
 void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 {
     using clock = std::chrono::steady_clock;
     const int count = std::max(1, 5000 / size);
     std::vector<Subject> subjects;
-    subjects.reserve(static_cast<size_t>(count)); // once: a large block each time would stir up the heap
+    // Once: a large block in each round would stir up the heap.
+    subjects.reserve(static_cast<size_t>(count));
     for (auto _ : state) {
         subjects.clear();
         subjects.resize(static_cast<size_t>(count));
@@ -55,14 +56,16 @@ void timed(benchmark::State &state, int size, Prepare prepare, Work work)
     state.SetItemsProcessed(state.iterations() * count * size);
 }
 
-/** An integer as a key or a datum of a list or a table. */
+/** An integer as a list's element, or a table's key or datum. */
 inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 
-/** Texts of the kind that programs use as keys: `count` of them, from number `first` on. Some begin alike. Jobs
- *  store one copy and search with another, so that no comparison ends at equal addresses. */
+/** Texts like those that programs use as keys: `count` of them, from number `first` on. Some begin
+ *  alike. Jobs store one copy and search with another, so that no comparison ends early because the
+ *  addresses are equal. */
 inline std::vector<std::string> texts(int count, int first = 0)
 {
-    constexpr const char *kinds[] = {"interface", "route", "sensor", "timer", "input", "bridge", "status", "uplink"};
+    constexpr const char *kinds[] = {"interface", "route",  "sensor", "timer",
+                                     "input",     "bridge", "status", "uplink"};
     std::vector<std::string> result;
     for (int i = first; i < first + count; ++i) {
         result.push_back(std::string(kinds[i % 8]) + "-" + std::to_string(i * 7919L) + ".state");
@@ -70,8 +73,8 @@ inline std::vector<std::string> texts(int count, int first = 0)
     return result;
 }
 
-/** The same elements in another order, always the same: what was put in one after the other is not looked for
- *  one after the other. */
+/** The elements in another order, the same in each run: no job looks for keys in the order in which
+ *  they were stored. */
 template <typename Element>
 std::vector<Element> shuffled(std::vector<Element> elements)
 {
@@ -86,7 +89,7 @@ inline std::vector<const char *> pointers(const std::vector<std::string> &string
     return result;
 }
 
-/** Goes round and round from 0 to `size` - 1. */
+/** Counts from 0 to `size` - 1, again and again. */
 class Round {
 public:
     explicit Round(int size) : size_(static_cast<size_t>(size)) {}

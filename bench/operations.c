@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* usage: operations [NAME COUNT] - does one operation COUNT times, for counting its instructions; alone it lists
- * the names. */
+/* usage: operations [NAME COUNT] - does one operation COUNT times, so that its instructions can be
+ * counted; without arguments it lists the names. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -71,7 +71,10 @@ static void value_copy(void)
 }
 static void str_ref_unref(void) { vek_str_unref(vek_str_ref(vekstr)); }
 static void str_create_unref(void) { vek_str_unref(vek_str_create("interface-7.state")); }
-static void str_printf_unref(void) { vek_str_unref(vek_str_create_printf("%s-%d", "interface", 7)); }
+static void str_printf_unref(void)
+{
+    vek_str_unref(vek_str_create_printf("%s-%d", "interface", 7));
+}
 static void error(void) { vek_error_destroy(VEK_ERROR_CREATE(VEK_ERROR_IO, "no file %d", 1)); }
 static void debug_off(void) { vek_debug_print(domain, 2, "%d bytes\n", 1); }
 
@@ -87,7 +90,7 @@ static const struct {
     const char *name;
     void (*run)(void);
 } operations[] = {
-    {"nothing", nothing}, /* a call; not counted in the others */
+    {"nothing", nothing}, /* a bare call, which is subtracted from the others */
     {"libc malloc+free", libc_malloc_free},
     {"malloc+free", malloc_free},
     {"list prepend+free", list_prepend_free},

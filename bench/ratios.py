@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Prints the peers' median times over the library's, a line a job: above 1 the library is faster.
+"""Prints the peers' median times over the library's, one line for each job and size.
 
-RESULTS are what Google Benchmark writes as JSON. Goals stand behind their ratios, with "<" where a ratio stays
-below. The points are for chart.gp.
+Above 1 the library is faster. RESULTS are what Google Benchmark writes as JSON. Goals follow their
+ratios in brackets, with "<" where a ratio is below its goal. The points are for chart.gp.
 """
 import argparse
 import collections
@@ -13,7 +13,7 @@ import sys
 
 OURS = "veklib"
 
-# Whose the peers are, by the beginning of their names, for the chart.
+# Who makes the peers, by the beginnings of their names, for the chart.
 MAKERS = {
     "GLib": ("G", "g_"),
     "APR": ("apr_",),
@@ -78,12 +78,14 @@ def compare(times, goals):
 
 
 def labels_of(rows):
-    """The size is told where there are several."""
+    """Jobs, with their sizes where there are several."""
     sizes = collections.Counter(row["job"] for row in rows)
-    return [f"{row['job']} / {row['size']}" if sizes[row["job"]] > 1 else row["job"] for row in rows]
+    return [
+        f"{row['job']} / {row['size']}" if sizes[row["job"]] > 1 else row["job"] for row in rows
+    ]
 
 
-def told(peer, ratio, goal=None):
+def entry(peer, ratio, goal=None):
     text = f"{peer} {ratio:.2f}"
     return text if goal is None else f"{text} ({'<' if ratio < goal else ''}{goal:g})"
 
@@ -91,11 +93,12 @@ def told(peer, ratio, goal=None):
 def print_table(rows):
     print(f"{'job / size':40} {'ns':>7}  peer time / ours (goal)")
     for label, row in zip(labels_of(rows), rows):
-        print(f"{label:40} {row['ns']:7.1f}  {', '.join(told(peer, **found) for peer, found in row['peers'].items())}")
+        entries = ", ".join(entry(peer, **found) for peer, found in row["peers"].items())
+        print(f"{label:40} {row['ns']:7.1f}  {entries}")
 
 
 def write_points(rows, path):
-    """A block a maker: ratio, row from the top, label of the row."""
+    """One block for each maker, of lines: ratio, row from the top, label of the row."""
     with open(path, "w", encoding="utf-8") as file:
         for maker in [*MAKERS, OTHERS]:
             file.write(f'"{maker}"\n')
@@ -107,7 +110,9 @@ def write_points(rows, path):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = argparse.ArgumentParser(
+        description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
+    )
     parser.add_argument("results", nargs="+", metavar="RESULTS")
     parser.add_argument("--goals", required=True, help="lines of job | peer | size:ratio ...")
     parser.add_argument("--json", required=True, help="gets the table as JSON")

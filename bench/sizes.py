@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Prints what libraries cost to have, a line a library.
+"""Prints what each library costs before anything uses it.
 
-Bytes of the code (.text), of code and constants (+.rodata), of all that is loaded to be read, tables of names
-and of frames included (text, as size(1) tells it), and of the data; the relocations that the loader makes. Then
-what the library and all that it needs add to a program that does nothing: kilobytes of memory that the process
-changed and so has of its own, and microseconds until it ends.
+Bytes of code (.text); of code and constants (+.rodata); of all that is loaded and only read, names
+and tables of frames included (text, as size(1) counts it); of data; and the number of relocations.
+Then what the library, with all that it needs, adds to a program that does nothing: the memory that
+the process has changed, and so has of its own (dirty KB), and the time until it ends (start us).
 """
 import argparse
 import json
@@ -15,7 +15,9 @@ import shlex
 import subprocess
 import tempfile
 
-PROGRAM = "#include <unistd.h>\nint main(int c, char **v) { return c > 1 && write(1, *v, 1) && pause(); }\n"
+PROGRAM = """#include <unistd.h>
+int main(int c, char **v) { return c > 1 && write(1, *v, 1) && pause(); }
+"""
 ROUNDS = 20
 
 
@@ -30,7 +32,7 @@ class Bench:
         self.folder = folder
 
     def program(self, library=None):
-        """The path of a program that does nothing; with an argument it says so and waits."""
+        """Makes a program that does nothing; with an argument it writes a byte and waits."""
         path = os.path.join(self.folder, os.path.basename(library or "empty") + ".program")
         command = [self.prefix + "gcc", "-xc", "-", "-o", path]
         if library:
@@ -44,7 +46,8 @@ class Bench:
         stripped = os.path.join(self.folder, "stripped")
         subprocess.run([self.prefix + "strip", "-o", stripped, library], check=True)
         lines = output_of(self.prefix + "size", "-A", stripped).splitlines()
-        sizes = {fields[0]: int(fields[1]) for fields in map(str.split, lines) if fields and fields[0][0] == "."}
+        rows = [line.split() for line in lines if line.startswith(".")]
+        sizes = {row[0]: int(row[1]) for row in rows}
         text, data, bss = output_of(self.prefix + "size", stripped).splitlines()[1].split()[:3]
         return sizes, int(text), int(data) + int(bss)
 
@@ -52,7 +55,7 @@ class Bench:
         return output_of(self.prefix + "readelf", "-rW", library).count(" R_")
 
     def dirty_kilobytes(self, program):
-        """What a process of the program has changed."""
+        """The memory that a process of the program has changed."""
         with subprocess.Popen(self.run + [program, "wait"], stdout=subprocess.PIPE) as process:
             try:
                 process.stdout.read(1)
@@ -62,12 +65,15 @@ class Bench:
                 process.kill()
 
     def starts(self, programs):
-        """Microseconds of each start: the least of many, in turn, for what disturbs a start only delays it."""
+        """Microseconds of each start: the least of many, since disturbances only delay it.
+
+        The programs take turns."""
         results = os.path.join(self.folder, "starts.json")
         commands = [shlex.join(self.run + [program]) for program in programs]
         rounds = []
         for _ in range(ROUNDS):
-            hyperfine = ["hyperfine", "-N", "--warmup", "5", "--runs", "20", "--export-json", results]
+            hyperfine = ["hyperfine", "-N", "--warmup", "5", "--runs", "20"]
+            hyperfine += ["--export-json", results]
             subprocess.run(hyperfine + commands, capture_output=True, check=True)
             with open(results, encoding="utf-8") as file:
                 rounds.append([command["min"] for command in json.load(file)["results"]])
@@ -75,8 +81,10 @@ class Bench:
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--tools", default="", help="what the names of compiler and binutils begin with")
+    parser = argparse.ArgumentParser(
+        description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
+    )
+    parser.add_argument("--tools", default="", help="prefix of the compiler's and binutils' names")
     parser.add_argument("--run", default="", help="a command that runs programs")
     parser.add_argument("libraries", nargs="+", metavar="LIBRARY")
     arguments = parser.parse_args()
@@ -84,13 +92,15 @@ def main():
     print(f"{'library':24}" + "".join(f"{head:>9}" for head in heads))
     with tempfile.TemporaryDirectory() as folder:
         bench = Bench(arguments, folder)
-        empty, *programs = [bench.program()] + [bench.program(library) for library in arguments.libraries]
+        empty = bench.program()
+        programs = [bench.program(library) for library in arguments.libraries]
         at_rest, *starts = bench.starts([empty] + programs)
         for library, program, start in zip(arguments.libraries, programs, starts):
             sections, text, data = bench.sections(library)
             code = sections[".text"]
-            row = [code, code + sections.get(".rodata", 0), text, data, bench.relocations(library)]
-            row += [bench.dirty_kilobytes(program) - bench.dirty_kilobytes(empty), round(start - at_rest)]
+            dirty = bench.dirty_kilobytes(program) - bench.dirty_kilobytes(empty)
+            row = [code, code + sections.get(".rodata", 0), text, data]
+            row += [bench.relocations(library), dirty, round(start - at_rest)]
             print(f"{os.path.basename(library):24}" + "".join(f"{number:9}" for number in row))
 
 

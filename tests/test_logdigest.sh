@@ -1,6 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: test_logdigest.sh SOURCES COMMAND... - COMMAND runs logdigest (under an emulator perhaps).
+# usage: test_logdigest.sh EXAMPLES COMMAND... - tests what logdigest prints, its errors, its memory
+# and its debug output; COMMAND runs it, perhaps under an emulator.
 set -eu
 here=$1/logdigest
 shift
@@ -28,7 +29,7 @@ logdigest=$folder/logdigest
 
 "$here/make_sample_log.sh" >"$folder/sample.log"
 "$logdigest" -n 2 -e 3 - <"$folder/sample.log" >"$folder/out" || fault "the sample log"
-cat >"$folder/expected" <<'END'
+cat >"$folder/expected" <<END
 log         standard input
 lines       4000
 span        Dec 31 11:24:01 to Jan  1 11:44:54 (1 d 00:20:53)
@@ -38,7 +39,8 @@ busiest     of 9 programs or packages
 unreadable  17 lines
   no time stamp in line 124: "-- MARK --", says parse_line()
   no time stamp in line 351: "Dec 31 13", says parse_line()
-  no program name in line 451: "Dec 31 14:08:55 gateway message without a progra", says parse_program()
+  no program name in line 451: "Dec 31 14:08:55 gateway message without a progra", \
+says parse_program()
   and 14 more
 END
 diff "$folder/expected" "$folder/out" || fault "output for the sample log"

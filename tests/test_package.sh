@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: test_package.sh SOURCE BUILD GENERATOR CC - installs the build into a folder and uses it from
-# outside: moved to another place, by CMake and by pkg-config, for which that place is a sysroot.
+# usage: test_package.sh SOURCE BUILD GENERATOR CC - installs the build into a folder, moves that
+# elsewhere, and uses it from outside: by CMake, and by pkg-config, for which it is a sysroot.
 set -eu
 source=$1
 build=$2
@@ -10,7 +10,7 @@ cc=$4
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# One component, which is all there is, so that the list of a real installation's files stays.
+# Names the only component, because then CMake keeps the list of files of a real installation.
 cmake --install "$build" --component Unspecified --prefix "$folder/first" >/dev/null
 root=$folder/root
 prefix=$root$folder/first

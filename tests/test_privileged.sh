@@ -1,18 +1,20 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: test_privileged.sh PROGRAM - a program with its user's privileges obeys the environment, and what
-# it starts inherits no file of the library's; one with another group's privileges does not. Exits with 77
-# where no such program can be made.
+# usage: test_privileged.sh PROGRAM - with its user's privileges, PROGRAM obeys the environment,
+# and what it starts inherits none of the library's files; with another group's privileges, it
+# ignores the environment. Exits with 77 where no such program can be made.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cp "$1" "$folder/program"
 
-# run: the exit status of the program, and how many files the environment had it write.
+# run: sets `status` to the program's exit status, and `found` to the number of files that it wrote
+# because of the environment.
 run() {
     status=0
     VEK_FATAL_WARNINGS=1 VEK_MALLOC_TRACE=1 VEK_MALLOC_TRACE_FILE=$folder/file.trace \
-        VEK_DEBUG_CONFIG=mainfile=$folder/file.main "$folder/program" >"$folder/out" 2>&1 || status=$?
+        VEK_DEBUG_CONFIG=mainfile=$folder/file.main "$folder/program" >"$folder/out" 2>&1 ||
+        status=$?
     found=$(find "$folder" -name 'file.*' | wc -l)
     rm -f "$folder"/file.*
 }

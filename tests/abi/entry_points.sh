@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: entry_points.sh OBJDUMP LIBRARY - the allocator's entry points are a test and a jump through
-# the table: at most 15 instructions (ARM spills its link register), no call. Exits with 77 where
-# the processor's instructions are not known here.
+# usage: entry_points.sh OBJDUMP LIBRARY - each of the allocator's entry points is a test and a jump
+# through the table: at most 15 instructions (ARM spills its link register), and no call. Exits with
+# 77 for processors whose instructions this script does not know.
 set -eu
 objdump=$1
 library=$2
@@ -11,7 +11,7 @@ format=$("$objdump" -f "$library")
 case $format in
     *x86-64* | *littlearm* | *littleaarch64*) ;;
     *)
-        echo "not known for this processor"
+        echo "skipped: this processor's instructions are not known here"
         exit 77
         ;;
 esac

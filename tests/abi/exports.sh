@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: exports.sh LIBRARY MAP - the library exports what the map lists, the names that an
-# application may define as weak ones, needs libunwind and libc only, and runs nothing at load.
+# usage: exports.sh LIBRARY MAP - the library exports exactly what the map lists; the names that an
+# application may define are weak; it needs only libunwind and the C library (on x86 libgcc_s, too);
+# and it runs nothing when it is loaded.
 set -eu
 library=$1
 map=$2

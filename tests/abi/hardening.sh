@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: hardening.sh LIBRARY - the properties that the build asks the linker for are there.
+# usage: hardening.sh LIBRARY - the library has the protection that its build asks for.
 set -eu
 library=$1
 found=$(readelf -WldnV "$library" && readelf -W --dyn-syms "$library")

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Built so that cleanup handlers run while the stack is unwound. */
+/* A plug-in whose cleanup handlers run while the stack is unwound. */
 #include <pthread.h>
 #include <unistd.h>
 

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Obeys every variable that the library reads, unless it runs with privileges; exits with 0 if it
- * does. Starts a program that lists the files it inherits. */
+/* Has the library read each of its environment variables, and starts a program that lists the files
+ * it inherits. Exits with 0 if it has more privileges than its user, otherwise with 77, unless
+ * VEK_FATAL_WARNINGS ends it. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/auxv.h>
@@ -12,7 +13,7 @@ int main(void)
 {
     vek_free(vek_malloc(1));
     vek_debug_initialize(NULL, NULL);
-    if (system("ls -l /proc/self/fd") != 0) { // a program of its own, which inherits no file
+    if (system("ls -l /proc/self/fd") != 0) { // what is started inherits no file
         return 1;
     }
     vek_debug_finalize();
