@@ -31,8 +31,8 @@ inline void store(Slot &slot, Slot value)
 /* ---- vekmemory.cpp ---- */
 
 /** What the application installed; the default table until then. Empty until the first use, and
- *  never holds a wrapper. */
-extern VekMemoryVtable installed;
+ *  never holds a wrapper. Declared hidden, so that ARM needs no relocation for its address. */
+[[gnu::visibility("hidden")]] extern VekMemoryVtable installed;
 
 /** Makes the first-use installation, or waits until the thread that makes it is done. */
 void complete_first_use();
