@@ -51,7 +51,7 @@ void serve_meminfo(const char *text)
     };
 }
 
-/* Variables, for compilers refuse such arguments where they see them. */
+/* Variables: compilers warn of such arguments when they see them as constants. */
 void *volatile no_block = word(0xabc);
 volatile size_t largest_size = SIZE_MAX;
 
@@ -332,7 +332,7 @@ TEST(FirstUse, RacingThreadsAreServedAfterTheInstallation)
     }
 }
 
-TEST(Trace, TellsOfAReleaseBeforeItIsMade)
+TEST(Trace, WritesAReleaseBeforeItIsMade)
 {
     const auto ended = in_clean_child([] {
         VekMemoryVtable table = {};
