@@ -33,38 +33,38 @@ VEK_BEGIN_DECLS
  */
 typedef void (*VekAbortHandler)(const char *file, int line, const char *message);
 
-/** Sets the function that every fatal error ends in.
- *  @param handler  the new handler; null puts the default back, which writes the line
+/** Sets the function that every fatal error ends in. Call it at start: a report that another thread
+ *  has begun may still use the old handler.
+ *  @param handler  the new handler; null restores the default one, which writes the line
  *                  "----- ERROR -----", "file:line: message" (the message alone if there is no
  *                  file) and a back-trace to the standard error stream, and ends the process with
  *                  SIGABRT
- *  Start-up operation: a report that another thread has begun may still use the old handler.
  */
 VEK_API void vek_set_abort_handler(VekAbortHandler handler);
 
 /** Ends the process through the abort handler, with a null file, line 0 and "[no info]". */
 VEK_API VEK_NORETURN VEK_COLD void vek_abort(void);
 
-/** Tells whether warnings are fatal.
- *  @return  1 if they are, 0 if not. While the setting is negative (as at start) the answer comes
- *           from VEK_FATAL_WARNINGS: a decimal number other than 0 makes them fatal; 0, text
- *           without digits or an unset variable does not. The answer is kept, except that a
- *           negative number (which also makes them fatal) is read again each time.
+/** Returns whether warnings are fatal. While the setting is negative, as at start, the environment
+ *  variable VEK_FATAL_WARNINGS decides: a decimal number other than 0 makes them fatal; 0, text
+ *  without digits or an unset variable does not. Its number becomes the setting, so it is read
+ *  once; a negative number, which also makes them fatal, is read again each time.
+ *  @return  1 if they are fatal, 0 if not
  */
 VEK_API int vek_get_warnings_fatal(void);
 
-/** Decides whether warnings are fatal, whatever the environment says.
- *  @param fatal  0: they are not; positive: they are; negative: ask the environment again
- *  Start-up operation, as vek_set_abort_handler().
+/** Decides whether warnings are fatal, whatever the environment says. Call it at start, as
+ *  vek_set_abort_handler().
+ *  @param fatal  0: they are not; positive: they are; negative: the environment decides again
  */
 VEK_API void vek_set_warnings_fatal(int fatal);
 
-/** Writes a warning to the standard error stream: "file:line: ", the message, a newline.
+/** Writes a warning to the standard error stream: "file:line: ", the message, a newline. When
+ *  warnings are fatal this is _vek_error() with the same arguments, and does not return.
  *  @param file    source path; borrowed
  *  @param line    source line
  *  @param format  printf format of the message, of any length; borrowed. A newline is added, so a
  *                 message that ends in one is followed by an empty line
- *  When warnings are fatal this is _vek_error() with the same arguments, and does not return.
  */
 VEK_API VEK_COLD VEK_PRINTF(3, 4) void _vek_warning(const char *file, int line, const char *format,
                                                     ...);
@@ -87,7 +87,7 @@ VEK_API VEK_NORETURN VEK_COLD VEK_PRINTF(3, 0) void _vek_error_va(const char *fi
 
 /** Warns about an argument check that failed; the checks below call it. The warning reads
  *  "file:line: function: assertion "condition" failed" and is followed by an empty line. When
- * warnings are fatal the call does not return.
+ *  warnings are fatal the call does not return.
  *  @param file       source path of the check; borrowed
  *  @param line       line of the check
  *  @param function   name of the function that checks; borrowed
@@ -96,13 +96,13 @@ VEK_API VEK_NORETURN VEK_COLD VEK_PRINTF(3, 0) void _vek_error_va(const char *fi
 VEK_API VEK_COLD void vek_warn_failed_assertion(const char *file, int line, const char *function,
                                                 const char *condition);
 
-/** Writes the caller's stack to a file descriptor, one line a frame, innermost first. The frame of
- *  the caller itself and the two outermost ones are left out; lines look as those of
- *  backtrace_symbols_fd(). Needs unwind tables in the code that is walked (GCC writes them on ARM
- *  only with -funwind-tables) and some 20 KB of stack.
+/** Writes the caller's stack to a file descriptor, one line per frame, innermost first, in the form
+ *  of backtrace_symbols_fd(). The frame of the caller itself and the two outermost ones are left
+ *  out. Needs unwind tables in the code that is walked (GCC writes them on ARM only with
+ *  -funwind-tables) and some 20 KB of stack. The environment variable VEK_BACKTRACE_SIZE (1 to 100,
+ *  else 100) limits the number of frames; it is read once. Of a deeper stack the innermost frames
+ *  are shown.
  *  @param fd  file descriptor open for writing; stays open
- *  The environment variable VEK_BACKTRACE_SIZE (1 to 100, else 100) limits the frames; it is read
- *  once. Of a deeper stack the innermost frames are shown.
  */
 VEK_API void vek_dump_backtrace(int fd);
 

@@ -1,14 +1,16 @@
 /* SPDX-License-Identifier: MIT */
-/* What the library's other families share with vekdiag: argument checks in the library's own form,
- * and numbers from the environment. */
+/* What vekdiag offers to the library's other families: argument checks in the library's own form,
+ * and numbers from the environment. Checks stand in .cpp files only: the path that they print is
+ * that of the source being compiled. */
 #ifndef VEKLIB_VEKDIAG_INTERNAL_H
 #define VEKLIB_VEKDIAG_INTERNAL_H
 
 #include "veklib/vekdiag.h"
 
-/* The function below has no name to show and is kept out of fatal reports: GCC lets it end in a
- * jump, where the target's calls allow that, although the library is compiled without such jumps;
- * Clang, which cannot be told so, and builds that do not optimise have it inline. */
+/* The function below has no symbol, so a frame of its own would stand without a name between the
+ * check and the warning in every fatal report. GCC leaves it by a jump where it can, although
+ * the library is compiled without such jumps; Clang, which has no attribute for that, and builds
+ * that do not optimise inline it. */
 #if defined(__clang__) || !defined(__OPTIMIZE__)
 #define VEK_WITHOUT_FRAME __attribute__((always_inline)) inline
 #else
@@ -22,9 +24,8 @@
     vek_warn_failed_assertion(__BASE_FILE__, line, function, condition);
 }
 
-/* Inside the library the checks do what vekdiag.h says, through that function: an argument less at
- * each of hundreds of checks makes the library smaller by a twentieth. They stand in sources only,
- * for the path is the source's. */
+/* Inside the library the checks call vek_failed_check(), which supplies the path: one argument
+ * fewer per check makes the library 5 % smaller. */
 #undef VEK_RETURN_IF_FAIL
 #undef VEK_RETURN_VAL_IF_FAIL
 
@@ -44,11 +45,10 @@
         }                                                                                          \
     } while (0)
 
-/** Reads an environment variable as a decimal number; a program with more rights than its user
- *  reads none. Leading blanks and a sign are accepted, what follows the digits is ignored, no
- *  digits give 0. Numbers beyond the range of int give the nearest limit, on platforms with a
- *  wider long as well. Leaves errno alone.
- *  Fails: variable not set -> `otherwise`
+/** Reads an environment variable as a decimal number. Leading blanks and a sign are accepted, what
+ *  follows the digits is ignored, no digits give 0. Numbers beyond the range of int give the
+ *  nearest limit, also where long is wider. Leaves errno alone.
+ *  Fails: variable not set, or a program with more rights than its user -> `otherwise`
  */
 int vek_environment_number(const char *name, int otherwise);
 

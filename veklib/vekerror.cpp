@@ -1,8 +1,14 @@
 /* SPDX-License-Identifier: MIT */
+/* Error objects.
+ *
+ * An error is one block: text and places are added without allocating. `msg_pos` is always the
+ * length of `msg`, and below its size. The shared error for exhausted memory is constant: whatever
+ * changes or releases an error asks `is_allocated` first.
+ */
 #include "veklib/vekerror.h"
 
 #include "veklib/vekdiag_internal.h"
-#include "veklib/vekmemory.h"
+#include "veklib/vekmemory_internal.h"
 
 #include <cstdarg>
 #include <cstring>
@@ -33,7 +39,7 @@ const char *or_unknown(const char *text)
 VEK_PRINTF(2, 0)
 VekError *append_msg_va(VekError *err, const char *format, va_list args)
 {
-    VEK_ASSERT(((void *)0) != err);
+    VEK_ASSERT(((void *)0) != err); // the printed text is interface, also this form of null
     if (!err->is_allocated) {
         return err;
     }
@@ -44,7 +50,7 @@ VekError *append_msg_va(VekError *err, const char *format, va_list args)
     }
     const uint32_t room = usable_msg_size - err->msg_pos;
     if (vsnprintf(err->msg + err->msg_pos, room, format, args) >= 0) {
-        // What is stored: cut at the room, or at a NUL among the characters.
+        // Not the count returned: the text may be cut, or end at a NUL among its characters.
         err->msg_pos += static_cast<uint32_t>(strlen(err->msg + err->msg_pos));
     }
     err->msg[err->msg_pos] = '\0';
@@ -64,14 +70,13 @@ const VekErrorCallstackEntry *entry_at(const VekError *err, int index)
 VekError *vek_error_create(int type, const char *func, const char *file, int line,
                            const char *format, ...)
 {
-    // Charged to the library itself: the error's first place tells who asked.
-    void *const block = vek_malloc(sizeof(VekError));
-    if (block == nullptr) {
-        // Nobody changes it: is_allocated tells.
+    // Charged to the library itself: the error's first place shows who asked.
+    auto *const err = vek_new<VekError>();
+    if (err == nullptr) {
+        // Never written to: all that change an error look at is_allocated.
         return const_cast<VekError *>(&vek_error_out_of_memory);
     }
-    memset(block, 0, sizeof(VekError));
-    auto *const err = static_cast<VekError *>(block);
+    memset(err, 0, sizeof *err);
     err->is_allocated = 1;
     err->type = type;
     _vek_error_add_callstack_entry(err, func, file, line);
@@ -101,7 +106,7 @@ VekError *vek_error_append_msg(VekError *err, const char *format, ...)
 
 void _vek_error_add_callstack_entry(VekError *err, const char *func, const char *file, int line)
 {
-    VEK_ASSERT(((void *)0) != err);
+    VEK_ASSERT(((void *)0) != err); // the printed text is interface
     if (!err->is_allocated || err->callstack_count == VEK_ERROR_CALLSTACK_SIZE) {
         return;
     }

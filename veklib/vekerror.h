@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekerror.h
- *  Error objects: a report that is made where a failure is found and passed upwards. It carries a
- * type, a message of bounded size and the places that it came through. Making one never fails:
- * without memory the caller gets a shared, read-only error that says so.
+ *  Error objects: a report that is made where a failure is found, and passed upwards. It carries a
+ *  type, a message of bounded size and the places that it came through. Making one never fails:
+ *  without memory the caller gets a shared, read-only error that says so.
  *
  *      VekError *err = VEK_ERROR_CREATE(VEK_ERROR_IO, "cannot open %s", path);   // here
  *      VEK_ERROR_ADD_CALLSTACK_ENTRY(err);                                       // a level higher
@@ -10,8 +10,8 @@
  *      vek_error_destroy(err);
  *
  *  By convention a function that returns a VekError returns null for success; the functions that
- *  read take null for that, too.
- *  Threads: an error is used by one thread at a time; the shared one by any.
+ *  read accept that null, too.
+ *  Threads: an error is used by one thread at a time; the shared one by any number.
  */
 #ifndef VEKLIB_VEKERROR_H
 #define VEKLIB_VEKERROR_H
@@ -23,8 +23,7 @@
 
 VEK_BEGIN_DECLS
 
-/** What kind of error it is; an application may use numbers of its own, which print as "Unknown
- *  Error". */
+/** The kind of error. An application may use numbers of its own, which print as "Unknown Error". */
 typedef enum VekErrorType VEK_INT_ENUM {
     VEK_ERROR_SUCCESS = 0,       /**< "Success" */
     VEK_ERROR_OUT_OF_MEMORY = 1, /**< "Out of Memory Error" */
@@ -54,29 +53,30 @@ typedef struct VekError {
 
 /* ---- Create and release ---- */
 
+/** Releases an error.
+ *  @param err  the error, taken; null or the shared error does nothing
+ */
+VEK_API void vek_error_destroy(VekError *err);
+
 /** Makes an error.
  *  @param type    a VekErrorType, or a number of the application's
  *  @param func    function that makes it; borrowed for the error's life; null: "--unknown--"
  *  @param file    its source file; borrowed for the error's life; null: "--unknown--"
  *  @param line    its source line
  *  @param format  printf format of the message, which is cut after 4094 characters, or at a NUL
- *                 among the formatted ones; null or empty, or a value that cannot be converted: no
- *                 message
+ *                 among the formatted ones; null, empty, or with a value that cannot be
+ *                 converted: no message
  *  @return  the error, never null; release with vek_error_destroy()
  *  Fails:   no memory -> the shared error of type VEK_ERROR_OUT_OF_MEMORY, with the message "Out of
- *           Memory"; the functions below take it and leave it as it is
+ *           Memory"; the functions below accept it and never change it
  */
-VEK_API VEK_PRINTF(5, 6) VekError *vek_error_create(int type, const char *func, const char *file,
-                                                    int line, const char *format, ...);
+VEK_API VEK_MUST_USE VEK_NEVER_NULL VEK_RELEASED_WITH(vek_error_destroy)
+    VEK_PRINTF(5, 6) VekError *vek_error_create(int type, const char *func, const char *file,
+                                                int line, const char *format, ...);
 
 /** vek_error_create() at the place of the call: VEK_ERROR_CREATE(type, format, ...). */
 #define VEK_ERROR_CREATE(type, ...)                                                                \
     vek_error_create(type, __func__, __FILE__, __LINE__, __VA_ARGS__)
-
-/** Releases an error.
- *  @param err  the error, taken; null or the shared error does nothing
- */
-VEK_API void vek_error_destroy(VekError *err);
 
 /* ---- Change ---- */
 
@@ -84,12 +84,13 @@ VEK_API void vek_error_destroy(VekError *err);
  *  ones, is dropped. The next text starts where that NUL stood.
  *  @param err     the error; null ends the process through the platform's assertion facility
  *  @param format  printf format; null or empty: nothing is added. Its values must not be part of
- * the error's own message
+ *                 the error's own message
  *  @return  the same error
- *  Fails:   a value that cannot be converted, or a text beyond INT_MAX -> the message stays as it
- * was
+ *  Fails:   a value that cannot be converted, or a text beyond INT_MAX -> the same error, with the
+ *           message unchanged
  */
-VEK_API VEK_PRINTF(2, 3) VekError *vek_error_append_msg(VekError *err, const char *format, ...);
+VEK_API VEK_NEVER_NULL VEK_PRINTF(2, 3) VekError *vek_error_append_msg(VekError *err,
+                                                                       const char *format, ...);
 
 /** Adds a place; dropped when there are 30.
  *  @param err   the error; null ends the process through the platform's assertion facility
@@ -111,14 +112,14 @@ VEK_API void _vek_error_add_callstack_entry(VekError *err, const char *func, con
 
 /** Returns the type. */
 VEK_API int vek_error_get_type(const VekError *err);
-/** Returns the message, borrowed: part of the error, where text that is added shows up. */
-VEK_API const char *vek_error_get_msg(const VekError *err);
+/** Returns the message, borrowed: part of the error, so text that is added later shows up in it. */
+VEK_API VEK_NEVER_NULL const char *vek_error_get_msg(const VekError *err);
 /** Returns the number of places. */
 VEK_API int vek_error_get_callstack_count(const VekError *err);
 /** Returns the function of a place, borrowed: the pointer that was given. */
-VEK_API const char *vek_error_get_callstack_func(const VekError *err, int index);
+VEK_API VEK_NEVER_NULL const char *vek_error_get_callstack_func(const VekError *err, int index);
 /** Returns the source file of a place, borrowed: the pointer that was given. */
-VEK_API const char *vek_error_get_callstack_file(const VekError *err, int index);
+VEK_API VEK_NEVER_NULL const char *vek_error_get_callstack_file(const VekError *err, int index);
 /** Returns the source line of a place. */
 VEK_API int vek_error_get_callstack_line(const VekError *err, int index);
 
@@ -136,7 +137,7 @@ VEK_API int vek_error_get_callstack_line(const VekError *err, int index);
 VEK_API void vek_error_print(const VekError *err, FILE *stream);
 
 /** Returns the text of a type, a constant; "Unknown Error" for any other number. */
-VEK_API const char *_vek_error_get_string(int type);
+VEK_API VEK_NEVER_NULL const char *_vek_error_get_string(int type);
 
 VEK_END_DECLS
 

@@ -1,158 +1,37 @@
 /* SPDX-License-Identifier: MIT */
+/* The allocator's tables, their first use, and the entry points.
+ *
+ * `active` is what every call goes through: first-use entries at load, afterwards always the
+ * `installed` table, under tracing wrappers if tracing is on. publish() alone brings the two in
+ * line. Whoever touches the tables first (an allocation, a query, the trace switch) completes the
+ * first-use installation before anything else happens, and racing threads wait for it; a table
+ * exchange that comes first takes its place. No first-use entry and no wrapper ever gets into
+ * `installed`, so none can run over a table that was installed later.
+ *
+ * An entry point is a zero test and a jump through its slot, without further ordering. This source
+ * is compiled so that its calls in return position become jumps, and so that it calls the
+ * allocator's names through the dynamic symbol table: CMakeLists.txt.
+ */
 #include "veklib/vekmemory.h"
 
-#include "veklib/vekdiag.h"
 #include "veklib/vekdiag_internal.h"
 #include "veklib/vekmemory_internal.h"
+#include "veklib/vekmemory_table_internal.h"
 
 #include <atomic>
-#include <cerrno>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <utility>
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/types.h>
 
-/* Two tables carry the state. `installed` is what the application installed, the default table
- * until then; it is empty until the first use fills it in, and never holds a wrapper. `active` is
- * what every call goes through: first-use entries at load, afterwards always `installed`, under
- * tracing wrappers if tracing is on. Whoever touches the tables first (an allocation, a query, the
- * trace switch) brings the first-use installation to its end before anything else happens; racing
- * threads wait for it. A table exchange that comes first takes its place.
- *
- * The slots are read and written one by one as whole words, because allocations on other threads
- * may race with the first-use installation. An entry point is a zero test and a jump through its
- * slot, without further ordering; the wrappers, which read `installed` as well, order themselves.
- */
+using namespace vekmemory;
 
 namespace {
 
-constexpr size_t unknown_size = SIZE_MAX;
-
-/* Always inline: a call here, which compilers make of it when they save space, would cost the entry
- * points their tail jump. */
-template <typename Slot>
-[[gnu::always_inline]] inline Slot load(const Slot &slot)
-{
-    return __atomic_load_n(&slot, __ATOMIC_RELAXED);
-}
-
-template <typename Slot>
-inline void store(Slot &slot, Slot value)
-{
-    __atomic_store_n(&slot, value, __ATOMIC_RELEASE);
-}
-
-void store_table(VekMemoryVtable &to, const VekMemoryVtable &from)
-{
-    store(to.malloc, from.malloc);
-    store(to.calloc, from.calloc);
-    store(to.realloc, from.realloc);
-    store(to.free, from.free);
-    store(to.mark, from.mark);
-    store(to.malloc_if_possible, from.malloc_if_possible);
-    store(to.malloc_if_available, from.malloc_if_available);
-    store(to.get_total_bytes, from.get_total_bytes);
-    store(to.get_free_bytes, from.get_free_bytes);
-    store(to.get_error, from.get_error);
-    store(to.set_error, from.set_error);
-}
-
-/* ---- The trace writer ---- */
-
-constexpr size_t trace_buffer_size = 1024;
-constexpr int trace_line_limit = 1021; // longer lines are dropped; scripts may rely on it
-
-constinit FILE *trace_destination = nullptr;
-constinit pthread_once_t trace_destination_once = PTHREAD_ONCE_INIT;
-
-void choose_trace_destination()
-{
-    const char *const path = secure_getenv("VEK_MALLOC_TRACE_FILE");
-    if (path != nullptr) {
-        trace_destination = vek_open_file(path, "wb");
-        if (trace_destination != nullptr) {
-            setlinebuf(trace_destination);
-            return;
-        }
-        if (stderr != nullptr) {
-            perror(path);
-        }
-    }
-    trace_destination = stderr;
-}
-
-/** Writes a line, which begins with the address of the code that asked, and a newline in one write;
- * a line over the limit is dropped. The first line chooses the destination; if there is none at
- * all, that is fatal. Leaves errno as the traced operation left it. */
-[[gnu::format(printf, 1, 2)]] void write_trace(const char *format, ...)
-{
-    const int saved_errno = errno;
-
-    char line[trace_buffer_size];
-    va_list args;
-    va_start(args, format);
-    const int length = vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    if (length < 0 || length > trace_line_limit) {
-        errno = saved_errno;
-        return;
-    }
-    line[length] = '\n';
-    line[length + 1] = '\0';
-
-    pthread_once(&trace_destination_once, choose_trace_destination);
-    if (trace_destination == nullptr) {
-        _vek_error(__FILE__, __LINE__, "Assertion %s failed.\n", "trace_destination");
-    }
-    fputs(line, trace_destination);
-    errno = saved_errno;
-}
-
-/* Sizes are printed as signed numbers. */
-ssize_t printed(size_t size)
-{
-    return static_cast<ssize_t>(size);
-}
-
 /* ---- The default table ---- */
 
-/* Changed while no other thread allocates, so that allocations read it without further ado. */
+/* Changed only while no other thread allocates, so that allocations read it as a plain variable. */
 constinit uint8_t error_state = 0;
-
-/* Apart from the functions that call them, and cold, so that those remain a test and a jump. */
-#define REFUSE [[gnu::cold, gnu::noinline]]
-
-REFUSE void *refuse_malloc(size_t size, void *return_address)
-{
-    write_trace("%p: vek_malloc(%zd) => NULL, in error state", return_address, printed(size));
-    return nullptr;
-}
-
-REFUSE void *refuse_calloc(size_t count, size_t size, void *return_address)
-{
-    write_trace("%p: vek_calloc(%zd, %zd) => NULL, in error state", return_address, printed(count),
-                printed(size));
-    return nullptr;
-}
-
-REFUSE void *refuse_realloc(void *block, size_t size, void *return_address)
-{
-    write_trace("%p: vek_realloc(%p, %zd) => NULL, in error state", return_address, block,
-                printed(size));
-    return nullptr;
-}
-
-REFUSE void *refuse_malloc_if_possible(size_t size, void *return_address)
-{
-    write_trace("%p: vek_malloc_if_possible(%zd) => NULL, in error state", return_address,
-                printed(size));
-    return nullptr;
-}
 
 void *default_malloc(size_t size, void *return_address)
 {
@@ -186,49 +65,6 @@ void *default_malloc_if_available(size_t size, void *)
     return malloc(size);
 }
 
-/** The number of kilobytes in an open "/proc/meminfo" that the pattern asks for, in bytes. A line
- *  longer than the buffer arrives in pieces, each matched on its own.
- *  Fails: no line matches, or the bytes do not fit a size -> all ones. */
-size_t read_meminfo(FILE *meminfo, const char *pattern)
-{
-    char piece[79];
-    while (fgets(piece, sizeof piece, meminfo) != nullptr) {
-        int number;
-        char unit;
-        if (sscanf(piece, pattern, &number, &unit) == 2) {
-            if (unit != 'k' && stderr != nullptr) {
-                fprintf(stderr, "unknown unit %c in /proc/meminfo\n", unit);
-            }
-            const int64_t bytes = static_cast<int64_t>(number) * 1024;
-            return std::in_range<size_t>(bytes) ? static_cast<size_t>(bytes) : unknown_size;
-        }
-    }
-    return unknown_size;
-}
-
-size_t query_meminfo(const char *pattern)
-{
-    const int saved_errno = errno;
-    size_t bytes = unknown_size;
-    FILE *const meminfo = vek_open_file("/proc/meminfo", "r");
-    if (meminfo != nullptr) {
-        bytes = read_meminfo(meminfo, pattern);
-        fclose(meminfo);
-    }
-    errno = saved_errno;
-    return bytes;
-}
-
-size_t default_get_total_bytes()
-{
-    return query_meminfo("MemTotal: %d %cB");
-}
-
-size_t default_get_free_bytes()
-{
-    return query_meminfo("MemFree: %d %cB");
-}
-
 int default_get_error()
 {
     return load(error_state);
@@ -239,81 +75,35 @@ void default_set_error(int error)
     store(error_state, static_cast<uint8_t>(error));
 }
 
-/* Both are empty until the first use, which fills them in and so spares the loader: to be read
- * behind on_first_use() only. */
+/* Filled on first use, so it needs no relocations. Call on_first_use() before reading. */
 constinit VekMemoryVtable default_table = {};
-constinit VekMemoryVtable installed = {};
 
-/* ---- Tracing wrappers ---- */
+/* ---- The active table and its first use ----
+ *
+ * The first use when an allocation makes it; what is called later stands below, what it calls
+ * further to the right:
+ *
+ *   vek_malloc()                                  jumps through active.malloc
+ *     FirstUse<malloc>::entry()
+ *       table_after_first_use()
+ *         complete_first_use()
+ *           install_for_first_use()               once; other threads wait here for its end
+ *             fill_in_default()                   installed = default table
+ *             vek_set_memory_vtable()             the application's, if it defines one; else:
+ *               on_first_use()                    nothing, for this thread is installing
+ *               store_table()                     installed = default table
+ *               publish()                         nothing yet
+ *               vek_memory_enable_trace()         if VEK_MALLOC_TRACE says so: tracing = true
+ *                 publish()                       nothing yet
+ *             publish()                           active = installed, under wrappers if tracing
+ *       active.malloc()                           serves the request
+ *
+ * Optional slots come in the same way. vek_get_memory_vtable() and the trace switches start at
+ * complete_first_use(). When an application calls vek_set_memory_vtable() first, its
+ * on_first_use() runs fill_in_default() as the one-time work, and nothing is left to install.
+ */
 
-constinit std::atomic<unsigned> allocation_counter{0};
-constinit std::atomic<bool> tracing{false};
-
-/** The installed table, read after the wrapper that asks for it was read from the active one. */
-const VekMemoryVtable &traced_table()
-{
-    std::atomic_thread_fence(std::memory_order_acquire);
-    return installed;
-}
-
-int next_allocation_number()
-{
-    return static_cast<int>(allocation_counter.fetch_add(1, std::memory_order_relaxed) + 1);
-}
-
-void *traced_malloc(size_t size, void *return_address)
-{
-    void *const result = load(traced_table().malloc)(size, return_address);
-    write_trace("%p: vek_malloc(%zd) => %p [#%d]", return_address, printed(size), result,
-                next_allocation_number());
-    return result;
-}
-
-void *traced_calloc(size_t count, size_t size, void *return_address)
-{
-    void *const result = load(traced_table().calloc)(count, size, return_address);
-    write_trace("%p: vek_calloc(%zd, %zd) => %p [#%d]", return_address, printed(count),
-                printed(size), result, next_allocation_number());
-    return result;
-}
-
-void *traced_realloc(void *block, size_t size, void *return_address)
-{
-    // The line shows where the block was, which is no longer a pointer once it has been resized.
-    const auto old_address = reinterpret_cast<uintptr_t>(block);
-    void *const result = load(traced_table().realloc)(block, size, return_address);
-    write_trace("%p: vek_realloc(%p, %zd) => %p [#%d]", return_address,
-                reinterpret_cast<void *>(old_address), printed(size), result,
-                next_allocation_number());
-    return result;
-}
-
-void traced_free(void *block, void *return_address)
-{
-    write_trace("%p: vek_free(%p)", return_address, block);
-    load(traced_table().free)(block, return_address);
-}
-
-void *traced_malloc_if_possible(size_t size, void *return_address)
-{
-    void *const result = load(traced_table().malloc_if_possible)(size, return_address);
-    write_trace("%p: vek_malloc_if_possible(%zd) => %p [#%d]", return_address, printed(size),
-                result, next_allocation_number());
-    return result;
-}
-
-void *traced_malloc_if_available(size_t size, void *return_address)
-{
-    void *const result = load(traced_table().malloc_if_available)(size, return_address);
-    write_trace("%p: vek_malloc_if_available(%zd) => %p [#%d]", return_address, printed(size),
-                result, next_allocation_number());
-    return result;
-}
-
-/* ---- The active table and its first use ---- */
-
-/** What the active table holds at load in place of one required slot: it installs the default
- *  table, then has the call served by the table in force. */
+/* What the active table holds at load in place of one required slot. */
 template <auto slot>
 struct FirstUse;
 
@@ -356,28 +146,22 @@ bool installing_here()
     return installer.load(std::memory_order_relaxed) == pthread_self();
 }
 
-/** Brings the active table in line with the installed one and the trace switch. During the
- *  first-use installation it waits for the end, so that no call of a racing thread is served
- *  between the table and its tracing. */
-void publish()
+void store_table(VekMemoryVtable &to, const VekMemoryVtable &from)
 {
-    if (installing_here()) {
-        return;
-    }
-    VekMemoryVtable next = installed;
-    if (tracing.load(std::memory_order_relaxed)) {
-        next.malloc = traced_malloc;
-        next.calloc = traced_calloc;
-        next.realloc = traced_realloc;
-        next.free = traced_free;
-        next.malloc_if_possible = traced_malloc_if_possible;
-        next.malloc_if_available = traced_malloc_if_available;
-    }
-    store_table(active, next);
-    published.store(true, std::memory_order_release);
+    store(to.malloc, from.malloc);
+    store(to.calloc, from.calloc);
+    store(to.realloc, from.realloc);
+    store(to.free, from.free);
+    store(to.mark, from.mark);
+    store(to.malloc_if_possible, from.malloc_if_possible);
+    store(to.malloc_if_available, from.malloc_if_available);
+    store(to.get_total_bytes, from.get_total_bytes);
+    store(to.get_free_bytes, from.get_free_bytes);
+    store(to.get_error, from.get_error);
+    store(to.set_error, from.set_error);
 }
 
-/* Within the one-time work, so that whoever waited for its end finds a table. */
+/* Runs inside pthread_once(), so waiting threads see a complete table. */
 void fill_in_default()
 {
     default_table = {
@@ -388,8 +172,8 @@ void fill_in_default()
         .mark = nullptr,
         .malloc_if_possible = default_malloc_if_possible,
         .malloc_if_available = default_malloc_if_available,
-        .get_total_bytes = default_get_total_bytes,
-        .get_free_bytes = default_get_free_bytes,
+        .get_total_bytes = query_total_bytes,
+        .get_free_bytes = query_free_bytes,
         .get_error = default_get_error,
         .set_error = default_set_error,
     };
@@ -405,8 +189,8 @@ void install_for_first_use()
     publish();
 }
 
-/** Runs `routine` unless the first use is over or, on another thread, under way, which is waited
- * for. An application's own vek_set_memory_vtable() may come back here while it is being called. */
+/** Runs `routine` if the first use is still to come; waits while another thread makes it. An
+ *  application's own vek_set_memory_vtable(), called by the installation, may come back here. */
 void on_first_use(void (*routine)())
 {
     if (!installing_here()) {
@@ -414,13 +198,8 @@ void on_first_use(void (*routine)())
     }
 }
 
-void complete_first_use()
-{
-    on_first_use(install_for_first_use);
-}
-
-/** What serves a call that came in through a first-use entry. The active table still holds that
- * entry when the call comes from within the installation. */
+/** What serves a call that came in through a first-use entry: the active table, or, for a call from
+ *  within the installation, the installed one, for the active table still holds that entry. */
 const VekMemoryVtable &table_after_first_use()
 {
     complete_first_use();
@@ -477,9 +256,8 @@ void first_use_set_error(int error)
 
 /* ---- How a request is served: a zero test and a jump through the active slot ---- */
 
-/* Always inline, with the caller's address as an argument: it is fetched before the slot is read,
+/* Force-inlined, with the caller's address as an argument: it is fetched before the slot is read,
  * so that the entry points end in one jump through memory. */
-
 #define SERVE [[gnu::always_inline]] inline
 
 SERVE void *serve_malloc(size_t size, void *return_address)
@@ -516,13 +294,24 @@ SERVE void serve_free(void *block, void *return_address)
 
 } // namespace
 
-FILE *vek_open_file(const char *path, const char *mode)
+/* ---- For the other sources ---- */
+
+constinit VekMemoryVtable vekmemory::installed = {};
+
+void vekmemory::complete_first_use()
 {
-    FILE *const file = fopen(path, mode);
-    if (file != nullptr) {
-        fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    on_first_use(install_for_first_use);
+}
+
+void vekmemory::publish()
+{
+    if (installing_here()) {
+        return;
     }
-    return file;
+    VekMemoryVtable next = installed;
+    wrap_if_tracing(next);
+    store_table(active, next);
+    published.store(true, std::memory_order_release);
 }
 
 /* ---- The entry points, each followed by its weak name ---- */
@@ -654,19 +443,3 @@ void __vek_default_mark()
     }
 }
 WEAK_NAME(mark);
-
-void vek_memory_enable_trace()
-{
-    complete_first_use();
-    if (!tracing.exchange(true, std::memory_order_acq_rel)) {
-        publish();
-    }
-}
-
-void vek_memory_disable_trace()
-{
-    // Who sees that tracing is on sees the table, too, that was installed before.
-    if (tracing.exchange(false, std::memory_order_acq_rel)) {
-        publish();
-    }
-}

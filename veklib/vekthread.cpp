@@ -3,7 +3,9 @@
 
 namespace {
 
-/* A slot is the platform's key plus 1, so that 0 names none. */
+/* Thin wrappers of the platform's functions; nothing is kept or allocated here. A slot is the
+ * platform's key plus 1, so that 0 names none.
+ */
 pthread_key_t key_of(VekPrivate slot)
 {
     return slot - 1;

@@ -1,15 +1,16 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekthread.h
  *  Thread primitives for applications: slots that hold one pointer per thread, and recursive
- * mutexes. The library itself uses neither.
+ *  mutexes. The library itself uses neither.
  *
  *      static VekPrivate slot;
  *      slot = vek_private_new(free);                  // once, at start; 0: there is none
  *      vek_private_set(slot, malloc(100));            // in each thread
  *      char *buffer = vek_private_get(slot);
  *
- *  Threads: slots are read and set by any thread; a slot is given back, and a mutex initialised,
- * while no thread uses it.
+ *  Results are the platform's: 0 for success, otherwise an error number of <errno.h>.
+ *  Threads: any thread may read and set a slot. Slots are freed, and mutexes initialised, while no
+ *  thread uses them.
  */
 #ifndef VEKLIB_VEKTHREAD_H
 #define VEKLIB_VEKTHREAD_H
@@ -27,36 +28,35 @@ typedef uint32_t VekPrivate;
 /** Makes a slot, which holds null for every thread.
  *  @param destructor  called with a thread's value when the thread ends and the value is not null;
  *                     may be null
- *  @return  the slot; give it back with vek_private_free()
+ *  @return  the slot; release with vek_private_free()
  *  Fails:   the platform has no more -> 0
  */
-VEK_API VekPrivate vek_private_new(void (*destructor)(void *value));
+VEK_API VEK_MUST_USE VekPrivate vek_private_new(void (*destructor)(void *value));
 
-/** Gives a slot back; values that are still in it are not destroyed, and its number may be used
- * again.
+/** Releases a slot. Values that are still in it are not destroyed; its number may be used again.
  *  @param slot  the slot
  *  @return  0
  *  Fails:   no such slot -> the platform's error number
  */
 VEK_API int vek_private_free(VekPrivate slot);
 
-/** Stores the calling thread's value; the one before it is not destroyed.
+/** Stores the calling thread's value. The previous one is not destroyed.
  *  @param slot   the slot
  *  @param value  the value; may be null. A thread that ends while the slot exists hands it to the
- * slot's destructor; the end of the process does not
+ *                slot's destructor; the end of the process does not
  *  @return  0
  *  Fails:   no such slot, or no memory -> the platform's error number
  */
 VEK_API int vek_private_set(VekPrivate slot, void *value);
 
-/** Returns the calling thread's value in a slot, borrowed; null when there is none, or (with the
- * GNU C library) no such slot. */
+/** Returns the calling thread's value in a slot, borrowed; null if there is none, or (with the GNU
+ *  C library) no such slot. */
 VEK_API void *vek_private_get(VekPrivate slot);
 
-/** Initialises a recursive mutex: its owner may lock it again and unlocks it as often.
+/** Initialises a recursive mutex: its owner may lock it again, and unlocks it as often.
  *  @param mutex  the caller's storage, not initialised; end it with pthread_mutex_destroy()
  *  @return  0
- *  Fails:   the platform's error number; the storage is then not initialised
+ *  Fails:   the platform refuses -> its error number; the storage is then not initialised
  */
 VEK_API int vek_mutex_init(pthread_mutex_t *mutex);
 

@@ -1,0 +1,224 @@
+/* SPDX-License-Identifier: MIT */
+/* Trace lines, the wrappers that write them, and their switch.
+ *
+ * A wrapper forwards to the installed table and hands on the address of the code that asked. Lines
+ * are written here alone, those of refusals included; each reaches its destination in one write, so
+ * lines of different threads never mix. The destination is chosen once, the counter never goes
+ * back, and errno stays as the traced operation left it. Nothing here writes to a table, except
+ * wrap_if_tracing() to the one it is given; nothing allocates through the library.
+ */
+#include "veklib/vekdiag.h"
+#include "veklib/vekmemory_internal.h"
+#include "veklib/vekmemory_table_internal.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/types.h>
+
+using namespace vekmemory;
+
+namespace {
+
+/* ---- The trace writer ---- */
+
+constexpr size_t trace_buffer_size = 1024;
+constexpr int trace_line_limit = 1021; // longer lines are dropped; scripts may rely on it
+
+constinit FILE *trace_destination = nullptr;
+constinit pthread_once_t trace_destination_once = PTHREAD_ONCE_INIT;
+
+void choose_trace_destination()
+{
+    const char *const path = secure_getenv("VEK_MALLOC_TRACE_FILE");
+    if (path != nullptr) {
+        trace_destination = vek_open_file(path, "wb");
+        if (trace_destination != nullptr) {
+            setlinebuf(trace_destination);
+            return;
+        }
+        if (stderr != nullptr) {
+            perror(path);
+        }
+    }
+    trace_destination = stderr;
+}
+
+/** Writes a line, which begins with the address of the code that asked, and a newline in one write.
+ *  A line over the limit is dropped. The first line chooses the destination.
+ *  Fails: there is no destination at all -> a fatal error */
+VEK_PRINTF(1, 2) void write_trace(const char *format, ...)
+{
+    const int saved_errno = errno;
+
+    char line[trace_buffer_size];
+    va_list args;
+    va_start(args, format);
+    const int length = vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    if (length < 0 || length > trace_line_limit) {
+        errno = saved_errno;
+        return;
+    }
+    line[length] = '\n';
+    line[length + 1] = '\0';
+
+    pthread_once(&trace_destination_once, choose_trace_destination);
+    if (trace_destination == nullptr) {
+        _vek_error(__FILE__, __LINE__, "Assertion %s failed.\n", "trace_destination");
+    }
+    fputs(line, trace_destination);
+    errno = saved_errno;
+}
+
+/* Lines show sizes as signed numbers; that is interface. */
+ssize_t as_signed(size_t size)
+{
+    return static_cast<ssize_t>(size);
+}
+
+/* ---- The wrappers ---- */
+
+constinit std::atomic<unsigned> allocation_counter{0};
+constinit std::atomic<bool> tracing{false};
+
+/** The installed table, read after the wrapper that asks for it was read from the active one. */
+const VekMemoryVtable &traced_table()
+{
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return installed;
+}
+
+int next_allocation_number()
+{
+    return static_cast<int>(allocation_counter.fetch_add(1, std::memory_order_relaxed) + 1);
+}
+
+void *traced_malloc(size_t size, void *return_address)
+{
+    void *const result = load(traced_table().malloc)(size, return_address);
+    write_trace("%p: vek_malloc(%zd) => %p [#%d]", return_address, as_signed(size), result,
+                next_allocation_number());
+    return result;
+}
+
+void *traced_calloc(size_t count, size_t size, void *return_address)
+{
+    void *const result = load(traced_table().calloc)(count, size, return_address);
+    write_trace("%p: vek_calloc(%zd, %zd) => %p [#%d]", return_address, as_signed(count),
+                as_signed(size), result, next_allocation_number());
+    return result;
+}
+
+void *traced_realloc(void *block, size_t size, void *return_address)
+{
+    // The line shows where the block was, which is no longer a pointer once it has been resized.
+    const auto old_address = reinterpret_cast<uintptr_t>(block);
+    void *const result = load(traced_table().realloc)(block, size, return_address);
+    write_trace("%p: vek_realloc(%p, %zd) => %p [#%d]", return_address,
+                reinterpret_cast<void *>(old_address), as_signed(size), result,
+                next_allocation_number());
+    return result;
+}
+
+/* The line comes first: once the block is released, another thread may get it and write its own. */
+void traced_free(void *block, void *return_address)
+{
+    write_trace("%p: vek_free(%p)", return_address, block);
+    load(traced_table().free)(block, return_address);
+}
+
+void *traced_malloc_if_possible(size_t size, void *return_address)
+{
+    void *const result = load(traced_table().malloc_if_possible)(size, return_address);
+    write_trace("%p: vek_malloc_if_possible(%zd) => %p [#%d]", return_address, as_signed(size),
+                result, next_allocation_number());
+    return result;
+}
+
+void *traced_malloc_if_available(size_t size, void *return_address)
+{
+    void *const result = load(traced_table().malloc_if_available)(size, return_address);
+    write_trace("%p: vek_malloc_if_available(%zd) => %p [#%d]", return_address, as_signed(size),
+                result, next_allocation_number());
+    return result;
+}
+
+} // namespace
+
+/* ---- For the other sources ---- */
+
+void vekmemory::wrap_if_tracing(VekMemoryVtable &table)
+{
+    if (tracing.load(std::memory_order_relaxed)) {
+        table.malloc = traced_malloc;
+        table.calloc = traced_calloc;
+        table.realloc = traced_realloc;
+        table.free = traced_free;
+        table.malloc_if_possible = traced_malloc_if_possible;
+        table.malloc_if_available = traced_malloc_if_available;
+    }
+}
+
+void *vekmemory::refuse_malloc(size_t size, void *return_address)
+{
+    write_trace("%p: vek_malloc(%zd) => NULL, in error state", return_address, as_signed(size));
+    return nullptr;
+}
+
+void *vekmemory::refuse_calloc(size_t count, size_t size, void *return_address)
+{
+    write_trace("%p: vek_calloc(%zd, %zd) => NULL, in error state", return_address,
+                as_signed(count), as_signed(size));
+    return nullptr;
+}
+
+void *vekmemory::refuse_realloc(void *block, size_t size, void *return_address)
+{
+    write_trace("%p: vek_realloc(%p, %zd) => NULL, in error state", return_address, block,
+                as_signed(size));
+    return nullptr;
+}
+
+void *vekmemory::refuse_malloc_if_possible(size_t size, void *return_address)
+{
+    write_trace("%p: vek_malloc_if_possible(%zd) => NULL, in error state", return_address,
+                as_signed(size));
+    return nullptr;
+}
+
+FILE *vek_open_file(const char *path, const char *mode)
+{
+    FILE *const file = fopen(path, mode);
+    if (file != nullptr) {
+        fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    }
+    return file;
+}
+
+/* ---- The switch ---- */
+
+/* An application may define both names itself: no weak names, but called through the dynamic
+ * symbol table. */
+
+void vek_memory_enable_trace()
+{
+    complete_first_use();
+    if (!tracing.exchange(true, std::memory_order_acq_rel)) {
+        publish();
+    }
+}
+
+void vek_memory_disable_trace()
+{
+    // A thread that sees tracing on also sees the table installed before it.
+    if (tracing.exchange(false, std::memory_order_acq_rel)) {
+        publish();
+    }
+}
