@@ -352,8 +352,8 @@ TEST(Value, AccessNamesTheFault)
         EXPECT_EQ(vek_value_get_as_double(Value(vek_value_set_name, &name)), 0.0);
     });
     EXPECT_EQ(without_lines(refused),
-              "veklib/vekvalue.cpp:L: Can't coerce VEK_VALUE_NAME to int\n"
-              "veklib/vekvalue.cpp:L: Can't coerce VEK_VALUE_NAME to double\n");
+              "veklib/vekvalue_convert.cpp:L: Can't coerce VEK_VALUE_NAME to int\n"
+              "veklib/vekvalue_convert.cpp:L: Can't coerce VEK_VALUE_NAME to double\n");
 }
 
 TEST(Value, ChecksNameTheFault)
