@@ -1,35 +1,35 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekvalue.h
  *  Values: a record that holds one datum of one of eleven types, and the conversions between them.
- *  Records lie where the caller puts them (stack, structure, or heap by vek_value_dup()); a
- *  zero-filled record is empty. Five verbs tell who owns what:
+ *  Records are where the caller puts them (on the stack, in a structure, or on the heap with
+ *  vek_value_dup()); a zero-filled record is empty. Five verbs say who owns what:
  *
- *    set    the value gets a copy or a new reference, the argument stays the caller's
+ *    set    the value holds a copy or a new reference; the argument stays the caller's
  *    take   the value adopts the argument
  *    get    the caller borrows: valid until the value is changed or released
- *    dup    the caller gets a copy or a new reference of his own
- *    steal  the caller gets the datum itself, the value keeps its type and holds null
+ *    dup    the caller gets a copy or a new reference to own
+ *    steal  the caller gets the datum itself; the value keeps its type and holds null
  *
  *      VekValue value;
  *      vek_value_set_string(&value, "42");
  *      int32_t number = vek_value_get_as_int(&value);
  *      vek_value_release(&value);
  *
- *  set, take, vek_value_init() and the destination of vek_value_copy() are raw storage: release a
- *  record that owns something before it is used again. A record may be moved by copying its bytes;
- *  the source is then treated as empty. So a list that a value holds is changed by taking it back,
- *  without a release between: its nodes are the value's before and after.
+ *  Functions that fill in a record (set, take, vek_value_init(), vek_value_copy()) treat it as raw
+ *  storage: release a record that owns something before you use it again. A record may be moved by
+ *  copying its bytes; the source then counts as empty. To change a list that a value holds, take
+ *  it again without a release: the value owns the nodes before and after.
  *
- *      list = vek_slist_append(vek_value_get_slist(&value), (void *)(intptr_t)7);
+ *      list = vek_slist_append(vek_value_get_slist(&value), VEK_INT_TO_POINTER(7));
  *      vek_value_take_slist_of_int(&value, list);
  *
- *  Integers have 32 bits. What may grow beyond, such as a count of bytes, goes into a double, which
- *  holds whole numbers up to 2^53 exactly (but whose text has six digits), or into a string.
+ *  Integers have 32 bits. What may exceed them, such as a number of bytes, goes into a double,
+ *  which holds whole numbers up to 2^53 exactly (but its text has six digits), or into a string.
  *
- *  Lists of values may hold lists in turn, and are released, copied and compared by recursion. A
- *  thread's stack of 64 KB was enough for some 700 levels to release or compare and 450 to copy,
- *  one of 8 MB for 100,000 and 65,000 (x86-64, optimised; dictionaries: vekdict.h). An application
- *  that builds them from data of others bounds their depth.
+ *  Lists of values may hold lists in turn; they are released, copied and compared by recursion. A
+ *  thread's stack of 64 KB was enough to release or compare some 700 levels and to copy 450, one of
+ *  8 MB for 100,000 and 65,000 (x86-64, optimised; dictionaries: vekdict.h). An application that
+ *  builds them from data of others limits their depth.
  *
  *  Threads: a value, and what it refers to, is used by one thread at a time.
  */
@@ -64,10 +64,10 @@ typedef enum VekValueType VEK_INT_ENUM {
 /** A dictionary; see vekdict.h. */
 typedef struct VekDict VekDict;
 
-/** The operations of a type. Payloads are handed over as their first word. */
+/** The operations of a type. They get a payload as its first word. */
 typedef struct VekValueVtable {
     VekValueType type;                          /**< the type's number */
-    void (*release)(void *payload);             /**< gives up what is owned; null: owns nothing */
+    void (*release)(void *payload);             /**< releases what is owned; null: owns nothing */
     int (*equal)(const void *a, const void *b); /**< 1 if equal; null for doubles */
     void *(*dup)(void *payload); /**< a copy or new reference, null on failure; null for doubles */
 } VekValueVtable;
@@ -90,7 +90,8 @@ typedef struct VekValue {
     VekValuePayload payload;  /**< the datum */
 } VekValue;
 
-/** True when a record holds one of the four list types. */
+/** Whether a record holds one of the four list types. Evaluates its argument up to four times, and
+ *  warns of a null or an empty record four times. */
 #define VEK_VALUE_IS_SLIST(value)                                                                  \
     (vek_value_get_type(value) == VEK_VALUE_SLIST_OF_INT ||                                        \
      vek_value_get_type(value) == VEK_VALUE_SLIST_OF_STRING ||                                     \
@@ -99,16 +100,14 @@ typedef struct VekValue {
 
 /* ---- Any type ---- */
 
-/** Makes a record a value of a type, holding 0 or null.
+/** Makes a record a value of a type that holds 0 or null.
  *  @param vekvalue  the record; what it held is not released
  *  @param type      the type
- *
  *  Fails: null record, or a number that is no type -> nothing written, with a warning
  */
 VEK_API void vek_value_init(VekValue *vekvalue, VekValueType type);
 
-/** Gives up what a value owns and leaves the record empty; an empty record stays so.
- *
+/** Releases what a value owns and leaves the record empty; an empty record stays empty.
  *  Fails: null record -> nothing done, with a warning
  */
 VEK_API void vek_value_release(VekValue *vekvalue);
@@ -120,7 +119,6 @@ VEK_API void vek_value_release(VekValue *vekvalue);
 VEK_API void vek_value_destroy(VekValue *value);
 
 /** Returns the type of a value.
- *
  *  Fails: null or empty record -> VEK_VALUE_INVALID, with a warning
  */
 VEK_API VekValueType vek_value_get_type(const VekValue *value);
@@ -131,25 +129,23 @@ VEK_API VekValueType vek_value_get_type(const VekValue *value);
  *  @param dest  the record that becomes the copy; what it held is not released
  *  @param src   the value; borrowed
  *  @return  1 on success
- *
- *  Fails: no memory, a VekStr or dictionary that refuses a reference, or an element of a list that
- *  cannot be copied -> 0, `dest` is a value of the type that holds null; null record or empty
- *  source -> 0, nothing written, with a warning
+ *  Fails:   no memory, a VekStr or dictionary that refuses a reference, or an element of a list
+ *           that cannot be copied -> 0, `dest` is a value of the type that holds null; null record
+ *           or empty source -> 0, nothing written, with a warning
  */
 VEK_API int vek_value_copy(VekValue *dest, const VekValue *src);
 
 /** Copies a value into a new record on the heap.
+ *  @param src  the value; borrowed
  *  @return  the record; release with vek_value_destroy()
- *
- *  Fails: as vek_value_copy() -> null
+ *  Fails:   as vek_value_copy() -> null
  */
-VEK_API VekValue *vek_value_dup(const VekValue *src);
+VEK_API VEK_MUST_USE VekValue *vek_value_dup(const VekValue *src);
 
 /** Returns 1 when two values are equal, else 0. Values of different types never are. Strings
  *  compare by text (null equals only null), lists by length and element by element, names and
  *  dictionaries by identity, doubles as numbers (a NaN equals nothing). The same record equals
  *  itself, even empty or null; null equals nothing else.
- *
  *  Fails: an empty record -> 0, with a warning
  */
 VEK_API int vek_value_equal(const VekValue *val1, const VekValue *val2);
@@ -157,22 +153,23 @@ VEK_API int vek_value_equal(const VekValue *val1, const VekValue *val2);
 /* ---- set: the record becomes a value with a copy or a reference of its own ----
  *
  * Arguments stay the caller's; null ones give a value that holds null.
- * Fails: null record -> nothing written, with a warning; the argument cannot be copied or referred
- * to (see vek_value_copy()) -> a value of the type that holds null. */
+ * Fails: null record -> nothing written, with a warning; an argument that cannot be copied or
+ *        refuses a reference (see vek_value_copy()) -> a value of the type that holds null. */
 
 /** Holds an integer. */
 VEK_API void vek_value_set_int(VekValue *vekvalue, int32_t value);
 /** Holds a number. */
 VEK_API void vek_value_set_double(VekValue *vekvalue, double value);
 /** Holds a copy of a string.
- *  @return  1, or 0 on failure
+ *  @return  1 on success
+ *  Fails:   as above -> 0
  */
 VEK_API int vek_value_set_string(VekValue *vekvalue, const char *value);
 /** Holds a reference to the same VekStr. */
 VEK_API void vek_value_set_vekstr(VekValue *vekvalue, VekStr *value);
 /** Holds the pointer, which stays the caller's to release. */
 VEK_API void vek_value_set_pointer(VekValue *vekvalue, void *value);
-/** Holds the name, which stays its table's. */
+/** Holds the name, which stays its table's to release. */
 VEK_API void vek_value_set_name(VekValue *vekvalue, VekName *value);
 /** Holds new nodes with the same integers. */
 VEK_API void vek_value_set_slist_of_int(VekValue *vekvalue, VekSList *value);
@@ -187,9 +184,10 @@ VEK_API void vek_value_set_dict(VekValue *vekvalue, VekDict *value);
 
 /* ---- take: the record becomes a value that adopts the argument ----
  *
- * Arguments may be null. Fails: null record -> nothing taken, with a warning. */
+ * Arguments may be null.
+ * Fails: null record -> nothing taken, with a warning. */
 
-/** Adopts a string, released with vek_free(). */
+/** Adopts a string, and releases it with vek_free(). */
 VEK_API void vek_value_take_string(VekValue *vekvalue, char *value);
 /** Adopts the caller's reference. */
 VEK_API void vek_value_take_vekstr(VekValue *vekvalue, VekStr *value);
@@ -199,14 +197,15 @@ VEK_API void vek_value_take_slist_of_int(VekValue *vekvalue, VekSList *value);
 VEK_API void vek_value_take_slist_of_str(VekValue *vekvalue, VekSList *value);
 /** Adopts the nodes. */
 VEK_API void vek_value_take_slist_of_ptr(VekValue *vekvalue, VekSList *value);
-/** Adopts the nodes and the VekValue records in them, released with vek_value_destroy(). */
+/** Adopts the nodes and the VekValue records in them, and releases these with
+ *  vek_value_destroy(). */
 VEK_API void vek_value_take_slist_of_value(VekValue *vekvalue, VekSList *value);
 /** Adopts the caller's reference. */
 VEK_API void vek_value_take_dict(VekValue *vekvalue, VekDict *value);
 
 /* ---- get: the caller borrows ----
  *
- * Null is also what a value that holds null gives.
+ * A value that holds null gives null, too, without a warning.
  * Fails: null or empty record, or another type -> 0 or null, with a warning. */
 
 /** Returns the integer. */
@@ -228,76 +227,76 @@ VEK_API VekDict *vek_value_get_dict(const VekValue *vekvalue);
 
 /* ---- dup: a copy or reference for the caller ----
  *
- * Of a value that holds null: null; vek_value_dup_string() warns then, the others do not.
- * Fails: what is held cannot be copied or referred to (see vek_value_copy()) -> null; null or empty
- * record, or another type -> null, with a warning. */
+ * A value that holds null gives null; vek_value_dup_string() warns then, the others do not.
+ * Fails: what is held cannot be copied or refuses a reference (see vek_value_copy()) -> null; null
+ *        or empty record, or another type -> null, with a warning. */
 
 /** Returns a copy of the string; release with vek_free(). */
-VEK_API char *vek_value_dup_string(const VekValue *vekvalue);
+VEK_API VEK_NEW char *vek_value_dup_string(const VekValue *vekvalue);
 /** Returns the same VekStr; drop the reference with vek_str_unref(). */
-VEK_API VekStr *vek_value_dup_vekstr(const VekValue *vekvalue);
-/** Returns a copy of the list; release with vek_slist_free() and what releases the elements:
- *  nothing, vek_str_unref() or vek_value_destroy(). */
-VEK_API VekSList *vek_value_dup_slist(const VekValue *vekvalue);
+VEK_API VEK_MUST_USE VekStr *vek_value_dup_vekstr(const VekValue *vekvalue);
+/** Returns a copy of the list; release with vek_slist_free() and the function that releases its
+ *  elements: none, vek_str_unref() or vek_value_destroy(). */
+VEK_API VEK_MUST_USE VekSList *vek_value_dup_slist(const VekValue *vekvalue);
 /** Returns the same dictionary; drop the reference with vek_dict_destroy(). */
-VEK_API VekDict *vek_value_dup_dict(const VekValue *vekvalue);
+VEK_API VEK_MUST_USE VekDict *vek_value_dup_dict(const VekValue *vekvalue);
 
-/* ---- steal: the datum itself, and null is left ----
+/* ---- steal: the datum itself, and the value then holds null ----
  *
  * Fails: null or empty record, or another type -> null, with a warning. */
 
 /** Returns the string; release with vek_free(). */
-VEK_API char *vek_value_steal_string(VekValue *vekvalue);
+VEK_API VEK_MUST_USE char *vek_value_steal_string(VekValue *vekvalue);
 /** Returns the reference; drop it with vek_str_unref(). */
-VEK_API VekStr *vek_value_steal_vekstr(VekValue *vekvalue);
+VEK_API VEK_MUST_USE VekStr *vek_value_steal_vekstr(VekValue *vekvalue);
 /** Returns the pointer. */
 VEK_API void *vek_value_steal_pointer(VekValue *value);
 
 /* ---- Conversions from any type ----
  *
- * A text that begins with no number is reported on standard output, "Can't convert string "abc" to
- * an integer" (or "a double"), and gives 0; one out of range likewise, "Error converting string
- * "9999999999" to an integer: " and the system's words. What follows a number is ignored. errno is
- * changed. Texts of numbers follow the locale.
- * Fails: null record, or an empty one -> 0 or null, with warnings, unless stated otherwise. */
+ * A text that does not begin with a number gives 0 and is reported on standard output, "Can't
+ * convert string "abc" to an integer" (or "a double"); so is one out of range, "Error converting
+ * string "9999999999" to an integer: " and the system's words. What follows a number is ignored.
+ * errno is changed. Texts of numbers follow the locale.
+ * Fails: null or empty record -> 0 or null, with warnings, unless stated otherwise. */
 
 /** Returns what is stored as a pointer (string, VekStr, pointer, name, list, dictionary), borrowed.
- *
  *  Fails: integer or double -> null, with a warning
  */
 VEK_API void *vek_value_get_as_pointer(const VekValue *vekvalue);
 
-/** Returns a value as an integer: doubles are cut towards zero, texts read in decimal, hexadecimal
- *  (0x) or octal (0); what is beyond 32 bits gives the nearest limit, a NaN 0, a null text 0.
- *
+/** Returns a value as an integer. Doubles are cut towards zero; texts are read as decimal,
+ *  hexadecimal (0x) or octal (0). What exceeds 32 bits gives the nearest limit, a NaN or a null
+ *  text 0.
  *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
 VEK_API int32_t vek_value_get_as_int(const VekValue *value);
 
 /** Returns a value as a number; a null text gives 0. A text out of range is reported and gives
  *  infinity, 0, or the tiny number that is left: "1e-320" gives 9.99989e-321.
- *
  *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
 VEK_API double vek_value_get_as_double(const VekValue *value);
 
-/** Makes a text of a value: numbers as "%d" and "%g", texts as they are ("(nul)" for null), names
+/** Makes the text of a value: numbers as "%d" and "%g", texts themselves ("(nul)" for null), names
  *  by their text, anything else as its type and address, "VEK_VALUE_DICT(0x1234)".
+ *  @param value  the value; borrowed
  *  @return  the text; release with vek_free()
- *
- *  Fails: no memory -> null; a null name -> null, with warnings; an empty record -> "[unknown
- *  VekValueType]" and what its payload holds, with warnings
+ *  Fails:   no memory -> null; a null name -> null, with warnings; an empty record -> "[unknown
+ *           VekValueType]" and what its payload holds, with warnings
  */
-VEK_API char *vek_value_get_as_string(const VekValue *value);
+VEK_API VEK_NEW char *vek_value_get_as_string(const VekValue *value);
 
-/** Makes a VekStr of a value, with the text of vek_value_get_as_string(); of a VekStr value it is
- *  the same one.
+/** Makes a VekStr of a value, with the text of vek_value_get_as_string(); a VekStr value gives its
+ *  own string.
+ *  @param value  the value; borrowed
  *  @return  the string; drop the reference with vek_str_unref()
- *
- *  Fails: as vek_value_get_as_string(); a VekStr that refuses a reference -> null, with a warning
+ *  Fails:   as vek_value_get_as_string(); a VekStr that refuses a reference -> null, with a warning
  */
-VEK_API VekStr *vek_value_get_as_vekstr(const VekValue *value);
+VEK_API VEK_MUST_USE VekStr *vek_value_get_as_vekstr(const VekValue *value);
 
 VEK_END_DECLS
+
+#include <veklib/vekvalue_inline.h>
 
 #endif

@@ -1,19 +1,38 @@
 /* SPDX-License-Identifier: MIT */
-/* The types of values, for families that recognise one by its address. */
+/* What the sources of values share with each other and with dictionaries, which fill in records and
+ * recognise their types without a call.
+ *
+ * The `vt` of a record is null (an empty record) or points into vek_value_types, at the entry of
+ * the record's type: types are compared by that address. Outside the family, records change through
+ * the functions below and the public ones only. */
 #ifndef VEKLIB_VEKVALUE_INTERNAL_H
 #define VEKLIB_VEKVALUE_INTERNAL_H
 
 #include "veklib/vekvalue.h"
 
-/** The operations of each type, by its number: a value's `vt` points to one of them. Hidden already
- * where it is declared, so that its address needs no look-up in the offset table. */
+/** The operations of each type, by its number. Hidden already where it is declared, so that its
+ *  address needs no look-up in the offset table. */
 extern constinit __attribute__((visibility("hidden")))
 const VekValueVtable vek_value_types[VEK_VALUE_MAX];
+
+/** Whether a type holds a number in the payload itself, which is copied and read as such; all other
+ *  types hold a pointer or a handle. */
+inline bool vek_value_is_scalar(VekValueType type)
+{
+    return type <= VEK_VALUE_DOUBLE;
+}
 
 /** Whether a record is a value of `type`. */
 inline bool vek_value_is(const VekValue *record, VekValueType type)
 {
     return record->vt == &vek_value_types[type];
+}
+
+/** vek_value_get_type() of a record, without the call unless the record is empty, which that
+ *  function reports. */
+inline VekValueType vek_value_type_of(const VekValue *record)
+{
+    return record->vt != nullptr ? record->vt->type : vek_value_get_type(record);
 }
 
 /** Makes a record a value of `type` that holds `payload`. */
@@ -36,14 +55,20 @@ inline bool vek_value_owns(const VekValue *record)
     return record->vt != nullptr && record->vt->release != nullptr;
 }
 
-/** vek_value_release() of a record, without the call where it owns nothing. */
-inline void vek_value_let_go(VekValue *record)
+/** vek_value_release() of a record, without the call if it owns nothing. */
+inline void vek_value_clear(VekValue *record)
 {
     if (vek_value_owns(record)) {
         vek_value_release(record);
     } else {
         record->vt = nullptr;
     }
+}
+
+/** The former name of vek_value_clear(). */
+inline void vek_value_let_go(VekValue *record)
+{
+    vek_value_clear(record);
 }
 
 #endif
