@@ -298,6 +298,8 @@ VEK_API char *vek_value_get_as_string(const VekValue *value);
  */
 VEK_API VekStr *vek_value_get_as_vekstr(const VekValue *value);
 
+#include <veklib/vekvalue_inline.h>
+
 VEK_END_DECLS
 
 #endif
