@@ -57,71 +57,202 @@ VekValue nested(VekDictForeachFunc look)
     return value;
 }
 
-/* Applies a macro or a function to arguments and the functions that each facade has. */
-#define FACADE(apply, prefix, ...)                                                                 \
-    apply(__VA_ARGS__, prefix##_put_vekstr, prefix##_dup_and_put_string, prefix##_put_int,         \
-          prefix##_put_double, prefix##_put_persistent_pointer, prefix##_put_value,                \
-          prefix##_get_value, prefix##_get_pointer, prefix##_get_vekstr, prefix##_get_string)
-
-/* What each of them checks of its dictionary, in its own words. */
-#define EXPECT_FACADE_REFUSES(dict, condition, condition_of_numbers, prefix)                       \
-    FACADE(EXPECT_REFUSE, prefix, dict, condition);                                                \
+/* What each function of a typed dictionary checks of its dictionary, in its own words. */
+#define EXPECT_TYPED_REFUSE(dict, condition, condition_of_numbers, prefix)                         \
+    EXPECT_REFUSE(dict, condition, prefix##_put_vekstr, prefix##_dup_and_put_string,               \
+                  prefix##_put_int, prefix##_put_double, prefix##_put_persistent_pointer,          \
+                  prefix##_put_value, prefix##_get_value, prefix##_get_pointer,                    \
+                  prefix##_get_vekstr, prefix##_get_string);                                       \
     EXPECT_REFUSE(dict, condition_of_numbers, prefix##_get_int, prefix##_get_double)
 
-/** Stores and replaces every kind of datum through a facade. */
-void store_every_kind(auto key, auto other_key, auto create, auto exists, auto get_int,
-                      auto get_double, auto put_vekstr, auto put_string, auto put_int,
-                      auto put_double, auto put_pointer, auto put_value, auto get_value,
-                      auto get_pointer, auto get_vekstr, auto get_string)
+/* The functions of a typed dictionary, for templates. */
+#define FUNCTIONS_OF(prefix, test_for_key)                                                         \
+    struct Of_##prefix {                                                                           \
+        static constexpr const char *name = #prefix;                                               \
+        static constexpr auto exists = test_for_key;                                               \
+        static constexpr auto create = prefix##_create;                                            \
+        static constexpr auto put_vekstr = prefix##_put_vekstr;                                    \
+        static constexpr auto put_string = prefix##_dup_and_put_string;                            \
+        static constexpr auto put_int = prefix##_put_int;                                          \
+        static constexpr auto put_double = prefix##_put_double;                                    \
+        static constexpr auto put_pointer = prefix##_put_persistent_pointer;                       \
+        static constexpr auto put_value = prefix##_put_value;                                      \
+        static constexpr auto put_dict = prefix##_put_dict;                                        \
+        static constexpr auto put_slist = prefix##_put_slist;                                      \
+        static constexpr auto get_value = prefix##_get_value;                                      \
+        static constexpr auto get_pointer = prefix##_get_pointer;                                  \
+        static constexpr auto get_vekstr = prefix##_get_vekstr;                                    \
+        static constexpr auto get_string = prefix##_get_string;                                    \
+        static constexpr auto get_int = prefix##_get_int;                                          \
+        static constexpr auto get_double = prefix##_get_double;                                    \
+        static constexpr auto get_dict = prefix##_get_dict;                                        \
+        static constexpr auto get_slist = prefix##_get_slist;                                      \
+        static constexpr auto int_or = prefix##_get_int_or;                                        \
+        static constexpr auto double_or = prefix##_get_double_or;                                  \
+        static constexpr auto string_or = prefix##_get_string_or;                                  \
+    }
+FUNCTIONS_OF(vek_str_dict, vek_str_dict_get_value);
+FUNCTIONS_OF(vek_int_dict, vek_int_dict_key_exists);
+FUNCTIONS_OF(vek_name_dict, vek_name_dict_key_exists);
+
+/** Stores and replaces every kind of datum through a typed dictionary. */
+template <typename Of>
+void store_every_kind(auto key, auto other_key)
 {
-    SCOPED_TRACE(key);
+    SCOPED_TRACE(Of::name);
     fail_each_allocation([&](Allocator &allocator) {
         VekStr shared = {1, ""};
-        VekDict *const dict = create(1);
+        VekDict *const dict = Of::create(1);
         if (dict == nullptr) { return; }
         const auto stored = [&](int result) {
             EXPECT_EQ(result, allocator.just_failed() ? 0 : 1);
             return result;
         };
-        EXPECT_EQ(get_int(dict, key), 0); // absent
-        EXPECT_EQ(get_double(dict, key), 0.0);
-        EXPECT_EQ(get_pointer(dict, key), nullptr);
-        EXPECT_EQ(get_string(dict, key), nullptr);
-        EXPECT_FALSE(exists(dict, key));
-        stored(put_int(dict, other_key, 1)); // leaves no free slot
+        EXPECT_EQ(Of::get_int(dict, key), 0); // absent
+        EXPECT_EQ(Of::get_double(dict, key), 0.0);
+        EXPECT_EQ(Of::get_pointer(dict, key), nullptr);
+        EXPECT_EQ(Of::get_string(dict, key), nullptr);
+        EXPECT_FALSE(Of::exists(dict, key));
+        stored(Of::put_int(dict, other_key, 1)); // leaves no free slot
 
-        if (stored(put_vekstr(dict, key, vek_str_ref(&shared)))) {
-            EXPECT_EQ(get_vekstr(dict, key), &shared);
-            EXPECT_EQ(get_string(dict, key), shared.text);
-            EXPECT_TRUE(exists(dict, key));
+        if (stored(Of::put_vekstr(dict, key, vek_str_ref(&shared)))) {
+            EXPECT_EQ(Of::get_vekstr(dict, key), &shared);
+            EXPECT_EQ(Of::get_string(dict, key), shared.text);
+            EXPECT_TRUE(Of::exists(dict, key));
         } else { // the reference stayed here
             EXPECT_EQ(shared.count, 2u);
             vek_str_unref(&shared);
         }
-        if (stored(put_string(dict, key, "text"))) {
-            EXPECT_STREQ(get_string(dict, key), "text");
+        if (stored(Of::put_string(dict, key, "text"))) {
+            EXPECT_STREQ(Of::get_string(dict, key), "text");
             EXPECT_EQ(shared.count, 1u);
         }
-        if (stored(put_double(dict, key, 0.5))) {
-            EXPECT_EQ(get_double(dict, key), 0.5);
+        if (stored(Of::put_double(dict, key, 0.5))) {
+            EXPECT_EQ(Of::get_double(dict, key), 0.5);
             expect_warnings({{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
-                            [&] { EXPECT_EQ(get_int(dict, key), 0); });
+                            [&] { EXPECT_EQ(Of::get_int(dict, key), 0); });
         }
-        if (stored(put_pointer(dict, key, &allocator))) {
-            EXPECT_EQ(get_pointer(dict, key), &allocator);
+        if (stored(Of::put_pointer(dict, key, &allocator))) {
+            EXPECT_EQ(Of::get_pointer(dict, key), &allocator);
         }
         VekValue value;
         vek_value_set_slist_of_ptr(&value, nullptr);
-        const int put = stored(put_value(dict, key, &value));
+        const int put = stored(Of::put_value(dict, key, &value));
         EXPECT_EQ(value.vt == nullptr, put == 1);
         if (put) {
-            EXPECT_EQ(vek_value_get_type(get_value(dict, key)), VEK_VALUE_SLIST_OF_POINTER);
+            EXPECT_EQ(vek_value_get_type(Of::get_value(dict, key)), VEK_VALUE_SLIST_OF_POINTER);
         }
-        if (stored(put_int(dict, key, -7))) { EXPECT_EQ(get_int(dict, key), -7); }
+        if (stored(Of::put_int(dict, key, -7))) { EXPECT_EQ(Of::get_int(dict, key), -7); }
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
-        EXPECT_EQ(put_string(dict, key, nullptr), 0);
+        EXPECT_EQ(Of::put_string(dict, key, nullptr), 0);
         vek_dict_destroy(dict);
     });
+}
+
+/** Stores a datum of every type that has a convenience, and reads it with all of them. */
+template <typename Of>
+void read_with_fallbacks(auto key, const char *null_check)
+{
+    SCOPED_TRACE(Of::name);
+    static VekStr text = {0, ""}; // a persistent one
+    static VekDict *child;
+    static VekSList *list;
+    child = vek_int_dict_create(1);
+    list = vek_slist_prepend(nullptr, nullptr);
+    const struct {
+        void (*set)(VekValue *datum);
+        Check other_type;
+    } rows[] = {{[](VekValue *datum) { vek_value_set_int(datum, 0); },
+                 {"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
+                {[](VekValue *datum) { vek_value_set_double(datum, 0.0); },
+                 {"vek_value_get_double", "vekvalue->vt->type == VEK_VALUE_DOUBLE"}},
+                {[](VekValue *datum) { vek_value_take_vekstr(datum, &text); },
+                 {"vek_value_get_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR"}},
+                {[](VekValue *datum) { vek_value_take_dict(datum, child); },
+                 {"vek_value_get_dict", "vekvalue->vt->type == VEK_VALUE_DICT"}},
+                {[](VekValue *datum) { vek_value_take_slist_of_int(datum, list); },
+                 {"vek_value_get_slist", "VEK_VALUE_IS_SLIST(vekvalue)"}}};
+    VekDict *const dict = Of::create(1);
+    const auto expect_reads = [&](const VekDict *from, int row, std::vector<Check> warnings) {
+        expect_warnings(warnings, [&] {
+            EXPECT_EQ(Of::int_or(from, key, 5), row == 0 ? 0 : 5);
+            EXPECT_EQ(Of::double_or(from, key, 2.5), row == 1 ? 0.0 : 2.5);
+            EXPECT_STREQ(Of::string_or(from, key, "none"), row == 2 ? "" : "none");
+            EXPECT_EQ(Of::get_dict(from, key), row == 3 ? child : nullptr);
+            EXPECT_EQ(Of::get_slist(from, key), row == 4 ? list : nullptr);
+        });
+    };
+    const std::string get_value = std::string(Of::name) + "_get_value";
+    expect_reads(nullptr, -1, std::vector<Check>(5, {get_value, null_check}));
+    expect_reads(dict, -1, {}); // absent
+    for (int row = 0; row < 5; ++row) {
+        VekValue datum;
+        rows[row].set(&datum);
+        EXPECT_EQ(Of::put_value(dict, key, &datum), 1);
+        std::vector<Check> warnings;
+        for (const auto &other : rows) {
+            if (&other != &rows[row]) { warnings.push_back(other.other_type); }
+        }
+        expect_reads(dict, row, warnings);
+    }
+    vek_dict_destroy(dict);
+}
+
+/** Stores a dictionary and a list of each type; what a put does not take stays here. */
+template <typename Of>
+void put_nested(auto key, auto other_key)
+{
+    SCOPED_TRACE(Of::name);
+    const struct {
+        VekValueType type;
+        void *(*make)();
+        VekDestroyFunc release;
+    } rows[] = {{VEK_VALUE_SLIST_OF_INT, [] { return word(1); }, nullptr},
+                {VEK_VALUE_SLIST_OF_STRING, []() -> void * { return vek_str_create("text"); },
+                 [](void *text) { vek_str_unref(static_cast<VekStr *>(text)); }},
+                {VEK_VALUE_SLIST_OF_POINTER, [] { return word(2); }, nullptr},
+                {VEK_VALUE_SLIST_OF_VALUE, [] { return vek_calloc(1, sizeof(VekValue)); },
+                 [](void *value) { vek_value_destroy(static_cast<VekValue *>(value)); }}};
+    fail_each_allocation([&](Allocator &allocator) {
+        VekDict *const dict = Of::create(1);
+        if (dict == nullptr) { return; }
+        Of::put_int(dict, other_key, 1); // leaves no free slot
+        VekDict *const child = Of::create(1);
+        allocator.just_failed();
+        if (const int stored = Of::put_dict(dict, key, child); stored) {
+            EXPECT_EQ(Of::get_dict(dict, key), child);
+        } else {
+            EXPECT_TRUE(allocator.just_failed());
+            vek_dict_destroy(child);
+        }
+        for (const auto &[type, make, release] : rows) {
+            void *const element = make();
+            VekSList *const list = vek_slist_prepend(nullptr, element);
+            if (list == nullptr && release != nullptr) { release(element); }
+            allocator.just_failed();
+            if (const int stored = Of::put_slist(dict, key, type, list); stored) {
+                EXPECT_EQ(vek_value_get_type(Of::get_value(dict, key)), type);
+                EXPECT_EQ(Of::get_slist(dict, key), list);
+            } else {
+                EXPECT_TRUE(allocator.just_failed());
+                vek_slist_free(list, release);
+            }
+        }
+        vek_dict_destroy(dict);
+    });
+
+    VekDict *const dict = Of::create(1);
+    VekSList node = {};
+    const std::string text = captured(2, [&] {
+        EXPECT_EQ(Of::put_slist(dict, key, VEK_VALUE_NAME, &node), 0);
+        EXPECT_EQ(Of::put_slist(dict, key, VEK_VALUE_DICT, &node), 0);
+    });
+    const std::string check = std::string(Of::name) + "_put_slist: assertion \"list_type ";
+    EXPECT_EQ(masked(text, "veklib/[a-z_.]+:[0-9]+: ", ""),
+              check + ">= VEK_VALUE_SLIST_OF_INT\" failed\n\n" + check +
+                  "<= VEK_VALUE_SLIST_OF_VALUE\" failed\n\n");
+    EXPECT_EQ(vek_dict_get_len(dict), 0);
+    vek_dict_destroy(dict);
 }
 
 } // namespace
@@ -320,27 +451,39 @@ TEST(Dict, Prints)
 
 TEST(TypedDicts, StoreAndReplaceEveryKindOfDatum)
 {
-    FACADE(store_every_kind, vek_str_dict, "one", "two", vek_str_dict_create,
-           vek_str_dict_get_value, vek_str_dict_get_int, vek_str_dict_get_double);
-    FACADE(store_every_kind, vek_int_dict, 1, 2, vek_int_dict_create, vek_int_dict_key_exists,
-           vek_int_dict_get_int, vek_int_dict_get_double);
-    FACADE(store_every_kind, vek_name_dict, &names[1], &names[2], vek_name_dict_create,
-           vek_name_dict_key_exists, vek_name_dict_get_int, vek_name_dict_get_double);
+    store_every_kind<Of_vek_str_dict>("one", "two");
+    store_every_kind<Of_vek_int_dict>(1, 2);
+    store_every_kind<Of_vek_name_dict>(&names[1], &names[2]);
+}
+
+TEST(TypedDicts, ReadWithFallbacks)
+{
+    Allocator allocator;
+    read_with_fallbacks<Of_vek_str_dict>("one", "dict != NULL");
+    read_with_fallbacks<Of_vek_int_dict>(1, "vekdict_ptr != NULL");
+    read_with_fallbacks<Of_vek_name_dict>(&names[1], "vekdict_ptr != NULL");
+}
+
+TEST(TypedDicts, HoldDictionariesAndLists)
+{
+    put_nested<Of_vek_str_dict>("one", "two");
+    put_nested<Of_vek_int_dict>(1, 2);
+    put_nested<Of_vek_name_dict>(&names[1], &names[2]);
 }
 
 TEST(TypedDicts, ChecksNameTheFault)
 {
-    EXPECT_FACADE_REFUSES(nullptr, "dict != NULL", "dict", vek_str_dict);
-    EXPECT_FACADE_REFUSES(nullptr, "vekdict_ptr != NULL", "dict", vek_int_dict);
-    EXPECT_FACADE_REFUSES(nullptr, "vekdict_ptr != NULL", "dict", vek_name_dict);
+    EXPECT_TYPED_REFUSE(nullptr, "dict != NULL", "dict", vek_str_dict);
+    EXPECT_TYPED_REFUSE(nullptr, "vekdict_ptr != NULL", "dict", vek_int_dict);
+    EXPECT_TYPED_REFUSE(nullptr, "vekdict_ptr != NULL", "dict", vek_name_dict);
     EXPECT_REFUSE(nullptr, "dict != NULL", vek_int_dict_key_exists, vek_name_dict_key_exists);
 
-    VekDict *const of_doubles = _vek_dict_create(1, VEK_VALUE_DOUBLE); // no facade's
+    VekDict *const of_doubles = _vek_dict_create(1, VEK_VALUE_DOUBLE); // no typed dictionary
     const char *const type = "DICT_TYPE_CHECK(dict)";
     const char *const type_of_ptr = "DICT_TYPE_CHECK(vekdict_ptr)";
-    EXPECT_FACADE_REFUSES(of_doubles, type, type, vek_str_dict);
-    EXPECT_FACADE_REFUSES(of_doubles, type_of_ptr, type, vek_int_dict);
-    EXPECT_FACADE_REFUSES(of_doubles, type_of_ptr, type, vek_name_dict);
+    EXPECT_TYPED_REFUSE(of_doubles, type, type, vek_str_dict);
+    EXPECT_TYPED_REFUSE(of_doubles, type_of_ptr, type, vek_int_dict);
+    EXPECT_TYPED_REFUSE(of_doubles, type_of_ptr, type, vek_name_dict);
     EXPECT_REFUSE(of_doubles, type, vek_int_dict_key_exists, vek_name_dict_key_exists);
     vek_dict_destroy(of_doubles);
 }
@@ -371,7 +514,7 @@ TEST(Dict, ChecksNameTheFault)
     EXPECT_FAILS("INT_MAX > dict->ref_count", vek_dict_ref(dict), nullptr);
     EXPECT_EQ(std::exchange(dict->ref_count, 1), INT_MAX);
 
-    // Of an empty key, given or stored, the query for its type tells first.
+    // The query for the type of an empty key, given or stored, warns first.
     const auto expect_twice = [&](VekValue *key, const char *condition) {
         const Check first = {"vek_value_get_type", "value->vt != NULL"};
         VekValue data = one;

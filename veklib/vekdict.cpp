@@ -3,7 +3,7 @@
 
 #include "veklib/vekdiag_internal.h"
 #include "veklib/vekdict_internal.h"
-#include "veklib/vekmemory.h"
+#include "veklib/vekmemory_internal.h"
 
 #include <algorithm>
 #include <climits>
@@ -11,7 +11,20 @@
 #include <cstdio>
 #include <cstring>
 
+/* What always holds:
+ * - The items in use are the first `len` slots, counted through the segments in their order. Every
+ *   segment but the last one is full.
+ * - Free slots are zero-filled. To release such empty records does nothing.
+ * - A stored key is never empty, unless it is being released or the application emptied it: a
+ *   search that meets an empty key warns and fails.
+ * - Slots never move: a borrowed datum stays where it is until its dictionary is cleared, emptied
+ *   or destroyed.
+ * - What is released may search and walk its dictionary. So a segment is freed after its items are
+ *   released, and a dictionary that is being cleared may have fewer slots than `len`. */
+
 namespace {
+
+/* ---- Segments and slots ---- */
 
 constexpr int32_t later_segment_slots = 10;
 
@@ -25,14 +38,14 @@ void *new_items(size_t header, int32_t count)
     return vek_calloc(1, header + slots * sizeof(VekDictItem));
 }
 
-/** Moves a record by its bytes; the source is empty afterwards. */
+/** Moves a record by copying its bytes. The source is empty afterwards. */
 void move(VekValue &to, VekValue &from)
 {
     memcpy(&to, &from, sizeof to);
     memset(&from, 0, sizeof from);
 }
 
-/** Moves a new datum over an old one, which is released last: its release may look the key up. */
+/** Moves a new datum over an old one, which is released last: its release may look up the key. */
 void replace_datum(VekValue &stored, VekValue &from)
 {
     if (!vek_value_owns(&stored)) {
@@ -46,7 +59,7 @@ void replace_datum(VekValue &stored, VekValue &from)
 
 /* ---- The walk over the items in use ---- */
 
-/** Where a walk is: at slot `index` of a segment, behind `base` slots of earlier segments. */
+/** Where a walk stands: at slot `index` of a segment, after `base` slots of earlier segments. */
 struct VekDictIter {
     const VekDict *dict;
     VekDictSegment *segment;
@@ -54,7 +67,7 @@ struct VekDictIter {
     uint32_t index;
 };
 
-/** The next item, null at the end. The length is read anew each time: the walk's user may add. */
+/** The next item, null at the end. Reads the length each time: callers may put items meanwhile. */
 VekDictItem *dict_iter_next(VekDictIter *iter)
 {
     if (iter->base + iter->index >= static_cast<uint32_t>(iter->dict->len)) {
@@ -62,7 +75,7 @@ VekDictItem *dict_iter_next(VekDictIter *iter)
     }
     const auto count = static_cast<uint32_t>(iter->segment->count);
     if (iter->index == count) {
-        if (iter->segment->next == nullptr) { // a dictionary that is being cleared
+        if (iter->segment->next == nullptr) { // the dictionary is being cleared
             return nullptr;
         }
         iter->segment = iter->segment->next;
@@ -74,16 +87,14 @@ VekDictItem *dict_iter_next(VekDictIter *iter)
 
 VekDictItem *dict_iter_first(VekDictIter *iter, const VekDict *dict)
 {
-    // A walk changes nothing itself, but hands out the items of a dictionary that may be changed.
+    // The walk itself changes nothing. Callers may, unless their dictionary is const.
     *iter = {dict, const_cast<VekDictSegment *>(&dict->first_seg), 0, 0};
     return dict_iter_next(iter);
 }
 
-VekDictIter *new_iter()
-{
-    return static_cast<VekDictIter *>(vek_malloc(sizeof(VekDictIter)));
-}
-
+/** Calls a function for each item. Unlike copy and print, which allocate their iterator, it keeps
+ *  its own on the stack. The difference is interface: applications see the allocation, which can
+ *  fail. */
 void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 {
     VekDictIter iter;
@@ -97,7 +108,7 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 
 /* ---- Search ---- */
 
-/** Searches the items in use for a key; reports an empty stored key in the name of `function`. */
+/** Searches for a key. Warns of an empty stored key in the name of `function`. */
 VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *function)
 {
     switch (key->vt->type) {
@@ -114,7 +125,7 @@ VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *fun
     }
 }
 
-/** The slot behind the items in use, in a new segment if the last one is full; null without memory. */
+/** The slot after the items in use, in a new segment if the last is full; null without memory. */
 VekDictItem *next_slot(const VekDictPlace &search)
 {
     VekDictSegment *const last = search.last;
@@ -130,19 +141,16 @@ VekDictItem *next_slot(const VekDictPlace &search)
     return last->next->items;
 }
 
-/** What the check of an empty key's type reports, both warnings. Who calls this tests `vt` itself, which
- *  takes no call when there is a type. */
-[[gnu::cold]] void report_empty(const VekValue *key, const char *condition, int line,
-                                const char *function)
+/** Writes both warnings of an empty key: of the query for its type, and of the check. Callers test
+ *  `vt` first, so valid keys cost no call. */
+[[gnu::cold]] void report_empty_key(const VekValue *key, const char *condition, int line,
+                                    const char *function)
 {
     vek_value_get_type(key); // warns
     vek_failed_check(condition, line, function);
 }
 
 /* ---- Release ---- */
-
-/* What is released may come back and look into the dictionary, so nothing is freed that it can still
- * reach. */
 
 void release_items(VekDictSegment *segment)
 {
@@ -152,7 +160,7 @@ void release_items(VekDictSegment *segment)
     }
 }
 
-/** Releases the items of a segment and of all behind it. */
+/** Releases the items of a segment and of all segments after it. */
 void release_items_from(VekDictSegment *segment)
 {
     for (; segment != nullptr; segment = segment->next) {
@@ -178,7 +186,7 @@ void free_later_segments(VekDict *dict)
     }
 }
 
-/** Copies all items into the first segment; false at the first that cannot be copied. */
+/** Copies all items into the first segment; false after the first that cannot be copied. */
 bool copy_items(VekDict *copy, const VekDict *source, VekDictIter *iter)
 {
     bool copied = true;
@@ -202,10 +210,11 @@ void print_item(const VekDictItem *item)
 
 } // namespace
 
-void vek_dict_empty_key(const VekValue *key, const char *function)
+void vek_dict_report_empty_key(const VekValue *key, const char *function)
 {
-    report_empty(key, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID",
-                 __LINE__, function);
+    // The text is interface: products search their logs for it. No variable has this name.
+    report_empty_key(key, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID",
+                     __LINE__, function);
 }
 
 /* ---- Create and release ---- */
@@ -272,7 +281,7 @@ VekDict *vek_dict_copy(const VekDict *orig_dict_ptr, int init_count)
         return nullptr;
     }
     copy->len = orig_dict_ptr->len;
-    VekDictIter *const iter = new_iter();
+    auto *const iter = vek_new<VekDictIter>();
     if (iter == nullptr || !copy_items(copy, orig_dict_ptr, iter)) {
         vek_dict_destroy(copy);
         copy = nullptr;
@@ -325,7 +334,7 @@ VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue *key)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, nullptr);
     if (key->vt == nullptr) {
-        report_empty(key, "vek_value_get_type(key) != VEK_VALUE_INVALID", __LINE__, __func__);
+        report_empty_key(key, "vek_value_get_type(key) != VEK_VALUE_INVALID", __LINE__, __func__);
         return nullptr;
     }
 
@@ -340,7 +349,7 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(key != NULL, 0);
     if (key->vt == nullptr) {
-        report_empty(key, "vek_value_get_type(key) != VEK_VALUE_INVALID", __LINE__, __func__);
+        report_empty_key(key, "vek_value_get_type(key) != VEK_VALUE_INVALID", __LINE__, __func__);
         return 0;
     }
     VEK_RETURN_VAL_IF_FAIL(data != NULL, 0);
@@ -391,7 +400,7 @@ void vek_dict_print(const VekDict *vekdict)
 {
     VEK_RETURN_IF_FAIL(vekdict != NULL);
 
-    VekDictIter *const iter = new_iter();
+    auto *const iter = vek_new<VekDictIter>();
     if (iter == nullptr) {
         return;
     }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The search of a dictionary, without a call for each item where the type of the key is known. */
+/* The search of a dictionary. It compares keys of a known type without a call for each item. */
 #ifndef VEKLIB_VEKDICT_INTERNAL_H
 #define VEKLIB_VEKDICT_INTERNAL_H
 
@@ -13,15 +13,16 @@
 /** What a search found. */
 struct VekDictPlace {
     VekDictItem *item;    ///< the key's item, or null
-    VekDictSegment *last; ///< for an absent key: the segment that ends the items in use
-    int32_t used;         ///< and how many of its slots they take
-    bool failed;          ///< an empty key is stored, and was reported
+    VekDictSegment *last; ///< for an absent key: the last segment that holds items
+    int32_t used;         ///< for an absent key: slots in use in that segment
+    bool failed;          ///< the search met an empty stored key and reported it
 };
 
-/** Reports an empty stored key in the name of `function`. */
-[[gnu::cold]] void vek_dict_empty_key(const VekValue *key, const char *function);
+/** Warns of an empty stored key in the name of `function`. */
+[[gnu::cold]] void vek_dict_report_empty_key(const VekValue *key, const char *function);
 
-/** Searches the items in use for the first whose key `matches`; an empty key matches nothing. */
+/** Finds the first item in use whose key `matches`; an empty key must match nothing. Ends with the
+ *  last segment: a dictionary that is being cleared may have fewer slots than `len`. */
 template <typename Matches>
 VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
 {
@@ -33,7 +34,7 @@ VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches 
                 return {item, nullptr, 0, false};
             }
             if (vek_is_rare(item->key.vt == nullptr)) {
-                vek_dict_empty_key(&item->key, function);
+                vek_dict_report_empty_key(&item->key, function);
                 return {nullptr, nullptr, 0, true};
             }
         }
@@ -44,7 +45,7 @@ VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches 
     }
 }
 
-/* What matches a key of each of the facades' types: what vek_value_equal() takes for equal. */
+/* What matches a key of each typed dictionary: the same keys as vek_value_equal(). */
 
 inline auto vek_dict_match_int(int32_t key)
 {
@@ -55,8 +56,8 @@ inline auto vek_dict_match_int(int32_t key)
 
 inline auto vek_dict_match_string(const char *key)
 {
-    // vek_is_same_text() with the key's first byte read once instead of for each item, which makes a
-    // search through 50 items an eighth faster. -1 is no byte: a null key equals no text.
+    // vek_is_same_text(), but the key's first byte is read once instead of for each item: a search
+    // through 50 items is an eighth faster. -1 is no byte: a null key equals no text.
     const int first = key != nullptr ? static_cast<unsigned char>(*key) : -1;
     return [key, first](const VekValue &stored) {
         if (!vek_value_is(&stored, VEK_VALUE_STRING)) {

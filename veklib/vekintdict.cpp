@@ -24,10 +24,14 @@ using Dict = TypedDict<IntKeys>;
 
 } // namespace
 
+/* ---- Create ---- */
+
 VekDict *vek_int_dict_create(int init_count)
 {
     return _vek_dict_create(init_count, VEK_VALUE_INT);
 }
+
+/* ---- put ---- */
 
 int vek_int_dict_put_vekstr(VekDict *vekdict_ptr, int32_t key, VekStr *value)
 {
@@ -76,6 +80,8 @@ int vek_int_dict_put_value(VekDict *vekdict_ptr, int32_t key, VekValue *value)
 
     return Dict::put_value(vekdict_ptr, key, value);
 }
+
+/* ---- get ---- */
 
 VekValue *vek_int_dict_get_value(const VekDict *vekdict_ptr, int32_t key)
 {

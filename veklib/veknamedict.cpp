@@ -24,6 +24,8 @@ using Dict = TypedDict<NameKeys>;
 
 } // namespace
 
+/* ---- Create ---- */
+
 VekDict *vek_name_dict_create(int init_count)
 {
     return vek_name_dict_create_full(init_count, nullptr, nullptr);
@@ -33,6 +35,8 @@ VekDict *vek_name_dict_create_full(int init_count, VekDictForeachFunc destroy_fu
 {
     return _vek_dict_create_full(init_count, VEK_VALUE_NAME, destroy_func, user_data);
 }
+
+/* ---- put ---- */
 
 int vek_name_dict_put_vekstr(VekDict *vekdict_ptr, VekName *key, VekStr *value)
 {
@@ -81,6 +85,8 @@ int vek_name_dict_put_value(VekDict *vekdict_ptr, VekName *key, VekValue *value)
 
     return Dict::put_value(vekdict_ptr, key, value);
 }
+
+/* ---- get ---- */
 
 VekValue *vek_name_dict_get_value(const VekDict *vekdict_ptr, VekName *key)
 {

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /** @file veknamedict.h
- *  Dictionaries keyed by names: a facade over vekdict.h, whose functions release, copy, walk, print
+ *  Typed dictionaries with names as keys. The functions of vekdict.h release, copy, walk, print
  *  and count them.
  *
  *      VekDict *states = vek_name_dict_create(8);
@@ -15,26 +15,27 @@
 
 #include <stdint.h>
 
+#include <veklib/vekdiag.h>
 #include <veklib/vekdict.h>
 
 VEK_BEGIN_DECLS
 
 /** Makes an empty dictionary.
  *  @param init_count  slots of the first segment, above 0: the number of items to expect
- *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
  *  Fails:   no memory -> null; no slots -> null, with a warning
  */
-VEK_API VekDict *vek_name_dict_create(int init_count);
+VEK_API VEK_NEW VekDict *vek_name_dict_create(int init_count);
 
-/** Makes an empty dictionary with a function for the end of its life.
+/** Makes an empty dictionary with a destroy function.
  *  @param init_count    slots of the first segment, above 0: the number of items to expect
  *  @param destroy_func  see _vek_dict_create_full(); may be null
- *  @param user_data     handed to it; may be null; borrowed for the dictionary's life
- *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  @param user_data     passed to destroy_func; may be null; borrowed for the dictionary's life
+ *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
  *  Fails:   no memory -> null; no slots -> null, with a warning
  */
-VEK_API VekDict *vek_name_dict_create_full(int init_count, VekDictForeachFunc destroy_func,
-                                           void *user_data);
+VEK_API VEK_MUST_USE VekDict *
+vek_name_dict_create_full(int init_count, VekDictForeachFunc destroy_func, void *user_data);
 
 /* ---- put: store a datum under a key ----
  *
@@ -48,13 +49,13 @@ VEK_API VekDict *vek_name_dict_create_full(int init_count, VekDictForeachFunc de
 
 /** Stores a VekStr, which may be null: the caller's reference passes to the dictionary. */
 VEK_API int vek_name_dict_put_vekstr(VekDict *vekdict_ptr, VekName *key, VekStr *value);
-/** Stores a new VekStr of a text, which is copied; a null text is a failure. */
+/** Stores a new VekStr with a copy of a text; a null text is a failure, without a warning. */
 VEK_API int vek_name_dict_dup_and_put_string(VekDict *vekdict_ptr, VekName *key, const char *value);
 /** Stores an integer. */
 VEK_API int vek_name_dict_put_int(VekDict *vekdict_ptr, VekName *key, int32_t value);
 /** Stores a number. */
 VEK_API int vek_name_dict_put_double(VekDict *vekdict_ptr, VekName *key, double value);
-/** Stores a pointer, which is never released by the dictionary. */
+/** Stores a pointer, which the dictionary never releases. */
 VEK_API int vek_name_dict_put_persistent_pointer(VekDict *vekdict_ptr, VekName *key, void *value);
 /** Stores a value: the record is moved into the dictionary and zero-filled. A null record is a
  *  failure, with a warning of _vek_dict_put_value(); what an empty one gives is said there. */
@@ -62,9 +63,9 @@ VEK_API int vek_name_dict_put_value(VekDict *vekdict_ptr, VekName *key, VekValue
 
 /* ---- get: the datum of a key ----
  *
- * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or
- *              released. An absent key gives null or 0; vek_name_dict_key_exists() tells it from a
- *              stored one
+ * @return      the datum, borrowed: valid until it is replaced or the dictionary is cleared,
+ *              emptied or released. An absent key gives null or 0, as does a stored null or 0;
+ *              vek_name_dict_key_exists() distinguishes the two
  *
  * Fails: null dictionary, or one with other keys -> null or 0, with a warning; a datum of another
  * type than the function's -> null or 0, with a warning of the vek_value_get_ function that reads
@@ -84,6 +85,8 @@ VEK_API int32_t vek_name_dict_get_int(const VekDict *dict, VekName *key);
 VEK_API double vek_name_dict_get_double(const VekDict *dict, VekName *key);
 /** Returns 1 when the key is stored, else 0. */
 VEK_API int vek_name_dict_key_exists(const VekDict *dict, VekName *key);
+
+#include <veklib/veknamedict_inline.h>
 
 VEK_END_DECLS
 

@@ -20,10 +20,14 @@ using Dict = TypedDict<StringKeys>;
 
 } // namespace
 
+/* ---- Create ---- */
+
 VekDict *vek_str_dict_create(int init_count)
 {
     return _vek_dict_create(init_count, VEK_VALUE_STRING);
 }
+
+/* ---- put ---- */
 
 int vek_str_dict_put_vekstr(VekDict *dict, const char *key, VekStr *value)
 {
@@ -72,6 +76,8 @@ int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *value)
 
     return Dict::put_value(dict, key, value);
 }
+
+/* ---- get ---- */
 
 VekValue *vek_str_dict_get_value(const VekDict *dict, const char *key)
 {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstrdict.h
- *  Dictionaries keyed by strings: a facade over vekdict.h, whose functions release, copy, walk,
- * print and count them.
+ *  Typed dictionaries with strings as keys. The functions of vekdict.h release, copy, walk, print
+ *  and count them.
  *
  *      VekDict *settings = vek_str_dict_create(8);
  *      vek_str_dict_dup_and_put_string(settings, "host", "gateway");
@@ -15,21 +15,22 @@
 
 #include <stdint.h>
 
+#include <veklib/vekdiag.h>
 #include <veklib/vekdict.h>
 
 VEK_BEGIN_DECLS
 
 /** Makes an empty dictionary.
  *  @param init_count  slots of the first segment, above 0: the number of items to expect
- *  @return  the dictionary, with one reference for the caller; drop it with vek_dict_destroy()
+ *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
  *  Fails:   no memory -> null; no slots -> null, with a warning
  */
-VEK_API VekDict *vek_str_dict_create(int init_count);
+VEK_API VEK_NEW VekDict *vek_str_dict_create(int init_count);
 
 /* ---- put: store a datum under a key ----
  *
- * @param key   the key, which may be null (a key of its own); copied for each put, for which memory
- *              may lack
+ * @param key   the key, which may be null (a key of its own); each put copies it,
+ *              also a put that replaces a datum, and fails without memory for the copy
  * @return      1 on success; an equal key that is stored keeps its place and gets the new datum,
  *              and the old datum is released
  *
@@ -38,13 +39,13 @@ VEK_API VekDict *vek_str_dict_create(int init_count);
 
 /** Stores a VekStr, which may be null: the caller's reference passes to the dictionary. */
 VEK_API int vek_str_dict_put_vekstr(VekDict *dict, const char *key, VekStr *value);
-/** Stores a new VekStr of a text, which is copied; a null text is a failure. */
+/** Stores a new VekStr with a copy of a text; a null text is a failure, without a warning. */
 VEK_API int vek_str_dict_dup_and_put_string(VekDict *dict, const char *key, const char *value);
 /** Stores an integer. */
 VEK_API int vek_str_dict_put_int(VekDict *dict, const char *key, int32_t value);
 /** Stores a number. */
 VEK_API int vek_str_dict_put_double(VekDict *dict, const char *key, double value);
-/** Stores a pointer, which is never released by the dictionary. */
+/** Stores a pointer, which the dictionary never releases. */
 VEK_API int vek_str_dict_put_persistent_pointer(VekDict *dict, const char *key, void *value);
 /** Stores a value: the record is moved into the dictionary and zero-filled. A null record is a
  *  failure, with a warning of _vek_dict_put_value(); what an empty one gives is said there. */
@@ -52,9 +53,9 @@ VEK_API int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *val
 
 /* ---- get: the datum of a key ----
  *
- * @return      the datum, borrowed: valid until it is replaced or the dictionary cleared or
- *              released. An absent key gives null or 0; vek_str_dict_get_value() != NULL tells it
- *              from a stored one
+ * @return      the datum, borrowed: valid until it is replaced or the dictionary is cleared,
+ *              emptied or released. An absent key gives null or 0, as does a stored null or 0;
+ *              vek_str_dict_get_value() != NULL distinguishes the two
  *
  * Fails: null dictionary, or one with other keys -> null or 0, with a warning; a datum of another
  * type than the function's -> null or 0, with a warning of the vek_value_get_ function that reads
@@ -72,6 +73,8 @@ VEK_API const char *vek_str_dict_get_string(const VekDict *dict, const char *key
 VEK_API int32_t vek_str_dict_get_int(const VekDict *dict, const char *key);
 /** Returns a number datum. */
 VEK_API double vek_str_dict_get_double(const VekDict *dict, const char *key);
+
+#include <veklib/vekstrdict_inline.h>
 
 VEK_END_DECLS
 

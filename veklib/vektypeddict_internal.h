@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
-/* The one body behind the dictionaries with typed keys. `Keys` tells how a key becomes a record:
+/* The bodies of the typed dictionaries' functions. `Keys` says how a key is stored and found:
  *
  *     Keys::Key                    the type that callers pass
- *     Keys::store(record, key)     a record that the dictionary may keep; false without memory
+ *     Keys::store(record, key)     makes a record for the dictionary to keep; false without memory
  *     Keys::match(key)             what matches a stored key, for the search
  */
 #ifndef VEKLIB_VEKTYPEDDICT_INTERNAL_H
@@ -14,7 +14,7 @@ template <typename Keys>
 struct TypedDict {
     using Key = typename Keys::Key;
 
-    /** Moves `data` into the dictionary; on failure it stays the caller's. */
+    /** Moves `data` into the dictionary. On failure it stays the caller's. */
     static int put_value(VekDict *dict, Key key, VekValue *data)
     {
         VekValue record;
@@ -28,8 +28,8 @@ struct TypedDict {
         return stored;
     }
 
-    /** Stores what `set` makes of `datum`, which must own nothing but what it adopts: after a
-     * failed put the record is dropped, and the datum is the caller's again. */
+    /** Stores the record that `set` makes of `datum`. The record must own nothing but the datum: a
+     *  failed put abandons it, and the datum stays the caller's. */
     template <auto set, typename Datum>
     static int put(VekDict *dict, Key key, Datum datum)
     {
@@ -38,7 +38,8 @@ struct TypedDict {
         return put_value(dict, key, &data);
     }
 
-    /** Stores a new VekStr of a text through `put_vekstr`, the facade's own function. */
+    /** Stores a new VekStr with a copy of a text. `put_vekstr` is the public function of the same
+     *  typed dictionary. */
     template <auto put_vekstr>
     static int dup_and_put_string(VekDict *dict, Key key, const char *string)
     {
@@ -53,15 +54,16 @@ struct TypedDict {
         return stored;
     }
 
-    /** The stored record, or null: _vek_dict_get_value() without a record for the key. */
+    /** The stored datum's record, or null: _vek_dict_get_value() without a record for the key. */
     static VekValue *get_value(const VekDict *dict, Key key)
     {
+        // The name is interface: a warning of an empty stored key names that function.
         VekDictItem *const item =
             vek_dict_search(dict, "_vek_dict_get_value", Keys::match(key)).item;
         return item != nullptr ? &item->data : nullptr;
     }
 
-    /** What `get` reads from the stored record, or `absent`. */
+    /** What `get` reads from the stored record; `absent` for an absent key. */
     template <auto get, typename Result>
     static Result read(const VekDict *dict, Key key, Result absent)
     {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // valuetree: settings as a tree of values and dictionaries, built, copied, changed, printed and
-// released from C++. The smart pointers below are all that the C interface needs to feel at home.
+// released from C++. The smart pointer below is all that the C interface needs to feel at home.
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
@@ -18,19 +18,6 @@ struct Release {
     void operator()(VekDict *dict) const { vek_dict_destroy(dict); }
 };
 using Dict = std::unique_ptr<VekDict, Release>;
-
-// A record for one expression or scope. What is put into a dictionary is moved out of it.
-class Value {
-public:
-    Value() = default;
-    ~Value() { vek_value_release(&record); }
-    Value(const Value &) = delete;
-    Value &operator=(const Value &) = delete;
-    VekValue *get() { return &record; }
-
-private:
-    VekValue record = {};
-};
 
 // Settings that are not there are worse than a program that is not there.
 [[noreturn]] void give_up()
@@ -56,25 +43,18 @@ Dict new_dict(int expected)
 // Hands a subtree over to its parent.
 void put(const Dict &parent, const char *key, Dict child)
 {
-    Value value;
-    vek_value_take_dict(value.get(), child.release());
-    require(vek_str_dict_put_value(parent.get(), key, value.get()) != 0);
+    require(vek_str_dict_put_dict(parent.get(), key, child.release()) != 0);
 }
 
 void put(const Dict &parent, const char *key, std::initializer_list<int> numbers)
 {
     VekSList *list = nullptr;
     for (const int number : numbers) {
-        Value element;
-        vek_value_set_int(element.get(), number);
-        VekValue *const record = vek_value_dup(element.get());
-        VekSList *const longer = record != nullptr ? vek_slist_append(list, record) : nullptr;
+        VekSList *const longer = vek_slist_append(list, VEK_INT_TO_POINTER(number));
         require(longer != nullptr);
         list = longer;
     }
-    Value value;
-    vek_value_take_slist_of_value(value.get(), list);
-    require(vek_str_dict_put_value(parent.get(), key, value.get()) != 0);
+    require(vek_str_dict_put_slist(parent.get(), key, VEK_VALUE_SLIST_OF_INT, list) != 0);
 }
 
 Dict build()
@@ -122,12 +102,10 @@ void print(const VekValue *value, int depth)
         print(vek_value_get_dict(value), depth + 1);
         return;
     }
-    if (VEK_VALUE_IS_SLIST(value)) {
+    if (vek_value_get_type(value) == VEK_VALUE_SLIST_OF_INT) {
         const char *separator = " ";
         for (const VekSList *node = vek_value_get_slist(value); node; node = node->next) {
-            std::printf(
-                "%s%d", separator,
-                static_cast<int>(vek_value_get_as_int(static_cast<VekValue *>(node->data))));
+            std::printf("%s%d", separator, VEK_POINTER_TO_INT(node->data));
             separator = ", ";
         }
         std::printf("\n");
@@ -158,7 +136,7 @@ int main()
 {
     const Dict settings = build();
     const Dict copy = deep_copy(settings.get());
-    VekDict *const network = vek_value_get_dict(vek_str_dict_get_value(copy.get(), "network"));
+    VekDict *const network = vek_str_dict_get_dict(copy.get(), "network");
     require(vek_str_dict_dup_and_put_string(network, "host", "backup.example") != 0);
     require(vek_str_dict_put_int(network, "timeout", 10) != 0);
 

@@ -1,0 +1,88 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekintdict_inline.h
+ *  Conveniences of integer dictionaries: reading with a fallback, nested dictionaries and lists.
+ *  Included by vekintdict.h.
+ *
+ *      int32_t state = vek_int_dict_get_int_or(card, 7, -1);
+ *      if (!vek_int_dict_put_dict(slots, 3, card)) {
+ *          vek_dict_destroy(card);
+ *      }
+ */
+#ifndef VEKLIB_VEKINTDICT_INLINE_H
+#define VEKLIB_VEKINTDICT_INLINE_H
+
+#include <veklib/vekintdict.h>
+
+/* ---- get or: the datum of a key, or a fallback ----
+ *
+ * @param fallback  returned for an absent key; may be null if it is a text
+ * @return          the datum; a text is borrowed as from vek_int_dict_get_string()
+ *
+ * Fails: null dictionary, or one with other keys -> `fallback`, with a warning of
+ * vek_int_dict_get_value(); a datum of another type than the function's -> `fallback`, with a
+ * warning of the vek_value_get_ function that reads it. */
+
+/** Returns an integer datum, or `fallback`. */
+static inline int32_t vek_int_dict_get_int_or(const VekDict *dict, int32_t key, int32_t fallback)
+{
+    return _vek_dict_int_or(vek_int_dict_get_value(dict, key), fallback);
+}
+
+/** Returns a number datum, or `fallback`. */
+static inline double vek_int_dict_get_double_or(const VekDict *dict, int32_t key, double fallback)
+{
+    return _vek_dict_double_or(vek_int_dict_get_value(dict, key), fallback);
+}
+
+/** Returns the text of a VekStr datum, or `fallback`; null for a datum that holds null. */
+static inline const char *vek_int_dict_get_string_or(const VekDict *dict, int32_t key,
+                                                     const char *fallback)
+{
+    return _vek_dict_string_or(vek_int_dict_get_value(dict, key), fallback);
+}
+
+/* ---- Nested dictionaries and lists ----
+ *
+ * As the functions of vekintdict.h: a put that fails leaves the datum to the caller and returns 0;
+ * what get returns is borrowed. */
+
+/** Stores a dictionary, which may be null: the caller's reference passes to `dict`. */
+static inline int vek_int_dict_put_dict(VekDict *dict, int32_t key, VekDict *value)
+{
+    VekValue datum;
+    vek_value_take_dict(&datum, value);
+    return vek_int_dict_put_value(dict, key, &datum);
+}
+
+/** Returns a dictionary datum; vek_dict_ref() keeps it. */
+static inline VekDict *vek_int_dict_get_dict(const VekDict *dict, int32_t key)
+{
+    const VekValue *const datum = vek_int_dict_get_value(dict, key);
+    return datum != NULL ? vek_value_get_dict(datum) : NULL;
+}
+
+/** Stores a list, which may be null: its nodes and what its elements own pass to the dictionary.
+ *  @param list_type  one of the four list types, VEK_VALUE_SLIST_OF_INT to VEK_VALUE_SLIST_OF_VALUE
+ *  @param value      taken on success, as vek_value_take_slist_of_int(), _str(), _ptr() or _value()
+ *                    takes it
+ *  Fails:            as every put; a type that is no list type -> 0, with a warning
+ */
+static inline int vek_int_dict_put_slist(VekDict *dict, int32_t key, VekValueType list_type,
+                                         VekSList *value)
+{
+    VEK_RETURN_VAL_IF_FAIL(list_type >= VEK_VALUE_SLIST_OF_INT, 0);
+    VEK_RETURN_VAL_IF_FAIL(list_type <= VEK_VALUE_SLIST_OF_VALUE, 0);
+
+    VekValue datum;
+    vek_value_take_slist(&datum, list_type, value);
+    return vek_int_dict_put_value(dict, key, &datum);
+}
+
+/** Returns a list datum, of any of the four types. */
+static inline VekSList *vek_int_dict_get_slist(const VekDict *dict, int32_t key)
+{
+    const VekValue *const datum = vek_int_dict_get_value(dict, key);
+    return datum != NULL ? vek_value_get_slist(datum) : NULL;
+}
+
+#endif
