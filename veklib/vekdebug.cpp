@@ -5,7 +5,6 @@
 #include "veklib/vekhash.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
-#include "veklib/vekname_internal.h"
 #include "veklib/vekstrdict.h"
 #include "veklib/vekstrfuncs.h"
 
@@ -650,8 +649,8 @@ int vek_debug_initialize(const char *config_file, const char *search_path)
     }
     release_everything(); // a configuration may have been set and loaded ahead of the start
     global.autoflush = true;
-    global.domains =
-        vek_hash_new_full(name_hash_func, name_equal_func, nullptr, _vek_debug_domain_destroy);
+    global.domains = vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func,
+                                       nullptr, _vek_debug_domain_destroy);
     int status = global.domains != nullptr ? status_done : status_no_memory;
     if (status == status_done) {
         status = vek_debug_set_config(config_file, search_path);
