@@ -5,7 +5,9 @@
 
 #include "support/support.h"
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 
 using namespace vektest;
 
@@ -48,6 +50,68 @@ void release_text(void *text)
     released += std::string(static_cast<char *>(text)) + (stored != nullptr ? stored : "-") + " ";
     vek_free(text);
 }
+
+/** A table whose integer keys `hash_func` hashes, with these numbers as keys. */
+VekHash *table_of(VekHashFunc hash_func, intptr_t count)
+{
+    VekHash *const hash = vek_hash_new_full(hash_func, vek_hash_int_equal_func, nullptr, nullptr);
+    for (intptr_t i = 0; i < count; ++i) { vek_hash_insert(hash, word(i), word(i)); }
+    return hash;
+}
+
+/** Makes a rehash that keeps the order within chains of one that reverses it, as a walk may not
+ *  depend on either. */
+void reverse_chains(const VekHash *hash)
+{
+    for (uint32_t i = 0; i < hash->table_size; ++i) {
+        VekHashEntry *reversed = nullptr;
+        while (VekHashEntry *const entry = hash->table[i]) {
+            hash->table[i] = std::exchange(entry->next, reversed);
+            reversed = entry;
+        }
+        hash->table[i] = reversed;
+    }
+}
+
+/** Walks over a table and removes the entries for which `removes` says so. Expects each entry once,
+ *  and the others to stay.
+ *  @return  how often the table was halved */
+unsigned walk_and_remove(VekHash *hash, const std::function<bool()> &removes)
+{
+    std::vector<intptr_t> expected = keys_in_order(hash);
+    std::vector<intptr_t> seen;
+    std::vector<intptr_t> kept;
+    unsigned halvings = 0;
+    VekHashEntry *entry;
+    VEK_HASH_FOREACH(entry, hash)
+    {
+        const auto key = reinterpret_cast<intptr_t>(entry->key);
+        const uint32_t size = hash->table_size;
+        seen.push_back(key);
+        if (!removes()) {
+            kept.push_back(key);
+            continue;
+        }
+        EXPECT_EQ(vek_hash_remove(hash, entry->key), 1);
+        if (hash->table_size != size && ++halvings % 3 == 0) { reverse_chains(hash); }
+    }
+    EXPECT_EQ(entry, nullptr);
+    std::vector<intptr_t> left = keys_in_order(hash);
+    for (auto *const keys : {&expected, &seen, &kept, &left}) { std::ranges::sort(*keys); }
+    EXPECT_EQ(seen, expected);
+    EXPECT_EQ(left, kept);
+    return halvings;
+}
+
+/* Hashes that share chains, some of them only in a table that was halved. */
+const VekHashFunc hashes[] = {
+    vek_hash_int_hash_func,
+    vek_hash_pointer_hash_func,
+    poor_hash,
+    [](const void *key) { return vek_hash_int_hash_func(key) % 2 * 8; },
+    [](const void *key) { return vek_hash_int_hash_func(key) % 5 << 5; },
+    [](const void *key) { return vek_hash_int_hash_func(key) << 3; },
+};
 
 } // namespace
 
@@ -109,6 +173,7 @@ TEST(Hash, OwnsWhatItDestroys)
     EXPECT_EQ(hash->entry_count, 2u);
     searched_key = "a";
     EXPECT_STREQ(static_cast<char *>(vek_hash_lookup(hash, searched_key)), "3");
+    EXPECT_STREQ(static_cast<char *>(vek_hash_find(hash, searched_key)->value), "3");
     searched_key = nullptr;
     EXPECT_EQ(vek_hash_remove(hash, "c"), 0);
     EXPECT_EQ(vek_hash_remove(hash, "a"), 1);
@@ -124,11 +189,22 @@ TEST(Hash, OwnsWhatItDestroys)
     EXPECT_EQ(released, "e4 64 d4 54 a- 4- b- 2- ");
 
     // Either function may be the library's own.
-    VekHash *const mixed = vek_hash_new_full(poor_hash, vek_hash_int_equal_func, nullptr, nullptr);
     hashed = 0;
-    vek_hash_insert(mixed, word(1), word(1));
-    EXPECT_EQ(hashed, 1u);
-    vek_hash_destroy(mixed);
+    for (const VekEqualFunc equal : {vek_hash_int_equal_func, vek_hash_string_equal_func}) {
+        VekHash *const mixed = vek_hash_new_full(poor_hash, equal, nullptr, nullptr);
+        vek_hash_insert(mixed, word(0), word(1));
+        vek_hash_destroy(mixed);
+    }
+    EXPECT_EQ(hashed, 2u);
+    char key[] = "x";
+    for (const auto hash_func : {vek_hash_int_hash_func, vek_hash_string_hash_func}) {
+        VekHash *const mixed = vek_hash_new_full(hash_func, equal_text, nullptr, nullptr);
+        vek_hash_insert(mixed, key, key);
+        searched_key = key;
+        EXPECT_EQ(vek_hash_lookup(mixed, key), key);
+        searched_key = nullptr;
+        vek_hash_destroy(mixed);
+    }
 }
 
 TEST(Hash, IntegersHashToThemselves)
@@ -140,6 +216,165 @@ TEST(Hash, IntegersHashToThemselves)
     }
     constexpr int half = sizeof(intptr_t) * 4; // what lies beyond 32 bits is folded in
     EXPECT_EQ(vek_hash_int_hash_func(word(intptr_t{1} << half)), half == 32 ? 1u : 1u << half);
+}
+
+TEST(Hash, PointerHashMixesAllBits)
+{
+    constexpr unsigned bits = sizeof(intptr_t) * 8;
+    for (unsigned shift = 0; shift < bits - 10; ++shift) { // 1,000 keys, alike but for ten bits
+        VekHash *const hash = vek_hash_new_full(vek_hash_pointer_hash_func, vek_hash_int_equal_func,
+                                                nullptr, nullptr);
+        for (uintptr_t i = 0; i < 1000; ++i) { vek_hash_insert(hash, word(i << shift), nullptr); }
+        EXPECT_EQ(vek_hash_get_count(hash), 1000u);
+        EXPECT_LE(hash->table_size, 512u) << shift;
+        EXPECT_GE(hash->table_size, 128u) << shift;
+        vek_hash_destroy(hash);
+    }
+}
+
+TEST(Hash, StringsHashToTheirReferenceValues)
+{
+    const std::pair<const char *, uint32_t> rows[] = {
+        {nullptr, 0},
+        {"", 1382415303},
+        {"hello world", 1868332526},
+        {"abcdefghijkl", 1397356752},
+        {"abcdefghijklmnopqrstuvwxyz", 813469812},
+        {"abcdef", 1016827662},
+        {"abcdefgh\xff", 1580619107},
+        {"\xc3\xa4\xff", 681082550},
+    };
+    for (const auto &[text, hash] : rows) {
+        EXPECT_EQ(vek_hash_string_hash_func(text), hash) << (text != nullptr ? text : "null");
+        const std::string copy = text != nullptr ? text : "";
+        EXPECT_EQ(vek_hash_string_equal_func(text, copy.c_str()), text != nullptr);
+        EXPECT_EQ(vek_hash_string_equal_func(copy.c_str(), text), text != nullptr);
+        EXPECT_EQ(vek_hash_string_equal_func(text, "hello"), 0);
+    }
+    EXPECT_EQ(vek_hash_string_equal_func(nullptr, nullptr), 1);
+}
+
+TEST(Hash, StringKeysAreEqualByTheirText)
+{
+    Allocator allocator;
+    VekHash *const hash =
+        vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func, vek_free, nullptr);
+    vek_hash_insert(hash, nullptr, word(-1)); // a key of its own
+    for (intptr_t i = 0; i < 200; ++i) {      // each twice, through several rehashes
+        vek_hash_insert(hash, vek_strdup_printf("%d", static_cast<int>(i % 100)), word(i));
+    }
+    EXPECT_EQ(vek_hash_get_count(hash), 101u);
+    EXPECT_EQ(vek_hash_lookup(hash, nullptr), word(-1));
+    EXPECT_EQ(vek_hash_lookup(hash, ""), nullptr);
+    for (intptr_t i = 0; i < 100; ++i) {
+        const std::string key = std::to_string(i);
+        EXPECT_EQ(vek_hash_lookup(hash, key.c_str()), word(i + 100));
+        EXPECT_EQ(vek_hash_remove(hash, key.c_str()), 1);
+        EXPECT_EQ(vek_hash_lookup(hash, key.c_str()), nullptr);
+    }
+    EXPECT_EQ(vek_hash_remove(hash, ""), 0);
+    EXPECT_EQ(vek_hash_remove(hash, nullptr), 1);
+    vek_hash_destroy(hash);
+}
+
+TEST(Hash, FindTellsAbsentFromNull)
+{
+    for (const VekHashFunc hash_func : hashes) {
+        VekHash *const hash = table_of(hash_func, 20); // key 0 has the value null
+        EXPECT_EQ(vek_hash_find(hash, word(20)), nullptr);
+        for (intptr_t i = 0; i < 20; ++i) {
+            VekHashEntry *const entry = vek_hash_find(hash, word(i));
+            ASSERT_NE(entry, nullptr);
+            EXPECT_EQ(entry->key, word(i));
+            entry->value = word(i + 1);
+            EXPECT_EQ(vek_hash_lookup(hash, word(i)), word(i + 1));
+        }
+        vek_hash_destroy(hash);
+    }
+}
+
+TEST(Hash, WalksComeToEachEntryOnce)
+{
+    Allocator allocator;
+    std::mt19937 random(1);
+    unsigned most_halvings = 0;
+    for (const VekHashFunc hash_func : hashes) {
+        for (unsigned subset = 0; subset < 1024; ++subset) { // of ten entries, each that may go
+            VekHash *const hash = table_of(hash_func, 10);
+            unsigned rest = subset;
+            walk_and_remove(hash, [&] { return std::exchange(rest, rest / 2) % 2 != 0; });
+            vek_hash_destroy(hash);
+        }
+        captured(2, [&] { // some rehashes are refused, with a warning
+            for (unsigned percent = 0; percent <= 100; percent += 2) {
+                Allocator::fail_nth(0);
+                VekHash *const hash = table_of(hash_func, random() % 600);
+                for (const unsigned part : {20u, percent, 100u}) {
+                    Allocator::fail_nth(random() % 8);
+                    const unsigned halvings =
+                        walk_and_remove(hash, [&] { return random() % 100 < part; });
+                    most_halvings = std::max(most_halvings, halvings);
+                }
+                vek_hash_destroy(hash);
+            }
+        });
+    }
+    EXPECT_GE(most_halvings, 5u);
+}
+
+TEST(Hash, WalksAreLoops)
+{
+    VekHash *const tens = table_of(vek_hash_int_hash_func, 10);
+    VekHash *const threes = table_of(vek_hash_int_hash_func, 3);
+    VekHash none = {};
+    VekHashEntry *outer;
+    VekHashEntry *inner;
+    VEK_HASH_FOREACH(outer, &none) { ADD_FAILURE(); }
+    std::string pairs;
+    VEK_HASH_FOREACH(outer, tens)
+    {
+        if (outer->key == word(1)) { continue; }
+        if (outer->key == word(3)) { break; }
+        VEK_HASH_FOREACH(inner, threes)
+        {
+            pairs += std::to_string(VEK_POINTER_TO_INT(outer->value)) +
+                     std::to_string(VEK_POINTER_TO_INT(inner->value)) + " ";
+        }
+        EXPECT_EQ(inner, nullptr);
+    }
+    EXPECT_EQ(outer, vek_hash_find(tens, word(3)));
+    EXPECT_EQ(pairs, "00 01 02 80 81 82 90 91 92 20 21 22 "); // 0 and 8, 1 and 9 share a slot
+    vek_hash_destroy(tens);
+    vek_hash_destroy(threes);
+}
+
+TEST(Hash, RemovesMany)
+{
+    Allocator allocator;
+    VekHash *const hash = vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func,
+                                            vek_free, vek_free);
+    const auto fill = [hash] {
+        for (int i = 0; i < 100; ++i) {
+            vek_hash_insert(hash, vek_strdup_printf("%d", i), vek_strdup_printf("%d", i % 3));
+        }
+    };
+    const auto has_value = [](void *, void *value, void *searched) {
+        return vek_hash_string_equal_func(value, searched);
+    };
+    char one[] = "1";
+    fill();
+    EXPECT_EQ(vek_hash_foreach_remove(hash, has_value, one), 33u);
+    EXPECT_EQ(vek_hash_foreach_remove(hash, has_value, one), 0u);
+    EXPECT_EQ(vek_hash_get_count(hash), 67u);
+    EXPECT_STREQ(static_cast<char *>(vek_hash_lookup(hash, "2")), "2");
+    for (int i = 0; i < 2; ++i) { // the second time, empty already
+        vek_hash_clear(hash);
+        EXPECT_EQ(vek_hash_get_count(hash), 0u);
+        EXPECT_EQ(hash->table_size, 8u);
+    }
+    fill();
+    EXPECT_EQ(vek_hash_get_count(hash), 100u);
+    vek_hash_destroy(hash);
 }
 
 TEST(Hash, DumpPrintsTheChains)
@@ -165,6 +400,29 @@ TEST(Hash, ChecksNameTheFault)
     EXPECT_REFUSE(&none, "func != NULL", vek_hash_foreach);
     EXPECT_REFUSE(nullptr, "hash_func != NULL", vek_hash_new_full);
     EXPECT_REFUSE(poor_hash, "equal_func != NULL", vek_hash_new_full);
+
+    // Those of the header are compiled into this program.
+    const std::string text = captured(2, [&] {
+        VekHashEntry *entry;
+        VEK_HASH_FOREACH(entry, nullptr) { ADD_FAILURE(); }
+        call_for_nothing(nullptr, vek_hash_find);
+        call_for_nothing(nullptr, vek_hash_get_count);
+        call_for_nothing(nullptr, vek_hash_foreach_remove);
+        call_for_nothing(nullptr, vek_hash_clear);
+        call_for_nothing(&none, vek_hash_find);
+        call_for_nothing(&none, vek_hash_foreach_remove);
+    });
+    std::string expected;
+    for (const auto &[function, condition] : {Check{"VEK_HASH_FOREACH", "hash != NULL"},
+                                              {"vek_hash_find", "hash != NULL"},
+                                              {"vek_hash_get_count", "hash != NULL"},
+                                              {"vek_hash_foreach_remove", "hash != NULL"},
+                                              {"vek_hash_clear", "hash != NULL"},
+                                              {"vek_hash_find", "hash->table_size > 0"},
+                                              {"vek_hash_foreach_remove", "func != NULL"}}) {
+        expected += "HEADER: " + function + ": assertion \"" + condition + "\" failed\n\n";
+    }
+    EXPECT_EQ(masked(text, "veklib/vekhash_inline.h:[0-9]+", "HEADER"), expected);
 }
 
 TEST(Hash, KeepsItsEntriesAndItsSizeWithoutMemory)

@@ -9,7 +9,6 @@
 #include "veklib/vekdiag_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
-#include "veklib/vekname_internal.h"
 #include "veklib/vekstrfuncs.h"
 
 #include <bit>
@@ -152,7 +151,8 @@ int vek_debug_initialize(const char *config_file, const char *search_path)
     }
     release_everything(); // a configuration may have been set and loaded ahead of the start
     vek_debug.autoflush = true;
-    vek_debug.domains = vek_hash_new_full(name_hash_func, name_equal_func, nullptr, destroy_domain);
+    vek_debug.domains = vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func,
+                                          nullptr, destroy_domain);
     int status = vek_debug.domains != nullptr ? status_done : status_no_memory;
     if (status == status_done) {
         status = vek_debug_set_config(config_file, search_path);

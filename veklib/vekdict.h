@@ -188,8 +188,8 @@ VEK_API void vek_dict_print(const VekDict *vekdict);
  */
 VEK_API int _vek_dict_get_ref_count(const VekDict *dict);
 
-#include <veklib/vekdict_inline.h>
-
 VEK_END_DECLS
+
+#include <veklib/vekdict_inline.h>
 
 #endif

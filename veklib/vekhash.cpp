@@ -1,4 +1,12 @@
 /* SPDX-License-Identifier: MIT */
+/* What always holds:
+ * - The number of slots is a power of two, at least 8. An entry is in the chain of the slot that the
+ *   lowest bits of its key's hash choose. Hashes are not stored; a rehash computes them again.
+ * - No two entries of a chain have equal keys. New entries join their chain at its end.
+ * - entry_count is the number of entries in all chains.
+ * - A rehash moves the entries and allocates only the slots. Without memory the table keeps the old
+ *   ones: any table works with any number of slots, only slower.
+ * - Chains and counts are up to date before a destroy function runs, which may look keys up. */
 #include "veklib/vekhash.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -13,8 +21,10 @@ namespace {
 constexpr uint32_t smallest_size = 8;
 constexpr uint32_t entries_per_slot = 8;
 
+/* ---- Hash and search ---- */
+
 /** A 32-bit integer, negative or not, hashes to itself: the upper half of a wide pointer counts
- * only where it is more than the sign of the lower one. */
+ *  only where it is more than the sign of the lower one. */
 uint32_t hash_int(const void *key)
 {
     const auto integer = reinterpret_cast<uintptr_t>(key);
@@ -26,19 +36,32 @@ uint32_t hash_int(const void *key)
     }
 }
 
-/** For a rehash, which compares no keys. */
+/** The hash alone, for a rehash. */
 uint32_t hash_of(const VekHash *hash, const void *key)
 {
-    return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
+    if (hash->hash_func == vek_hash_int_hash_func) {
+        return hash_int(key);
+    }
+    if (hash->hash_func == vek_hash_string_hash_func) {
+        return vek_hash_string_hash_func(key);
+    }
+    return hash->hash_func(key);
 }
 
-/** Whether hash and equality are the library's own, which need no call. */
+/* Whether hash and equality are the library's own, which need no indirect call. */
+
 bool has_integer_keys(const VekHash *hash)
 {
     return hash->hash_func == vek_hash_int_hash_func && hash->equal_func == vek_hash_int_equal_func;
 }
 
-/* The searches are always inline: a look-up then counts no positions. */
+bool has_string_keys(const VekHash *hash)
+{
+    return hash->hash_func == vek_hash_string_hash_func &&
+           hash->equal_func == vek_hash_string_equal_func;
+}
+
+/* Force-inlined, so look-ups, which ignore `position`, do not count it. */
 
 [[gnu::always_inline]] inline VekHashPlace find_integer(const VekHash *hash, const void *key)
 {
@@ -48,12 +71,15 @@ bool has_integer_keys(const VekHash *hash)
 
 [[gnu::always_inline]] inline VekHashPlace find_with_functions(const VekHash *hash, const void *key)
 {
-    return vek_hash_walk_chain(vek_hash_slot(hash, hash->hash_func(key)), key, hash->equal_func);
+    const auto equal = [hash](const void *a, const void *b) { return hash->equal_func(a, b); };
+    return vek_hash_walk_chain(vek_hash_slot(hash, hash->hash_func(key)), key, equal);
 }
 
 [[gnu::always_inline]] inline VekHashPlace find_slot(const VekHash *hash, const void *key)
 {
-    return has_integer_keys(hash) ? find_integer(hash, key) : find_with_functions(hash, key);
+    return has_integer_keys(hash)  ? find_integer(hash, key)
+           : has_string_keys(hash) ? vek_hash_find_string(hash, key)
+                                   : find_with_functions(hash, key);
 }
 
 void *value_of(const VekHashEntry *entry)
@@ -61,17 +87,28 @@ void *value_of(const VekHashEntry *entry)
     return entry != nullptr ? entry->value : nullptr;
 }
 
-/* Out of line: its calls need registers saved, which a look-up with integer keys is spared. */
-[[gnu::noinline]] void *look_up_with_functions(const VekHash *hash, const void *key)
+/** Out of line: its calls need saved registers, which a look-up with integer keys does without. */
+[[gnu::noinline]] void *look_up_with_calls(const VekHash *hash, const void *key)
 {
-    return value_of(find_with_functions(hash, key).entry);
+    return value_of(has_string_keys(hash) ? vek_hash_find_string(hash, key).entry
+                                          : find_with_functions(hash, key).entry);
 }
+
+/* ---- Slots ---- */
 
 VekHashEntry **new_slots(uint32_t size)
 {
     return static_cast<VekHashEntry **>(vek_calloc(size, sizeof(VekHashEntry *)));
 }
 
+/** Moves the entries to another number of slots. Without memory it warns and nothing moves; the
+ *  insertion or removal has succeeded all the same, but where warnings are fatal the process ends.
+ *
+ *  Each chain is moved from its head to the heads of new ones. VEK_HASH_FOREACH(), whose code is in
+ *  the applications, relies on what follows from that: entries of one slot that meet in a smaller
+ *  table are in their old order or in its reverse. It also relies on slots chosen by the lowest bits
+ *  of the hash, on rehashes at changes of the number of entries only, and on chains that otherwise
+ *  change by the removed entry alone. */
 void rehash(VekHash *hash, uint32_t new_size)
 {
     VekHashEntry **const slots = new_slots(new_size);
@@ -96,7 +133,7 @@ void rehash(VekHash *hash, uint32_t new_size)
     vek_free(old_slots);
 }
 
-/** Doubles a table that is crowded: as a whole, or in the chain that a new entry joined behind
+/** Doubles a table that is crowded: as a whole, or in the chain that a new entry joined after
  *  `position` others. */
 void grow_if_crowded(VekHash *hash, uint32_t position)
 {
@@ -112,6 +149,8 @@ void shrink_if_sparse(VekHash *hash)
         rehash(hash, hash->table_size / 2);
     }
 }
+
+/* ---- Entries ---- */
 
 void destroy_content(const VekHash *hash, const VekHashEntry *entry)
 {
@@ -132,6 +171,8 @@ void vek_hash_link(VekHash *hash, VekHashPlace place, VekHashEntry *entry)
     ++hash->entry_count;
     grow_if_crowded(hash, place.position);
 }
+
+/* ---- Create and release ---- */
 
 VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_func,
                            VekDestroyFunc key_destroy_func, VekDestroyFunc value_destroy_func)
@@ -167,7 +208,7 @@ void vek_hash_destroy(VekHash *hash)
 
     for (uint32_t i = 0; i < hash->table_size; ++i) {
         while (VekHashEntry *const entry = hash->table[i]) {
-            hash->table[i] = entry->next; // what destroys the content may look up the rest
+            hash->table[i] = entry->next; // the destroy functions may look up the rest
             destroy_content(hash, entry);
             vek_free(entry);
         }
@@ -175,6 +216,8 @@ void vek_hash_destroy(VekHash *hash)
     vek_free(hash->table);
     vek_free(hash);
 }
+
+/* ---- Change ---- */
 
 VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
 {
@@ -184,7 +227,7 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
     const VekHashPlace place = find_slot(hash, key);
     VekHashEntry *const present = place.entry;
     if (present != nullptr) {
-        // The old content goes last: what destroys it may look this key up.
+        // Released last: the destroy functions may look this key up.
         const VekHashEntry old = *present;
         present->key = key;
         present->value = value;
@@ -192,11 +235,10 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
         return 1;
     }
 
-    void *const block = vek_malloc_with_return(sizeof(VekHashEntry), VEK_CALLER);
-    if (block == nullptr) {
+    auto *const entry = vek_new_for<VekHashEntry>(VEK_CALLER);
+    if (entry == nullptr) {
         return 0;
     }
-    auto *const entry = static_cast<VekHashEntry *>(block);
     entry->key = key;
     entry->value = value;
     vek_hash_link(hash, place, entry);
@@ -221,13 +263,15 @@ int vek_hash_remove(VekHash *hash, const void *key)
     return 1;
 }
 
+/* ---- Read and walk ---- */
+
 void *vek_hash_lookup(const VekHash *hash, const void *key)
 {
     VEK_RETURN_VAL_IF_FAIL(hash != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, nullptr);
 
     return has_integer_keys(hash) ? value_of(find_integer(hash, key).entry)
-                                  : look_up_with_functions(hash, key);
+                                  : look_up_with_calls(hash, key);
 }
 
 void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user_data)
@@ -244,6 +288,8 @@ void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user_data)
     }
 }
 
+/* ---- Integer keys ---- */
+
 uint32_t vek_hash_int_hash_func(const void *key)
 {
     return hash_int(key);
@@ -253,6 +299,8 @@ int vek_hash_int_equal_func(const void *a, const void *b)
 {
     return a == b;
 }
+
+/* ---- Diagnostics ---- */
 
 void _vek_hash_dump(const VekHash *hash)
 {

@@ -6,31 +6,32 @@
  *
  *      VekHash *names = vek_hash_new_full(vek_hash_int_hash_func, vek_hash_int_equal_func,
  *                                         NULL, vek_free);
- *      vek_hash_insert(names, (void *)(intptr_t)7, vek_strdup("seven"));
- *      const char *text = vek_hash_lookup(names, (void *)(intptr_t)7);
+ *      vek_hash_insert(names, VEK_INT_TO_POINTER(7), vek_strdup("seven"));
+ *      const char *text = vek_hash_lookup(names, VEK_INT_TO_POINTER(7));
  *      vek_hash_destroy(names);
  *
- *  The lowest bits of a key's hash choose its slot. A table doubles when an insertion leaves more
- *  than 8 entries a slot, or puts the new one behind others that are at least a third as many as
- *  the slots; it halves when a removal leaves fewer entries than slots, but keeps 8. Hashes that
- *  agree in their lowest bits set these rules against each other. Integer keys such as addresses of
- *  pages, `id << 12` or network addresses in their byte order share few slots: insertions double
- *  the table, removals halve it again. With 10,000 multiples of 4096 a removal and an insertion
- *  take some 110 us, with 10,000 consecutive numbers 0.08 us. For such keys pass a hash function of
- *  your own that mixes all bits:
+ *  Tables with the library's own functions for integers or for strings are searched without calls
+ *  through pointers.
  *
- *      static uint32_t hash(const void *key)
- *      {
- *          return (uint32_t)(((uint64_t)(uintptr_t)key * 0x9e3779b97f4a7c15u) >> 32);
- *      }
+ *  Results of type int are 1 for success and 0 for failure (the start of debug output, vekdebug.h,
+ *  returns a status instead, with 0 for success).
+ *
+ *  The lowest bits of a key's hash choose its slot. A table doubles when an insertion leaves more
+ *  than 8 entries a slot, or when the new entry joins a chain of at least a third as many others as
+ *  there are slots; it halves when a removal leaves fewer entries than slots, but keeps 8. Hashes
+ *  that agree in their lowest bits set these rules against each other. Integer keys such as
+ *  addresses of pages, `id << 12` or network addresses in their byte order share few slots:
+ *  insertions double the table, removals halve it again. With 10,000 multiples of 4096 a removal
+ *  and an insertion take some 110 us, with 10,000 consecutive numbers 0.08 us. For such keys pass
+ *  vek_hash_pointer_hash_func() of vekhash_inline.h, which mixes all bits.
  *
  *  No hash here is secret: whoever chooses the keys can make them share a slot. Bound the number of
  *  keys that come from outside.
  *
  *  Threads: a table is used by one thread at a time, look-ups included. The callback of a walk, and
  *  a destroy function, must not insert into or remove from the table. A destroy function may look
- *  up: a key that is being replaced has its new value, one that is being removed, or released with
- *  its table, none.
+ *  up: a key that is being replaced has its new value; one that is being removed, or released with
+ *  its table, has none.
  */
 #ifndef VEKLIB_VEKHASH_H
 #define VEKLIB_VEKHASH_H
@@ -63,11 +64,18 @@ typedef struct VekHash {
     uint32_t entry_count;              /**< number of entries */
     VekHashFunc hash_func;             /**< never null; called again for each entry at a rehash */
     VekEqualFunc equal_func;           /**< never null; receives the stored key first */
-    VekDestroyFunc key_destroy_func;   /**< releases a key that the table lets go; may be null */
-    VekDestroyFunc value_destroy_func; /**< releases a value that the table lets go; may be null */
+    VekDestroyFunc key_destroy_func;   /**< releases a key that leaves the table; may be null */
+    VekDestroyFunc value_destroy_func; /**< releases a value that leaves the table; may be null */
 } VekHash;
 
 /* ---- Create and release ---- */
+
+/** Releases a table and its entries, and their keys and values with the destroy functions.
+ *  @param hash  the table, taken; must not be null, unlike the argument of vek_free(),
+ *               vek_str_unref() and vek_dict_destroy()
+ *  Fails: null `hash` -> nothing done, with a warning
+ */
+VEK_API void vek_hash_destroy(VekHash *hash);
 
 /** Makes an empty table of 8 slots.
  *  @param hash_func           hashes a key; the lowest bits choose the slot, so they should vary
@@ -77,35 +85,29 @@ typedef struct VekHash {
  *  @return  the table; release with vek_hash_destroy()
  *  Fails:   no memory -> null; null `hash_func` or null `equal_func` -> null, with a warning
  */
-VEK_API VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_func,
-                                   VekDestroyFunc key_destroy_func,
-                                   VekDestroyFunc value_destroy_func);
+VEK_API VEK_MUST_USE VEK_RELEASED_WITH(vek_hash_destroy)
+VekHash *vek_hash_new_full(VekHashFunc hash_func, VekEqualFunc equal_func,
+                           VekDestroyFunc key_destroy_func, VekDestroyFunc value_destroy_func);
 
 /** Makes an empty table for integer keys carried in the pointers, which owns neither its keys nor
  *  its values.
  *  @return  the table; release with vek_hash_destroy()
  *  Fails:   no memory -> null
  */
-VEK_API VekHash *vek_hash_new(void);
-
-/** Releases a table, its entries, and what the destroy functions release.
- *  @param hash  the table, taken; not null, unlike what vek_free(), vek_str_unref() and
- *               vek_dict_destroy() take
- *  Fails: null `hash` -> nothing done, with a warning
- */
-VEK_API void vek_hash_destroy(VekHash *hash);
+VEK_API VEK_MUST_USE VEK_RELEASED_WITH(vek_hash_destroy)
+VekHash *vek_hash_new(void);
 
 /* ---- Change ---- */
 
-/** Stores a value under a key. For a key that is present the new key and value take the place of
- *  the stored ones, which the destroy functions then get: never pass the stored key or value object
- *  itself to a table that destroys it.
+/** Stores a value under a key. For a key that is present the new key and value replace the stored
+ *  ones, which the destroy functions then release: never pass the stored key or value object itself
+ *  to a table that destroys it.
  *  @param hash   the table
  *  @param key    the key; may be null if the functions accept it (the integer 0). Taken on success
  *                if the table destroys keys, else borrowed for as long as it is stored
  *  @param value  the value; may be null. Taken on success if the table destroys values, else
  *                borrowed for as long as it is stored
- *  @return  1, also when the table should double and there was no memory for the slots: it works on
+ *  @return  1, also when the table should double and there is no memory for the slots: it goes on
  *           with longer chains, and warns, now and at every further insertion that would double it.
  *           Where warnings are fatal the process then ends although the entry is stored
  *  Fails:   no memory for the entry, or null `hash` or a table without slots (with a warning) -> 0;
@@ -115,9 +117,9 @@ VEK_API int vek_hash_insert(VekHash *hash, void *key, void *value);
 
 /** Removes an entry and releases its key and value with the destroy functions.
  *  @param hash  the table
- *  @param key   the key to search; borrowed
- *  @return  1 when an entry was removed, 0 when there is none. No memory for the slots of a table
- *           that should halve gives a warning, and 1
+ *  @param key   the key to search; borrowed; may be the stored key itself
+ *  @return  1 when an entry was removed, 0 when there is none. Without memory for the slots of a
+ *           table that should halve it warns, and returns 1
  *  Fails:   null `hash` or a table without slots -> 0, with a warning
  */
 VEK_API int vek_hash_remove(VekHash *hash, const void *key);
@@ -142,21 +144,34 @@ VEK_API void vek_hash_foreach(VekHash *hash, VekHashForeachFunc func, void *user
 
 /* ---- Integer keys ---- */
 
-/** Hashes an integer carried in a pointer: every signed 32-bit integer to itself; what a wide
- *  pointer holds beyond that is folded into the lower half. */
+/** Hashes an integer carried in a pointer: every signed 32-bit integer to itself. The upper half of
+ *  a wide pointer is folded into the lower one. */
 VEK_API uint32_t vek_hash_int_hash_func(const void *key);
 
 /** Returns 1 when two integers carried in pointers are equal, else 0. */
 VEK_API int vek_hash_int_equal_func(const void *a, const void *b);
 
+/* ---- String keys ---- */
+
+/** Hashes a NUL-terminated string: Jenkins' lookup2 over its bytes, the same number on every
+ *  platform. The highest bit of the result is clear, but for one number in 2^32. A null key has the
+ *  hash 0. */
+VEK_API uint32_t vek_hash_string_hash_func(const void *key);
+
+/** Returns 1 when two NUL-terminated strings are equal, else 0. A null key is equal to null
+ *  only. */
+VEK_API int vek_hash_string_equal_func(const void *a, const void *b);
+
 /* ---- Diagnostics ---- */
 
-/** Prints the chains to standard output, a line a slot: "Bucket; ", the slot's number, a tab, and
- *  for each entry its address and a tab. Nothing is flushed.
+/** Prints the chains to standard output, one line per slot: "Bucket; ", the slot's number, a tab,
+ *  and for each entry its address and a tab. Nothing is flushed.
  *  Fails: null `hash` -> nothing printed, with a warning
  */
 VEK_API void _vek_hash_dump(const VekHash *hash);
 
 VEK_END_DECLS
+
+#include <veklib/vekhash_inline.h>
 
 #endif

@@ -75,8 +75,8 @@ VEK_API double vek_int_dict_get_double(const VekDict *dict, int32_t key);
 /** Returns 1 when the key is stored, else 0. */
 VEK_API int vek_int_dict_key_exists(const VekDict *dict, int32_t key);
 
-#include <veklib/vekintdict_inline.h>
-
 VEK_END_DECLS
+
+#include <veklib/vekintdict_inline.h>
 
 #endif

@@ -5,64 +5,10 @@
 #include "veklib/vekhash_internal.h"
 #include "veklib/vekmemory.h"
 #include "veklib/vekmemory_internal.h"
-#include "veklib/vekname_internal.h"
 #include "veklib/vekstr_internal.h"
 #include "veklib/vekstrfuncs.h"
-#include "veklib/vekstrfuncs_internal.h"
-
-#include <bit>
-#include <cstring>
 
 namespace {
-
-/** The three words of the hash in the making. */
-struct Mixer {
-    uint32_t a = 0x9e3779b9;
-    uint32_t b = 0x9e3779b9;
-    uint32_t c = 0x9e3779b9;
-
-    void mix()
-    {
-        a = (a - b - c) ^ (c >> 13);
-        b = (b - c - a) ^ (a << 8);
-        c = (c - a - b) ^ (b >> 13);
-        a = (a - b - c) ^ (c >> 12);
-        b = (b - c - a) ^ (a << 16);
-        c = (c - a - b) ^ (b >> 5);
-        a = (a - b - c) ^ (c >> 3);
-        b = (b - c - a) ^ (a << 10);
-        c = (c - a - b) ^ (b >> 15);
-    }
-};
-
-/** Up to three bytes as a little-endian number. */
-uint32_t last_bytes(const unsigned char *bytes, size_t count)
-{
-    uint32_t number = 0;
-    while (count-- > 0) {
-        number = number << 8 | bytes[count];
-    }
-    return number;
-}
-
-/** Four bytes as a little-endian number, on every platform. */
-uint32_t four_bytes(const unsigned char *bytes)
-{
-    uint32_t number;
-    memcpy(&number, bytes, sizeof number);
-    if constexpr (std::endian::native == std::endian::big) {
-        number = __builtin_bswap32(number);
-    }
-    return number;
-}
-
-/** Where the name of a text is, or would go. Always inline, so that the place stays in registers: an
- * eighth fewer instructions for a name that is there. */
-[[gnu::always_inline]] inline VekHashPlace find_name(const VekNameTable *table, const char *string)
-{
-    return vek_hash_walk_chain(vek_hash_slot(table->hash, name_hash_func(string)), string,
-                               name_equal_func);
-}
 
 void name_free_func(void *element)
 {
@@ -76,7 +22,7 @@ void name_free_func(void *element)
 /** A name with a copy of the text, or null. */
 VekName *new_name(const char *string, int32_t id)
 {
-    auto *const name = static_cast<VekName *>(vek_malloc(sizeof(VekName)));
+    auto *const name = vek_new<VekName>();
     if (name == nullptr) {
         return nullptr;
     }
@@ -91,49 +37,17 @@ VekName *new_name(const char *string, int32_t id)
 
 } // namespace
 
-uint32_t name_hash_func(const void *key)
-{
-    const auto *bytes = static_cast<const unsigned char *>(key);
-    const size_t length = strlen(static_cast<const char *>(key));
-    size_t rest = length;
-    Mixer words;
-    for (; rest >= 12; rest -= 12, bytes += 12) {
-        words.a += four_bytes(bytes);
-        words.b += four_bytes(bytes + 4);
-        words.c += four_bytes(bytes + 8);
-        words.mix();
-    }
-    // The lowest byte of c is the length's.
-    words.c += static_cast<uint32_t>(length);
-    if (rest >= 8) {
-        words.a += four_bytes(bytes);
-        words.b += four_bytes(bytes + 4);
-        words.c += last_bytes(bytes + 8, rest - 8) << 8;
-    } else if (rest >= 4) {
-        words.a += four_bytes(bytes);
-        words.b += last_bytes(bytes + 4, rest - 4);
-    } else {
-        words.a += last_bytes(bytes, rest);
-    }
-    words.mix();
-    const bool negative = (words.c >> 31) != 0;
-    return negative ? 0 - words.c : words.c;
-}
-
-int name_equal_func(const void *a, const void *b)
-{
-    return vek_is_same_text(static_cast<const char *>(a), static_cast<const char *>(b));
-}
+/* ---- Create and release ---- */
 
 VEK_ENTRY VekNameTable *vek_name_table_create(VekNameTable **name_table)
 {
-    void *const block = vek_malloc_with_return(sizeof(VekNameTable), VEK_CALLER);
-    if (block == nullptr) {
+    auto *table = vek_new_for<VekNameTable>(VEK_CALLER);
+    if (table == nullptr) {
         return nullptr;
     }
-    auto *table = static_cast<VekNameTable *>(block);
     // The keys are the names' own strings.
-    table->hash = vek_hash_new_full(name_hash_func, name_equal_func, nullptr, name_free_func);
+    table->hash = vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func, nullptr,
+                                    name_free_func);
     if (table->hash == nullptr) {
         vek_free(table);
         table = nullptr;
@@ -155,12 +69,14 @@ void vek_name_table_destroy(VekNameTable **name_table)
     }
 }
 
+/* ---- Intern and look up ---- */
+
 VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int32_t id)
 {
     VEK_RETURN_VAL_IF_FAIL(name_table != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(string != NULL, nullptr);
 
-    const VekHashPlace place = find_name(name_table, string);
+    const VekHashPlace place = vek_hash_find_string(name_table->hash, string);
     if (place.entry != nullptr) {
         return static_cast<VekName *>(place.entry->value);
     }
@@ -168,12 +84,11 @@ VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int3
     if (name == nullptr) {
         return nullptr;
     }
-    void *const block = vek_malloc(sizeof(VekHashEntry));
-    if (block == nullptr) {
+    auto *const entry = vek_new<VekHashEntry>();
+    if (entry == nullptr) {
         name_free_func(name);
         return nullptr;
     }
-    auto *const entry = static_cast<VekHashEntry *>(block);
     entry->key = name->string;
     entry->value = name;
     vek_hash_link(name_table->hash, place, entry);
@@ -193,9 +108,11 @@ VekName *vek_name_try_string(const VekNameTable *name_table, const char *string)
     VEK_RETURN_VAL_IF_FAIL(name_table != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(string != NULL, nullptr);
 
-    const VekHashEntry *const entry = find_name(name_table, string).entry;
+    const VekHashEntry *const entry = vek_hash_find_string(name_table->hash, string).entry;
     return entry != nullptr ? static_cast<VekName *>(entry->value) : nullptr;
 }
+
+/* ---- Read ---- */
 
 const char *vek_name_to_string(const VekName *name)
 {

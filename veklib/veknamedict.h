@@ -86,8 +86,8 @@ VEK_API double vek_name_dict_get_double(const VekDict *dict, VekName *key);
 /** Returns 1 when the key is stored, else 0. */
 VEK_API int vek_name_dict_key_exists(const VekDict *dict, VekName *key);
 
-#include <veklib/veknamedict_inline.h>
-
 VEK_END_DECLS
+
+#include <veklib/veknamedict_inline.h>
 
 #endif

@@ -74,8 +74,8 @@ VEK_API int32_t vek_str_dict_get_int(const VekDict *dict, const char *key);
 /** Returns a number datum. */
 VEK_API double vek_str_dict_get_double(const VekDict *dict, const char *key);
 
-#include <veklib/vekstrdict_inline.h>
-
 VEK_END_DECLS
+
+#include <veklib/vekstrdict_inline.h>
 
 #endif

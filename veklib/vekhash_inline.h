@@ -1,0 +1,246 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekhash_inline.h
+ *  What vekhash.h offers on top of its functions: a hash function for keys of any pattern, entries
+ *  instead of values, a walk without a callback, and removal of many entries. Included by
+ *  vekhash.h. All of it is compiled into the application and uses public functions and fields
+ *  alone.
+ *
+ *      VekHashEntry *entry;
+ *      VEK_HASH_FOREACH (entry, ports) {
+ *          if (is_closed(entry->value)) {
+ *              vek_hash_remove(ports, entry->key);
+ *          }
+ *      }
+ */
+#ifndef VEKLIB_VEKHASH_INLINE_H
+#define VEKLIB_VEKHASH_INLINE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <veklib/vekdiag.h>
+#include <veklib/vekhash.h>
+
+VEK_BEGIN_DECLS
+
+/* ---- Keys ---- */
+
+/** Hashes a pointer, or an integer carried in one, so that all its bits count for the slot: for
+ *  keys that agree in their low bits, such as addresses of pages or `id << 12`. Pass it together
+ *  with vek_hash_int_equal_func(). */
+static inline uint32_t vek_hash_pointer_hash_func(const void *key)
+{
+    uint64_t bits = (uintptr_t)key;
+    bits ^= bits >> 32; /* a product's bit 32 knows none of the bits above it */
+    return (uint32_t)((bits * 0x9e3779b97f4a7c15u) >> 32);
+}
+
+/* ---- Read ---- */
+
+/** Finds the entry of a key; unlike vek_hash_lookup() it distinguishes an absent key from one whose
+ *  value is null.
+ *  @param hash  the table
+ *  @param key   the key to search; borrowed
+ *  @return  the entry, borrowed, valid until the key is removed or the table released; null when
+ *           the key is absent. Its value may be changed, which calls no destroy function; its key
+ *           must not
+ *  Fails:   null `hash` or a table without slots -> null, with a warning
+ */
+static inline VekHashEntry *vek_hash_find(const VekHash *hash, const void *key)
+{
+    VekHashEntry *entry;
+    VEK_RETURN_VAL_IF_FAIL(hash != NULL, NULL);
+    VEK_RETURN_VAL_IF_FAIL(hash->table_size > 0, NULL);
+
+    entry = hash->table[hash->hash_func(key) & (hash->table_size - 1)];
+    while (entry != NULL && !hash->equal_func(entry->key, key)) {
+        entry = entry->next;
+    }
+    return entry;
+}
+
+/** Returns the number of entries.
+ *  Fails: null `hash` -> 0, with a warning
+ */
+static inline uint32_t vek_hash_get_count(const VekHash *hash)
+{
+    VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
+
+    return hash->entry_count;
+}
+
+/* ---- Walk ---- */
+
+/** Walks over all entries, slot by slot; `break` and `continue` work as in any loop. The body may
+ *  remove the entry that it has, with vek_hash_remove(hash, entry->key), and each entry still comes
+ *  exactly once, although removals may halve the table. It must not remove any other entry, nor
+ *  insert a new key: entries may then be left out or come twice. It may change values.
+ *  @param entry  a variable of type VekHashEntry *; null after a walk that no `break` ended
+ *  @param hash   the table, evaluated once
+ *  Walks may be nested, with a variable each.
+ *  Fails: null `hash` -> the body is not entered, with a warning
+ */
+#define VEK_HASH_FOREACH(entry, hash)                                                              \
+    for (VekHashWalk entry##_walk = vek_hash_walk_begin(hash);                                     \
+         ((entry) = vek_hash_walk_step(&entry##_walk)) != NULL;)
+
+/* The rest of this group serves VEK_HASH_FOREACH() alone.
+ *
+ * The walk goes by the slots that the table had at its start. When the table is halved, chains are
+ * joined, and the entries of one such slot are found among others, in their old order or in its
+ * reverse. The entries that the body has not had yet are a run of them, known by its two ends. No
+ * removal takes such an entry away, so the run is still the entries between the same two ends.
+ * While the table keeps its size, the far end is the end of the chain and is not looked for. */
+
+typedef struct VekHashWalk {
+    const VekHash *hash;
+    VekHashEntry *current; /* what the body has; null ahead of the first entry */
+    VekHashEntry *kept;    /* what it had of this slot most recently and did not remove, or null */
+    VekHashEntry *next;    /* the near end of the entries of this slot to come; null: none */
+    VekHashEntry *last;    /* the far end; null: the last entry of this slot in its chain */
+    uint32_t slot;         /* the slot, of those at the start */
+    uint32_t start_size;   /* number of slots at the start */
+    uint32_t table_size;   /* number of slots, and of entries, when the body was entered */
+    uint32_t entry_count;
+} VekHashWalk;
+
+static inline VekHashWalk vek_hash_walk_begin(const VekHash *hash)
+{
+    VekHashWalk walk = {hash, NULL, NULL, NULL, NULL, 0, 0, 0, 0};
+    if (hash == NULL) {
+        vek_warn_failed_assertion(__FILE__, __LINE__, "VEK_HASH_FOREACH", "hash != NULL");
+    } else if (hash->table_size > 0) {
+        walk.next = hash->table[0];
+        walk.start_size = walk.table_size = hash->table_size;
+        walk.entry_count = hash->entry_count;
+    }
+    return walk;
+}
+
+/* Returns the first entry of the walk's slot from `entry` on in its chain, or null. */
+static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashEntry *entry)
+{
+    const VekHash *hash = walk->hash;
+    if (hash->table_size != walk->start_size) {
+        while (entry != NULL &&
+               (hash->hash_func(entry->key) & (walk->start_size - 1)) != walk->slot) {
+            entry = entry->next;
+        }
+    }
+    return entry;
+}
+
+/* Returns the head of the chain that the walk's slot is in now. */
+static inline VekHashEntry *vek_hash_walk_chain_head(const VekHashWalk *walk)
+{
+    return walk->hash->table[walk->slot & (walk->hash->table_size - 1)];
+}
+
+/* Returns the walk with both ends of the entries to come, after the table was halved. Takes and
+ * returns it by value, so that the walk of a loop can stay in registers. */
+static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
+{
+    VekHashEntry *const first = vek_hash_walk_skip(&walk, vek_hash_walk_chain_head(&walk));
+    const VekHashEntry *const mark = walk.last != NULL ? walk.last : walk.kept;
+    VekHashEntry *met = NULL; /* the near end or the mark, whichever comes first now */
+    VekHashEntry *end = NULL;
+    VekHashEntry *entry;
+
+    walk.table_size = walk.hash->table_size;
+    if (walk.next == NULL) {
+        return walk;
+    }
+    for (entry = first; entry != NULL; entry = vek_hash_walk_skip(&walk, entry->next)) {
+        if (met == NULL && (entry == walk.next || entry == mark)) {
+            met = entry;
+        }
+        end = entry;
+    }
+    if (walk.last == NULL && walk.kept == NULL) { /* all that is left of the slot is to come */
+        walk.next = first;
+        walk.last = end;
+    } else if (walk.last == NULL && met == walk.kept) { /* the old order */
+        walk.last = end;
+    } else if (walk.last == NULL) { /* reversed */
+        walk.last = walk.next;
+        walk.next = first;
+    } else if (met == walk.last) {
+        walk.last = walk.next;
+        walk.next = met;
+    }
+    return walk;
+}
+
+/* Goes on to the next entry and returns it; null after the last one. */
+static inline VekHashEntry *vek_hash_walk_step(VekHashWalk *walk)
+{
+    const VekHash *const hash = walk->hash;
+    if (walk->current != NULL && hash->entry_count == walk->entry_count) {
+        walk->kept = walk->current;
+    } else if (walk->current != NULL) {
+        walk->entry_count = hash->entry_count;
+        if (hash->table_size != walk->table_size) {
+            *walk = vek_hash_walk_find_again(*walk);
+        }
+    }
+    while (walk->next == NULL) {
+        if (walk->slot + 1 >= walk->start_size) {
+            return NULL;
+        }
+        ++walk->slot;
+        walk->kept = walk->last = NULL;
+        walk->next = vek_hash_walk_skip(walk, vek_hash_walk_chain_head(walk));
+    }
+    walk->current = walk->next;
+    walk->next = walk->current != walk->last ? vek_hash_walk_skip(walk, walk->current->next) : NULL;
+    return walk->current;
+}
+
+/* ---- Remove many ---- */
+
+/** Removes the entries for which a function returns nonzero, and releases their keys and values
+ *  with the destroy functions.
+ *  @param hash       the table
+ *  @param func       the function; must neither insert nor remove
+ *  @param user_data  handed to it; may be null; borrowed
+ *  @return  the number of entries that were removed. As vek_hash_remove(), it halves the table
+ *           as it empties and is charged to the library
+ *  Fails:   null `hash` or null `func` -> 0, with a warning
+ */
+static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc func,
+                                               void *user_data)
+{
+    uint32_t removed = 0;
+    VekHashEntry *entry;
+    VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(func != NULL, 0);
+
+    VEK_HASH_FOREACH(entry, hash)
+    {
+        if (func(entry->key, entry->value, user_data)) {
+            vek_hash_remove(hash, entry->key);
+            ++removed;
+        }
+    }
+    return removed;
+}
+
+/** Removes all entries, and releases their keys and values with the destroy functions. The table
+ *  has 8 slots again (more when there was no memory for fewer) and can be used on. Blocks are
+ *  released by the library, which is charged with that.
+ *  Fails: null `hash` -> nothing done, with a warning
+ */
+static inline void vek_hash_clear(VekHash *hash)
+{
+    VekHashEntry *entry;
+    VEK_RETURN_IF_FAIL(hash != NULL);
+
+    VEK_HASH_FOREACH(entry, hash)
+    {
+        vek_hash_remove(hash, entry->key);
+    }
+}
+
+VEK_END_DECLS
+
+#endif
