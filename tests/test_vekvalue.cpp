@@ -51,43 +51,60 @@ std::string address(const char *type, const void *payload)
 }
 
 VekName name = {7, const_cast<char *>("eth0")};
-VekStr shared = {1, ""}; ///< all references but this one are given back
+VekStr shared = {1, ""}; ///< all references but this one are dropped
 
-/** Makes a record a value of each type in turn, with a payload as far as there is memory. */
-void make(VekValue *value, int type)
+const char digits[] = "0x1A";
+VekSList words = {&name, nullptr};
+VekSList texts = {&shared, nullptr};
+
+template <auto set, auto argument>
+void make(VekValue *value)
 {
-    VekSList words = {&name, nullptr};
-    VekSList strings = {&shared, nullptr};
-    Value number(vek_value_set_int, 3);
-    VekSList second = {number, nullptr};
-    VekSList values = {number, &second};
-    switch (type) {
-    case VEK_VALUE_INT: vek_value_set_int(value, -5); break;
-    case VEK_VALUE_DOUBLE: vek_value_set_double(value, 0.5); break;
-    case VEK_VALUE_VEKSTR: vek_value_set_vekstr(value, &shared); break;
-    case VEK_VALUE_STRING: vek_value_set_string(value, "0x1A"); break;
-    case VEK_VALUE_POINTER: vek_value_set_pointer(value, &name); break;
-    case VEK_VALUE_NAME: vek_value_set_name(value, &name); break;
-    case VEK_VALUE_SLIST_OF_INT: vek_value_set_slist_of_int(value, &words); break;
-    case VEK_VALUE_SLIST_OF_STRING: vek_value_set_slist_of_str(value, &strings); break;
-    case VEK_VALUE_SLIST_OF_POINTER: vek_value_set_slist_of_ptr(value, &words); break;
-    case VEK_VALUE_SLIST_OF_VALUE: vek_value_set_slist_of_value(value, &values); break;
-    default: vek_value_take_dict(value, _vek_dict_create(1, VEK_VALUE_INT));
-    }
+    set(value, argument);
 }
 
-using Take = void (*)(VekValue *, VekSList *);
-const Take takes[] = {vek_value_take_slist_of_int, vek_value_take_slist_of_str,
-                      vek_value_take_slist_of_ptr, vek_value_take_slist_of_value};
+void make_slist_of_value(VekValue *value)
+{
+    Value three(vek_value_set_int, 3);
+    VekSList last = {three, nullptr};
+    VekSList list = {three, &last};
+    vek_value_set_slist_of_value(value, &list);
+}
+
+void make_dict(VekValue *value) { vek_value_take_dict(value, _vek_dict_create(1, VEK_VALUE_INT)); }
+
+/** Every type, with what makes a record a value of it, with a payload as far as there is memory. */
+const struct Type {
+    VekValueType type;
+    const char *text;
+    void (*make)(VekValue *value);
+    void (*take)(VekValue *value, VekSList *list) = nullptr; ///< of lists
+} types[] = {
+    {VEK_VALUE_INT, "VEK_VALUE_INT", make<vek_value_set_int, -5>},
+    {VEK_VALUE_DOUBLE, "VEK_VALUE_DOUBLE", make<vek_value_set_double, INT32_MAX>},
+    {VEK_VALUE_VEKSTR, "VEK_VALUE_VEKSTR", make<vek_value_set_vekstr, &shared>},
+    {VEK_VALUE_STRING, "VEK_VALUE_STRING", make<vek_value_set_string, digits>},
+    {VEK_VALUE_POINTER, "VEK_VALUE_POINTER", make<vek_value_set_pointer, &name>},
+    {VEK_VALUE_NAME, "VEK_VALUE_NAME", make<vek_value_set_name, &name>},
+    {VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT", make<vek_value_set_slist_of_int, &words>,
+     vek_value_take_slist_of_int},
+    {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING",
+     make<vek_value_set_slist_of_str, &texts>, vek_value_take_slist_of_str},
+    {VEK_VALUE_SLIST_OF_POINTER, "VEK_VALUE_SLIST_OF_POINTER",
+     make<vek_value_set_slist_of_ptr, &words>, vek_value_take_slist_of_ptr},
+    {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE", make_slist_of_value,
+     vek_value_take_slist_of_value},
+    {VEK_VALUE_DICT, "VEK_VALUE_DICT", make_dict},
+};
 
 } // namespace
 
 TEST(Value, EveryTypeCopiesComparesAndReleases)
 {
     fail_each_allocation([](Allocator &allocator) {
-        for (int type = VEK_VALUE_INT; type < VEK_VALUE_MAX; ++type) {
+        for (const auto &[type, text, make, take] : types) {
             VekValue value;
-            make(&value, type);
+            make(&value);
             EXPECT_EQ(vek_value_get_type(&value), type);
             const bool made = !allocator.just_failed();
             EXPECT_TRUE(type <= VEK_VALUE_DOUBLE || made == (value.payload.pointer != nullptr));
@@ -101,11 +118,12 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
             expect_warnings({}, [&] { dup = vek_value_dup(&value); });
             EXPECT_EQ(dup == nullptr, allocator.just_failed());
             EXPECT_TRUE(dup == nullptr || vek_value_equal(dup, &value));
-            if (VEK_VALUE_IS_SLIST(&value)) {
+            EXPECT_EQ(VEK_VALUE_IS_SLIST(&value), take != nullptr);
+            if (take != nullptr) {
                 VekSList *const list = vek_value_dup_slist(&value);
                 EXPECT_EQ(list == nullptr, allocator.just_failed() || !made);
                 VekValue taken;
-                takes[type - VEK_VALUE_SLIST_OF_INT](&taken, list);
+                take(&taken, list);
                 EXPECT_EQ(vek_value_get_slist(&taken), list);
                 EXPECT_EQ(vek_value_equal(&taken, &value), list != nullptr || !made);
                 vek_value_release(&taken); // the elements as well
@@ -185,7 +203,7 @@ TEST(Value, ConvertsToNumbers)
         {nullptr, 0, 0},
     };
     for (const auto &row : rows) {
-        const auto told = [&](Fault fault, const char *number) {
+        const auto reported = [&](Fault fault, const char *number) {
             if (fault == none) { return std::string(); }
             const std::string what = std::string(" string \"") + row.text + "\" to " + number;
             return fault == nothing ? "Can't convert" + what + "\n"
@@ -196,10 +214,10 @@ TEST(Value, ConvertsToNumbers)
         for (VekValue *const value : std::initializer_list<VekValue *>{string, vekstr}) {
             errno = EDOM; // a stale error is not the conversion's
             EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_int(value), row.integer); }),
-                      told(row.integer_fault, "an integer"));
+                      reported(row.integer_fault, "an integer"));
             errno = EDOM;
             EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_double(value), row.real); }),
-                      told(row.real_fault, "a double"));
+                      reported(row.real_fault, "a double"));
         }
     }
     for (const auto &[real, integer] : {std::pair<double, int32_t>{2.9, 2},
@@ -226,12 +244,10 @@ TEST(Value, ConvertsToText)
     EXPECT_EQ(text_of(Value(vek_value_set_name, &name)), "eth0");
     Value pointer(vek_value_set_pointer, &name);
     EXPECT_EQ(text_of(pointer), address("VEK_VALUE_POINTER", &name));
-    for (const auto &[type, text] : {std::pair{VEK_VALUE_SLIST_OF_INT, "VEK_VALUE_SLIST_OF_INT"},
-                                     {VEK_VALUE_SLIST_OF_STRING, "VEK_VALUE_SLIST_OF_STRING"},
-                                     {VEK_VALUE_SLIST_OF_POINTER, "VEK_VALUE_SLIST_OF_POINTER"},
-                                     {VEK_VALUE_SLIST_OF_VALUE, "VEK_VALUE_SLIST_OF_VALUE"},
-                                     {VEK_VALUE_DICT, "VEK_VALUE_DICT"}}) {
-        EXPECT_EQ(text_of(Value(vek_value_init, type)), address(text, nullptr));
+    for (const Type &row : types) {
+        if (row.type > VEK_VALUE_NAME) {
+            EXPECT_EQ(text_of(Value(vek_value_init, row.type)), address(row.text, nullptr));
+        }
     }
     Value text(vek_value_take_vekstr, vek_str_create("17"));
     EXPECT_EQ(text_of(text), "17");
@@ -280,6 +296,24 @@ TEST(Value, OwnershipFollowsTheVerb)
     EXPECT_EQ(vek_value_get_pointer(&value), &allocator);
     EXPECT_EQ(vek_value_steal_pointer(&value), &allocator);
     EXPECT_EQ(vek_value_get_pointer(&value), nullptr);
+}
+
+TEST(Value, TakesAListByTheNumberOfItsType)
+{
+    for (const Type &row : types) {
+        const bool is_list = row.take != nullptr;
+        VekValue value;
+        VekValue taken = {};
+        row.make(&value);
+        VekSList *const list = is_list ? vek_value_dup_slist(&value) : nullptr;
+        const std::string warning =
+            captured(2, [&] { vek_value_take_slist(&taken, row.type, list); });
+        EXPECT_EQ(warning.empty(), is_list);
+        EXPECT_EQ(taken.vt, is_list ? value.vt : nullptr);
+        EXPECT_TRUE(!is_list || vek_value_equal(&taken, &value));
+        vek_value_release(&taken);
+        vek_value_release(&value);
+    }
 }
 
 TEST(Value, ListsAreCopiedWholeOrNotAtAll)

@@ -297,4 +297,6 @@ VEK_API VEK_MUST_USE VekStr *vek_value_get_as_vekstr(const VekValue *value);
 
 VEK_END_DECLS
 
+#include <veklib/vekvalue_inline.h>
+
 #endif
