@@ -301,13 +301,13 @@ TEST(Value, OwnershipFollowsTheVerb)
 TEST(Value, TakesAListByTheNumberOfItsType)
 {
     for (const Type &row : types) {
-        const int is_list = row.take != nullptr;
+        const bool is_list = row.take != nullptr;
         VekValue value;
         VekValue taken = {};
         row.make(&value);
         VekSList *const list = is_list ? vek_value_dup_slist(&value) : nullptr;
         const std::string warning =
-            captured(2, [&] { EXPECT_EQ(vek_value_take_slist(&taken, row.type, list), is_list); });
+            captured(2, [&] { vek_value_take_slist(&taken, row.type, list); });
         EXPECT_EQ(warning.empty(), is_list);
         EXPECT_EQ(taken.vt, is_list ? value.vt : nullptr);
         EXPECT_TRUE(!is_list || vek_value_equal(&taken, &value));

@@ -155,8 +155,8 @@ VekDictItem *next_slot(const VekDictPlace &search)
 void release_items(VekDictSegment *segment)
 {
     for (int32_t i = 0; i < segment->count; ++i) {
-        vek_value_let_go(&segment->items[i].key);
-        vek_value_let_go(&segment->items[i].data);
+        vek_value_clear(&segment->items[i].key);
+        vek_value_clear(&segment->items[i].data);
     }
 }
 
@@ -360,7 +360,7 @@ int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data)
     }
     if (search.item != nullptr) {
         replace_datum(search.item->data, *data);
-        vek_value_let_go(key);
+        vek_value_clear(key);
         return 1;
     }
     VekDictItem *const slot = next_slot(search);

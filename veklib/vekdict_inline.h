@@ -8,6 +8,8 @@
 
 #include <veklib/vekdict.h>
 
+VEK_BEGIN_DECLS
+
 /* ---- A datum, or a fallback: meant for vek_str_dict_get_int_or() and its siblings ----
  *
  * @param datum  the record that a search returned; null for an absent key
@@ -51,5 +53,7 @@ static inline const char *_vek_dict_string_or(const VekValue *datum, const char 
     const VekStr *const text = vek_value_get_vekstr(datum);
     return _vek_dict_datum_is(datum, VEK_VALUE_VEKSTR) ? vek_str_to_c_str(text) : fallback;
 }
+
+VEK_END_DECLS
 
 #endif

@@ -13,6 +13,8 @@
 
 #include <veklib/veknamedict.h>
 
+VEK_BEGIN_DECLS
+
 /* ---- get or: the datum of a key, or a fallback ----
  *
  * @param fallback  returned for an absent key; may be null if it is a text
@@ -84,5 +86,7 @@ static inline VekSList *vek_name_dict_get_slist(const VekDict *dict, VekName *ke
     const VekValue *const datum = vek_name_dict_get_value(dict, key);
     return datum != NULL ? vek_value_get_slist(datum) : NULL;
 }
+
+VEK_END_DECLS
 
 #endif

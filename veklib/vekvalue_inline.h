@@ -15,19 +15,17 @@ VEK_BEGIN_DECLS
  *  the type as a number: vek_value_take_slist_of_int() and its kin in one.
  *  @param vekvalue  the record; what it held is not released
  *  @param type      VEK_VALUE_SLIST_OF_INT, _STRING, _POINTER or _VALUE
- *  @param slist     the list, taken on success, its elements as far as the type owns them; may be
+ *  @param value     the list, taken on success, its elements as far as the type owns them; may be
  *                   null
- *  @return  1 on success
- *  Fails:   null record, or a type that is not one of lists -> 0, nothing taken, with a warning
+ *  Fails: null record, or another type -> nothing written or taken, with a warning
  */
-static inline int vek_value_take_slist(VekValue *vekvalue, VekValueType type, VekSList *slist)
+static inline void vek_value_take_slist(VekValue *vekvalue, VekValueType type, VekSList *value)
 {
-    VEK_RETURN_VAL_IF_FAIL(vekvalue != NULL, 0);
-    VEK_RETURN_VAL_IF_FAIL(type >= VEK_VALUE_SLIST_OF_INT && type <= VEK_VALUE_SLIST_OF_VALUE, 0);
+    VEK_RETURN_IF_FAIL(vekvalue != NULL);
+    VEK_RETURN_IF_FAIL(type >= VEK_VALUE_SLIST_OF_INT && type <= VEK_VALUE_SLIST_OF_VALUE);
 
     vek_value_init(vekvalue, type);
-    vekvalue->payload.slist = slist;
-    return 1;
+    vekvalue->payload.slist = value;
 }
 
 VEK_END_DECLS

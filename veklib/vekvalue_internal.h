@@ -65,10 +65,4 @@ inline void vek_value_clear(VekValue *record)
     }
 }
 
-/** The former name of vek_value_clear(). */
-inline void vek_value_let_go(VekValue *record)
-{
-    vek_value_clear(record);
-}
-
 #endif
