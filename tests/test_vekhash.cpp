@@ -83,8 +83,7 @@ unsigned walk_and_remove(VekHash *hash, const std::function<bool()> &removes)
     std::vector<intptr_t> kept;
     unsigned halvings = 0;
     VekHashEntry *entry;
-    VEK_HASH_FOREACH(entry, hash)
-    {
+    VEK_HASH_FOREACH(entry, hash) {
         const auto key = reinterpret_cast<intptr_t>(entry->key);
         const uint32_t size = hash->table_size;
         seen.push_back(key);
@@ -331,12 +330,10 @@ TEST(Hash, WalksAreLoops)
     VekHashEntry *inner;
     VEK_HASH_FOREACH(outer, &none) { ADD_FAILURE(); }
     std::string pairs;
-    VEK_HASH_FOREACH(outer, tens)
-    {
+    VEK_HASH_FOREACH(outer, tens) {
         if (outer->key == word(1)) { continue; }
         if (outer->key == word(3)) { break; }
-        VEK_HASH_FOREACH(inner, threes)
-        {
+        VEK_HASH_FOREACH(inner, threes) {
             pairs += std::to_string(VEK_POINTER_TO_INT(outer->value)) +
                      std::to_string(VEK_POINTER_TO_INT(inner->value)) + " ";
         }
@@ -401,28 +398,14 @@ TEST(Hash, ChecksNameTheFault)
     EXPECT_REFUSE(nullptr, "hash_func != NULL", vek_hash_new_full);
     EXPECT_REFUSE(poor_hash, "equal_func != NULL", vek_hash_new_full);
 
-    // Those of the header are compiled into this program.
-    const std::string text = captured(2, [&] {
+    EXPECT_REFUSE(nullptr, "hash != NULL", vek_hash_find, vek_hash_get_count, vek_hash_clear,
+                  vek_hash_foreach_remove);
+    EXPECT_REFUSE(&none, "hash->table_size > 0", vek_hash_find);
+    EXPECT_REFUSE(&none, "func != NULL", vek_hash_foreach_remove);
+    expect_warnings({{"VEK_HASH_FOREACH", "hash != NULL"}}, [] {
         VekHashEntry *entry;
         VEK_HASH_FOREACH(entry, nullptr) { ADD_FAILURE(); }
-        call_for_nothing(nullptr, vek_hash_find);
-        call_for_nothing(nullptr, vek_hash_get_count);
-        call_for_nothing(nullptr, vek_hash_foreach_remove);
-        call_for_nothing(nullptr, vek_hash_clear);
-        call_for_nothing(&none, vek_hash_find);
-        call_for_nothing(&none, vek_hash_foreach_remove);
     });
-    std::string expected;
-    for (const auto &[function, condition] : {Check{"VEK_HASH_FOREACH", "hash != NULL"},
-                                              {"vek_hash_find", "hash != NULL"},
-                                              {"vek_hash_get_count", "hash != NULL"},
-                                              {"vek_hash_foreach_remove", "hash != NULL"},
-                                              {"vek_hash_clear", "hash != NULL"},
-                                              {"vek_hash_find", "hash->table_size > 0"},
-                                              {"vek_hash_foreach_remove", "func != NULL"}}) {
-        expected += "HEADER: " + function + ": assertion \"" + condition + "\" failed\n\n";
-    }
-    EXPECT_EQ(masked(text, "veklib/vekhash_inline.h:[0-9]+", "HEADER"), expected);
 }
 
 TEST(Hash, KeepsItsEntriesAndItsSizeWithoutMemory)

@@ -215,8 +215,7 @@ static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc
     VEK_RETURN_VAL_IF_FAIL(hash != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(func != NULL, 0);
 
-    VEK_HASH_FOREACH(entry, hash)
-    {
+    VEK_HASH_FOREACH(entry, hash) {
         if (func(entry->key, entry->value, user_data)) {
             vek_hash_remove(hash, entry->key);
             ++removed;
@@ -235,8 +234,7 @@ static inline void vek_hash_clear(VekHash *hash)
     VekHashEntry *entry;
     VEK_RETURN_IF_FAIL(hash != NULL);
 
-    VEK_HASH_FOREACH(entry, hash)
-    {
+    VEK_HASH_FOREACH(entry, hash) {
         vek_hash_remove(hash, entry->key);
     }
 }
