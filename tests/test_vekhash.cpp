@@ -223,7 +223,7 @@ TEST(Hash, PointerHashMixesAllBits)
     for (unsigned shift = 0; shift < bits - 10; ++shift) { // 1,000 keys, alike but for ten bits
         VekHash *const hash = vek_hash_new_full(vek_hash_pointer_hash_func, vek_hash_int_equal_func,
                                                 nullptr, nullptr);
-        for (uintptr_t i = 0; i < 1000; ++i) { vek_hash_insert(hash, word(i << shift), nullptr); }
+        for (intptr_t i = 0; i < 1000; ++i) { vek_hash_insert(hash, word(i << shift), nullptr); }
         EXPECT_EQ(vek_hash_get_count(hash), 1000u);
         EXPECT_LE(hash->table_size, 512u) << shift;
         EXPECT_GE(hash->table_size, 128u) << shift;

@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /* What always holds:
- * - The number of slots is a power of two, at least 8. An entry is in the chain of the slot that the
- *   lowest bits of its key's hash choose. Hashes are not stored; a rehash computes them again.
- * - No two entries of a chain have equal keys. New entries join their chain at its end.
+ * - The number of slots is a power of two, at least 8. An entry is in the chain of the slot that
+ *   the lowest bits of its key's hash choose. Hashes are not stored; a rehash computes them again.
+ * - The keys of a table differ, by its equality function. A new entry joins the end of its chain.
  * - entry_count is the number of entries in all chains.
- * - A rehash moves the entries and allocates only the slots. Without memory the table keeps the old
- *   ones: any table works with any number of slots, only slower.
+ * - A rehash moves the entries and allocates only the slots. Without memory for them the table
+ *   keeps the old ones: every number of slots is right, fewer are slower.
  * - Chains and counts are up to date before a destroy function runs, which may look keys up. */
 #include "veklib/vekhash.h"
 
@@ -101,14 +101,15 @@ VekHashEntry **new_slots(uint32_t size)
     return static_cast<VekHashEntry **>(vek_calloc(size, sizeof(VekHashEntry *)));
 }
 
-/** Moves the entries to another number of slots. Without memory it warns and nothing moves; the
- *  insertion or removal has succeeded all the same, but where warnings are fatal the process ends.
+/** Moves the entries to another number of slots. Without memory for them it warns and nothing
+ *  moves: the table is slower, and the insertion or removal has succeeded. Where warnings are
+ *  fatal, this one ends the process all the same.
  *
- *  Each chain is moved from its head to the heads of new ones. VEK_HASH_FOREACH(), whose code is in
- *  the applications, relies on what follows from that: entries of one slot that meet in a smaller
- *  table are in their old order or in its reverse. It also relies on slots chosen by the lowest bits
- *  of the hash, on rehashes at changes of the number of entries only, and on chains that otherwise
- *  change by the removed entry alone. */
+ *  Each chain is moved from its head, to the heads of new ones. VEK_HASH_FOREACH(), which is
+ *  compiled into applications, relies on this: the entries of one slot, when they meet others in a
+ *  smaller table, are in their old order or in its reverse. It also relies on the choice of slots
+ *  by the lowest bits of the hash, on rehashes that come with a change of entry_count only, and on
+ *  removals that, without a rehash, leave the other entries where they are. */
 void rehash(VekHash *hash, uint32_t new_size)
 {
     VekHashEntry **const slots = new_slots(new_size);

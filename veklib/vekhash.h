@@ -13,8 +13,8 @@
  *  Tables with the library's own functions for integers or for strings are searched without calls
  *  through pointers.
  *
- *  Results of type int are 1 for success and 0 for failure (the start of debug output, vekdebug.h,
- *  returns a status instead, with 0 for success).
+ *  Functions that can fail return 1 for success and 0 for failure; those of vekdebug.h return a
+ *  status instead, where 0 is success.
  *
  *  The lowest bits of a key's hash choose its slot. A table doubles when an insertion leaves more
  *  than 8 entries a slot, or when the new entry joins a chain of at least a third as many others as
@@ -29,9 +29,9 @@
  *  keys that come from outside.
  *
  *  Threads: a table is used by one thread at a time, look-ups included. The callback of a walk, and
- *  a destroy function, must not insert into or remove from the table. A destroy function may look
- *  up: a key that is being replaced has its new value; one that is being removed, or released with
- *  its table, has none.
+ *  a destroy function, must not insert into or remove from the table; the loop VEK_HASH_FOREACH()
+ *  may remove the entry that it is at. A destroy function may look up: a key that is being replaced
+ *  has its new value; one that is being removed, or released with its table, has none.
  */
 #ifndef VEKLIB_VEKHASH_H
 #define VEKLIB_VEKHASH_H

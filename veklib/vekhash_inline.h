@@ -1,13 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekhash_inline.h
- *  What vekhash.h offers on top of its functions: a hash function for keys of any pattern, entries
- *  instead of values, a walk without a callback, and removal of many entries. Included by
- *  vekhash.h. All of it is compiled into the application and uses public functions and fields
- *  alone.
+ *  Conveniences for hash tables: a hash function for keys of any pattern, look-ups that return the
+ *  entry, a walk without a callback, and removal of many entries. vekhash.h includes this header.
+ *  All of it is compiled into the application and uses only public functions and fields.
  *
  *      VekHashEntry *entry;
  *      VEK_HASH_FOREACH (entry, ports) {
- *          if (is_closed(entry->value)) {
+ *          if (entry->value == NULL) {
  *              vek_hash_remove(ports, entry->key);
  *          }
  *      }
@@ -25,13 +24,13 @@ VEK_BEGIN_DECLS
 
 /* ---- Keys ---- */
 
-/** Hashes a pointer, or an integer carried in one, so that all its bits count for the slot: for
- *  keys that agree in their low bits, such as addresses of pages or `id << 12`. Pass it together
- *  with vek_hash_int_equal_func(). */
+/** Hashes a pointer, or an integer carried in one, so that every bit counts in the choice of the
+ *  slot. For keys that agree in their low bits, such as addresses of pages or `id << 12`. Pass it
+ *  together with vek_hash_int_equal_func(). */
 static inline uint32_t vek_hash_pointer_hash_func(const void *key)
 {
     uint64_t bits = (uintptr_t)key;
-    bits ^= bits >> 32; /* a product's bit 32 knows none of the bits above it */
+    bits ^= bits >> 32; /* no bit above bit 32 would reach bit 32 of the product */
     return (uint32_t)((bits * 0x9e3779b97f4a7c15u) >> 32);
 }
 
@@ -72,12 +71,12 @@ static inline uint32_t vek_hash_get_count(const VekHash *hash)
 /* ---- Walk ---- */
 
 /** Walks over all entries, slot by slot; `break` and `continue` work as in any loop. The body may
- *  remove the entry that it has, with vek_hash_remove(hash, entry->key), and each entry still comes
- *  exactly once, although removals may halve the table. It must not remove any other entry, nor
- *  insert a new key: entries may then be left out or come twice. It may change values.
+ *  remove the current entry with vek_hash_remove(hash, entry->key): each entry is visited exactly
+ *  once all the same, although removals may halve the table. It must not remove any other entry,
+ *  which the walk may be about to visit. Nor should it insert new keys: entries may then be left
+ *  out or visited twice. Walks may be nested, each with a variable of its own.
  *  @param entry  a variable of type VekHashEntry *; null after a walk that no `break` ended
  *  @param hash   the table, evaluated once
- *  Walks may be nested, with a variable each.
  *  Fails: null `hash` -> the body is not entered, with a warning
  */
 #define VEK_HASH_FOREACH(entry, hash)                                                              \
@@ -86,21 +85,23 @@ static inline uint32_t vek_hash_get_count(const VekHash *hash)
 
 /* The rest of this group serves VEK_HASH_FOREACH() alone.
  *
- * The walk goes by the slots that the table had at its start. When the table is halved, chains are
- * joined, and the entries of one such slot are found among others, in their old order or in its
- * reverse. The entries that the body has not had yet are a run of them, known by its two ends. No
- * removal takes such an entry away, so the run is still the entries between the same two ends.
- * While the table keeps its size, the far end is the end of the chain and is not looked for. */
+ * The walk goes by the slots that the table had at the start. When the table is halved, each chain
+ * joins another, and the entries of one such slot are scattered in the common chain, in their old
+ * order or in its reverse. Those that are still to come follow each other without visited ones of
+ * that slot in between, so their two ends are enough to find them; and the ends stay, for only the
+ * current entry may be removed. As long as the table keeps its size, the far end is the end of the
+ * chain and need not be known. */
 
+/* Where a walk is. "The slot" is one of those at the start. */
 typedef struct VekHashWalk {
     const VekHash *hash;
-    VekHashEntry *current; /* what the body has; null ahead of the first entry */
-    VekHashEntry *kept;    /* what it had of this slot most recently and did not remove, or null */
-    VekHashEntry *next;    /* the near end of the entries of this slot to come; null: none */
-    VekHashEntry *last;    /* the far end; null: the last entry of this slot in its chain */
-    uint32_t slot;         /* the slot, of those at the start */
-    uint32_t start_size;   /* number of slots at the start */
-    uint32_t table_size;   /* number of slots, and of entries, when the body was entered */
+    VekHashEntry *current; /* the entry that the body has; null before the first */
+    VekHashEntry *kept; /* the last entry of the slot that was visited and not removed, or null */
+    VekHashEntry *next; /* near end of the slot's entries to come; null: there are none */
+    VekHashEntry *last; /* far end; null: the slot's last entry in the chain */
+    uint32_t slot;
+    uint32_t start_size; /* slots at the start */
+    uint32_t table_size; /* slots, and entries, when the body was entered */
     uint32_t entry_count;
 } VekHashWalk;
 
@@ -117,7 +118,7 @@ static inline VekHashWalk vek_hash_walk_begin(const VekHash *hash)
     return walk;
 }
 
-/* Returns the first entry of the walk's slot from `entry` on in its chain, or null. */
+/* Returns the slot's first entry in a chain from `entry` on, or null. */
 static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashEntry *entry)
 {
     const VekHash *hash = walk->hash;
@@ -130,14 +131,14 @@ static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashE
     return entry;
 }
 
-/* Returns the head of the chain that the walk's slot is in now. */
+/* Returns the head of the chain that has the slot's entries now. */
 static inline VekHashEntry *vek_hash_walk_chain_head(const VekHashWalk *walk)
 {
     return walk->hash->table[walk->slot & (walk->hash->table_size - 1)];
 }
 
-/* Returns the walk with both ends of the entries to come, after the table was halved. Takes and
- * returns it by value, so that the walk of a loop can stay in registers. */
+/* Finds both ends of the entries to come after the table was halved. Takes and returns the walk by
+ * value, so that a loop can keep it in registers. */
 static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
 {
     VekHashEntry *const first = vek_hash_walk_skip(&walk, vek_hash_walk_chain_head(&walk));
@@ -156,7 +157,7 @@ static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
         }
         end = entry;
     }
-    if (walk.last == NULL && walk.kept == NULL) { /* all that is left of the slot is to come */
+    if (walk.last == NULL && walk.kept == NULL) { /* nothing visited is left in the slot */
         walk.next = first;
         walk.last = end;
     } else if (walk.last == NULL && met == walk.kept) { /* the old order */
@@ -203,8 +204,8 @@ static inline VekHashEntry *vek_hash_walk_step(VekHashWalk *walk)
  *  @param hash       the table
  *  @param func       the function; must neither insert nor remove
  *  @param user_data  handed to it; may be null; borrowed
- *  @return  the number of entries that were removed. As vek_hash_remove(), it halves the table
- *           as it empties and is charged to the library
+ *  @return  the number of entries removed
+ *  The table halves as it empties. The library is charged, as in vek_hash_remove().
  *  Fails:   null `hash` or null `func` -> 0, with a warning
  */
 static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc func,
@@ -224,9 +225,9 @@ static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc
     return removed;
 }
 
-/** Removes all entries, and releases their keys and values with the destroy functions. The table
- *  has 8 slots again (more when there was no memory for fewer) and can be used on. Blocks are
- *  released by the library, which is charged with that.
+/** Removes all entries and releases their keys and values with the destroy functions. The table
+ *  stays usable; it has 8 slots again, or more if there was no memory to halve it. The library is
+ *  charged, as in vek_hash_remove().
  *  Fails: null `hash` -> nothing done, with a warning
  */
 static inline void vek_hash_clear(VekHash *hash)

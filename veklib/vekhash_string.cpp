@@ -1,6 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The hash and the equality of string keys. Products may have stored the numbers: they are the same
- * on every platform, and in every version. */
+/* The hash and the equality of string keys. */
 #include "veklib/vekhash.h"
 
 #include "veklib/vekstrfuncs_internal.h"

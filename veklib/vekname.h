@@ -8,7 +8,7 @@
  *      assert(vek_name_try_string(table, "eth0") == eth0);
  *      vek_name_table_destroy(&table);
  *
- *  The names lie in a table of vekhash.h. When it should double and there is no memory for its
+ *  The names are in a table of vekhash.h. When it should double and there is no memory for its
  *  slots, it warns, now and at every further new name that would double it; where warnings are
  *  fatal the process then ends although the name was interned. The hash of texts is not secret:
  *  whoever chooses them can make them share a slot. 20,000 texts that were chosen so took 0.5 s to
@@ -87,10 +87,10 @@ VEK_API VekName *vek_name_try_string(const VekNameTable *name_table, const char 
 VEK_API const char *vek_name_to_string(const VekName *name);
 
 /** Makes a new string of the text of a name.
- *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
+ *  @return  the string, with one reference for the caller; release with vek_str_unref()
  *  Fails:   no memory -> null; null `name` -> null, with a warning
  */
-VEK_API VekStr *vek_name_to_vek_str(const VekName *name);
+VEK_API VEK_NEW VekStr *vek_name_to_vek_str(const VekName *name);
 
 /** Returns the number of a name.
  *  Fails: null `name` -> 0, with a warning
