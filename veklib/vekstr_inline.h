@@ -24,10 +24,13 @@
 
 VEK_BEGIN_DECLS
 
-/* Where a string's text can be written. */
+/* Where a string's text can be written. Hides from compilers that VekStr declares one character of
+ * it: they would warn, and stop the program, when more are written. */
 static inline char *_vek_str_text(VekStr *vekstr)
 {
-    return (char *)vekstr + offsetof(VekStr, text);
+    char *text = (char *)vekstr + offsetof(VekStr, text);
+    __asm__("" : "+r"(text));
+    return text;
 }
 
 /* The length of a text, at most `n`: strnlen(), which C99 does not have. */

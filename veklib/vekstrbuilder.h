@@ -185,18 +185,19 @@ static inline VEK_PRINTF(2, 0) int vek_str_builder_append_vprintf(VekStrBuilder 
     }
     /* The values may be the text so far: it stays whole, its NUL included, until they are formatted
      * into the room after it. */
-    char *const end = _vek_str_text(builder->str) + builder->length;
-    const size_t room = builder->size - builder->length - 1;
+    char *const text = _vek_str_text(builder->str);
+    const size_t end = builder->length;
+    const size_t room = builder->size - end - 1;
     va_list copy;
     va_copy(copy, args);
-    const int n = vsnprintf(end + 1, room, format, copy);
+    const int n = vsnprintf(text + end + 1, room, format, copy);
     va_end(copy);
     if (n < 0) {
         return _vek_str_builder_fail(builder);
     }
     if ((size_t)n < room) {
-        memmove(end, end + 1, (size_t)n + 1);
-        builder->length += strlen(end);
+        memmove(text + end, text + end + 1, (size_t)n + 1);
+        builder->length += strlen(text + end);
         return 1;
     }
     VekStr *const added = vek_str_create_vprintf(format, args);
