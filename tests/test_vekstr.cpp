@@ -7,11 +7,14 @@
 
 #include <climits>
 #include <cstring>
+#include <cwchar>
 #include <tuple>
 
 using namespace vektest;
 
 namespace {
+
+constexpr wint_t unconvertible = 0x7fffffff; // for "%lc"
 
 /** Compares a new string with the expected text (null: no string) and drops it. */
 void expect_text(VekStr *vekstr, const char *expected)
@@ -114,6 +117,13 @@ TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
         {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
         {[](VekStr **s) { return vek_str_append_c_str(s, vek_str_to_c_str(*s)); }, "midmid"},
         {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
+        {[](VekStr **s) { return vek_str_append_char(s, '>'); }, "mid>"},
+        {[](VekStr **s) { return vek_str_append_char(s, '\0'); }, "mid"},
+        {[](VekStr **s) { return vek_str_append_n(s, "post", 2); }, "midpo"},
+        {[](VekStr **s) { return vek_str_append_n(s, vek_str_to_c_str(*s) + 1, 9); }, "midid"},
+        {[](VekStr **s) { return vek_str_append_n(s, nullptr, 0); }, "mid"},
+        {[](VekStr **s) { return vek_str_append_printf(s, "-%s", (*s)->text); }, "mid-mid"},
+        {[](VekStr **s) { return vek_str_append_printf(s, "%s", ""); }, "mid"},
     };
     fail_each_allocation([&](Allocator &allocator) {
         for (const auto &[edit, result] : edits) {
@@ -141,6 +151,8 @@ TEST(Str, ChecksNameTheFault)
     expect_warnings({}, [&] {
         EXPECT_EQ(vek_str_create(nullptr), nullptr);
         EXPECT_EQ(vek_str_neq_c_str(text, nullptr, 0), 1);
+        EXPECT_EQ(vek_str_append_printf(&text, "%lc", unconvertible), 0);
+        EXPECT_STREQ(vek_str_to_c_str(text), "x");
     });
     const Check no_format = {"vek_str_create_vprintf_with_return", "format != NULL"};
     expect_warnings({no_format, no_format}, [] {
@@ -154,17 +166,23 @@ TEST(Str, ChecksNameTheFault)
     EXPECT_REFUSE(nullptr, "vekstr", vek_strlen, vek_str_toupper, vek_str_tolower,
                   vek_str_capitalize, _vek_str_get_ref_count);
     EXPECT_REFUSE(nullptr, "vekstr != NULL", vek_str_prepend_char, vek_str_prepend_c_str,
-                  vek_str_append_c_str);
+                  vek_str_append_c_str, vek_str_append_char, vek_str_append_n,
+                  vek_str_append_vprintf);
     EXPECT_REFUSE(nullptr, "vekstr1 != NULL", vek_str_append_vek_str);
     EXPECT_REFUSE(&text, "c != NULL", vek_str_prepend_c_str, vek_str_append_c_str);
     EXPECT_REFUSE(&text, "vekstr != NULL", vek_str_append_vek_str);
+    EXPECT_REFUSE(&text, "format != NULL", vek_str_append_vprintf);
+    EXPECT_FAILS("n == 0 || text != NULL", vek_str_append_n(&text, nullptr, 1), 0);
     const Check no_text = {"vek_strlen", "vekstr"};
-    expect_warnings({no_text, no_text, no_text, no_text},
+    expect_warnings({no_text, no_text, no_text, no_text, no_text, no_text, no_text},
                     [&] { // each edit of a null string
                         EXPECT_EQ(vek_str_prepend_char(&null, 'x'), 0);
                         EXPECT_EQ(vek_str_prepend_c_str(&null, "x"), 0);
                         EXPECT_EQ(vek_str_append_c_str(&null, "x"), 0);
                         EXPECT_EQ(vek_str_append_vek_str(&null, text), 0);
+                        EXPECT_EQ(vek_str_append_char(&null, 'x'), 0);
+                        EXPECT_EQ(vek_str_append_n(&null, "x", 1), 0);
+                        EXPECT_EQ(vek_str_append_printf(&null, "x"), 0);
                     });
     EXPECT_EQ(null, nullptr);
 

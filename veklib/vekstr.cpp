@@ -15,8 +15,9 @@ namespace {
 
 constexpr size_t header_size = offsetof(VekStr, text);
 
-/** A string with one reference and room for `length` characters, which its caller fills in.
- *  Fails: no memory, or a length that is no int -> null. */
+/** A string with one reference and room for `length` characters, which the caller fills in.
+ *  Fails: no memory, or more than INT_MAX characters -> null
+ */
 VekStr *new_str(uint64_t length, void *return_address)
 {
     if (length > INT_MAX) {
@@ -32,8 +33,8 @@ VekStr *new_str(uint64_t length, void *return_address)
     return vekstr;
 }
 
-/** Puts `head` and `tail` as a new string into the caller's variable. The old string goes last: the
- *  texts may be its own. */
+/** Puts `head` and `tail` as a new string into the caller's variable. Drops the old string last:
+ *  the texts may be its own. */
 int replace(VekStr **variable, const char *head, size_t head_length, const char *tail,
             size_t tail_length, void *return_address)
 {
@@ -51,7 +52,7 @@ int replace(VekStr **variable, const char *head, size_t head_length, const char 
 
 int append(VekStr **variable, const char *text, void *return_address)
 {
-    const size_t length = vek_strlen(*variable); // tells of a null string
+    const size_t length = vek_strlen(*variable); // warns of a null string
     return *variable != nullptr
                ? replace(variable, (*variable)->text, length, text, strlen(text), return_address)
                : 0;
@@ -59,14 +60,14 @@ int append(VekStr **variable, const char *text, void *return_address)
 
 int prepend(VekStr **variable, const char *text, size_t text_length, void *return_address)
 {
-    const size_t length = vek_strlen(*variable); // tells of a null string
+    const size_t length = vek_strlen(*variable); // warns of a null string
     return *variable != nullptr
                ? replace(variable, text, text_length, (*variable)->text, length, return_address)
                : 0;
 }
 
-/* Characters above 0x7f are negative where char is signed, which the functions of <cctype> must not
- * see. */
+/* <cctype> takes characters unsigned only: above 0x7f they are negative where char is signed. */
+
 char upper(char c)
 {
     return static_cast<char>(toupper(static_cast<unsigned char>(c)));
@@ -82,6 +83,7 @@ bool is_space(char c)
     return isspace(static_cast<unsigned char>(c)) != 0;
 }
 
+/** Keeps this name: its check prints it. */
 VEK_PRINTF(1, 0)
 VekStr *vek_str_create_vprintf_with_return(const char *format, va_list args, void *return_address)
 {
@@ -97,6 +99,8 @@ VekStr *vek_str_create_vprintf_with_return(const char *format, va_list args, voi
 }
 
 } // namespace
+
+/* ---- Create ---- */
 
 VekStr *vek_str_create_with_return(const char *cstr, void *return_address)
 {
@@ -145,6 +149,8 @@ VEK_ENTRY VekStr *vek_str_create_vprintf(const char *format, va_list args)
     return vek_str_create_vprintf_with_return(format, args, VEK_CALLER);
 }
 
+/* ---- References ---- */
+
 VekStr *vek_str_ref(VekStr *vekstr)
 {
     if (vekstr == nullptr || vekstr->count == 0) {
@@ -192,6 +198,8 @@ VekStr *vek_str_assign(VekStr **dest, VekStr *const *src)
     *dest = assigned;
     return assigned;
 }
+
+/* ---- Read and compare ---- */
 
 const char *vek_str_to_c_str(const VekStr *vekstr)
 {
@@ -248,6 +256,8 @@ int vek_str_neq_c_str(const VekStr *s1, const char *s2, size_t n)
     return n == 0 || strncmp(s1->text, s2, n) == 0;
 }
 
+/* ---- Change in place, for every holder ---- */
+
 void vek_str_toupper(VekStr *vekstr)
 {
     VEK_RETURN_IF_FAIL(vekstr);
@@ -284,13 +294,15 @@ void vek_str_char_swap(VekStr *vekstr, char from, char to)
     if (vekstr == nullptr) {
         return;
     }
-    // A terminator that this writes is behind the walk when it looks for the end.
+    // The walk has passed the NULs that it writes, so it ends at the old terminator.
     for (char *c = vekstr->text; *c != '\0'; ++c) {
         if (*c == from) {
             *c = to;
         }
     }
 }
+
+/* ---- Change by replacement: a new string in the caller's variable ---- */
 
 VEK_ENTRY int vek_str_prepend_char(VekStr **vekstr, char c)
 {
@@ -322,6 +334,8 @@ VEK_ENTRY int vek_str_append_vek_str(VekStr **vekstr1, const VekStr *vekstr)
 
     return append(vekstr1, vekstr->text, VEK_CALLER);
 }
+
+/* ---- Diagnostics ---- */
 
 unsigned int _vek_str_get_ref_count(const VekStr *vekstr)
 {

@@ -10,6 +10,9 @@
  *      puts(vek_str_to_c_str(name));
  *      name = vek_str_unref(name);
  *
+ *  vekstr_inline.h has more ways to append, vekstrbuilder.h a builder for texts of many pieces;
+ *  this header includes both.
+ *
  *  Texts are bytes without an encoding; case functions follow the current locale.
  *  Threads: counts are plain integers; holders on several threads serialise what they do.
  */
@@ -39,14 +42,14 @@ typedef struct VekStr {
  *  Fails:   no memory -> null; negative `len`, or null `cstr` with characters to copy -> null, with
  *           a warning
  */
-VEK_API VekStr *vek_str_ncreate(const char *cstr, int len);
+VEK_API VEK_NEW VekStr *vek_str_ncreate(const char *cstr, int len);
 
 /** Makes a string of a whole text.
  *  @param cstr  the text, of at most INT_MAX characters; may be null; copied
  *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
  *  Fails:   null `cstr`, a longer text or no memory -> null
  */
-VEK_API VekStr *vek_str_create(const char *cstr);
+VEK_API VEK_NEW VekStr *vek_str_create(const char *cstr);
 
 /** Formats a new string, which may be empty. A NUL among the formatted characters ends the text
  *  there; the block has room for all of them.
@@ -55,10 +58,10 @@ VEK_API VekStr *vek_str_create(const char *cstr);
  *  Fails:   a value that cannot be converted, or no memory -> null; null `format` -> null, with a
  *           warning that names vek_str_create_vprintf_with_return
  */
-VEK_API VEK_PRINTF(1, 2) VekStr *vek_str_create_printf(const char *format, ...);
+VEK_API VEK_NEW VEK_PRINTF(1, 2) VekStr *vek_str_create_printf(const char *format, ...);
 
-/** vek_str_create_printf() with an argument list, which is left as it was. */
-VEK_API VEK_PRINTF(1, 0) VekStr *vek_str_create_vprintf(const char *format, va_list args);
+/** vek_str_create_printf() with an argument list, which is left unchanged. */
+VEK_API VEK_NEW VEK_PRINTF(1, 0) VekStr *vek_str_create_vprintf(const char *format, va_list args);
 
 /* ---- References ---- */
 
@@ -75,7 +78,7 @@ VEK_API VekStr *vek_str_ref(VekStr *vekstr);
  */
 VEK_API VekStr *vek_str_unref(VekStr *vekstr);
 
-/** Makes a string persistent: all references are from now on uncounted, and only
+/** Makes a string persistent: its references are no longer counted, and only
  *  vek_str_force_destroy() releases it.
  *  Fails: null `str` -> nothing done, with a warning
  */
@@ -99,7 +102,7 @@ VEK_API VekStr *vek_str_assign(VekStr **dest, VekStr *const *src);
 /** Returns the text, borrowed: valid as long as the string lives; null for null. */
 VEK_API const char *vek_str_to_c_str(const VekStr *vekstr);
 
-/** Returns the number of characters in front of the NUL; counts them.
+/** Returns the number of characters before the NUL; counts them.
  *  Fails: null `vekstr` -> 0, with a warning
  */
 VEK_API unsigned int vek_strlen(const VekStr *vekstr);
@@ -120,8 +123,8 @@ VEK_API int vek_str_eq(const VekStr *s1, const VekStr *s2);
 VEK_API int vek_str_eq_c_str(const VekStr *s1, const char *s2);
 
 /** Returns 1 when the first `n` characters of the text of `s1` and of `s2` are equal ("n equal",
- * not "not equal"), else 0. `s2` may be null if `n` is 0. Fails: null `s1`, or null `s2` with
- * characters to compare -> 0, with a warning
+ *  not "not equal"), else 0. `s2` may be null if `n` is 0.
+ *  Fails: null `s1`, or null `s2` with characters to compare -> 0, with a warning
  */
 VEK_API int vek_str_neq_c_str(const VekStr *s1, const char *s2, size_t n);
 
@@ -138,7 +141,8 @@ VEK_API void vek_str_toupper(VekStr *vekstr);
 VEK_API void vek_str_tolower(VekStr *vekstr);
 
 /** Turns the first letter of each word (what begins the text or follows white space) into upper
- * case. Fails: null `vekstr` -> nothing done, with a warning
+ *  case.
+ *  Fails: null `vekstr` -> nothing done, with a warning
  */
 VEK_API void vek_str_capitalize(VekStr *vekstr);
 
@@ -187,5 +191,7 @@ VEK_API int vek_str_append_vek_str(VekStr **vekstr1, const VekStr *vekstr);
 VEK_API unsigned int _vek_str_get_ref_count(const VekStr *vekstr);
 
 VEK_END_DECLS
+
+#include <veklib/vekstr_inline.h>
 
 #endif

@@ -25,10 +25,12 @@ char *duplicate(const char *text, size_t length, void *return_address)
 
 } // namespace
 
+/* ---- Format ---- */
+
 char *vek_format_block(size_t header, int shortest, const char *format, va_list args,
                        void *return_address)
 {
-    // Most texts are short: one pass formats and measures them, and a copy is left to do.
+    // Most texts are short: they are formatted once, measured on the way, and copied.
     char brief[256];
     va_list measured;
     va_copy(measured, args);
@@ -64,6 +66,8 @@ char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *ret
 
     return vek_format_block(0, 1, format, args, return_address);
 }
+
+/* ---- Copy ---- */
 
 VEK_ENTRY void *vek_memdup(const void *mem, size_t byte_size)
 {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstrfuncs.h
- *  Copies of memory and of NUL-terminated strings. Every copy is allocated on behalf of the code
- *  that called, belongs to the caller and is released with vek_free().
+ *  Copies of memory and of NUL-terminated strings. Every copy is charged to the code that called,
+ *  belongs to it and is released with vek_free().
  *
  *      char *label = vek_strdup_printf("%s-%d", name, number);
  *      ...
@@ -16,6 +16,7 @@
 #include <stddef.h>
 
 #include <veklib/vekmacros.h>
+#include <veklib/vekmemory.h>
 
 VEK_BEGIN_DECLS
 
@@ -26,14 +27,16 @@ VEK_BEGIN_DECLS
  *  Fails:   `byte_size` 0 -> null; no memory -> null; null `mem` with bytes to copy -> null, with
  *           a warning
  */
-VEK_API void *vek_memdup(const void *mem, size_t byte_size);
+VEK_RELEASED_WITH(vek_free)
+VEK_API VEK_NEW VEK_SIZED_BY(2) void *vek_memdup(const void *mem, size_t byte_size);
 
 /** Copies a string.
  *  @param s  the string; borrowed
  *  @return  the copy (one byte for the empty string); release with vek_free()
  *  Fails:   no memory -> null; null `s` -> null, with a warning
  */
-VEK_API char *vek_strdup(const char *s);
+VEK_RELEASED_WITH(vek_free)
+VEK_API VEK_NEW char *vek_strdup(const char *s);
 
 /** Copies at most the first `n` characters of a string.
  *  @param s  the string, read up to `n` characters; may be null if `n` is 0; borrowed
@@ -42,7 +45,8 @@ VEK_API char *vek_strdup(const char *s);
  *  Fails:   `n` 0 -> null, not an empty string; no memory -> null; null `s` otherwise -> null,
  *           with a warning
  */
-VEK_API char *vek_strndup(const char *s, size_t n);
+VEK_RELEASED_WITH(vek_free)
+VEK_API VEK_NEW char *vek_strndup(const char *s, size_t n);
 
 /** Formats a new string.
  *  @param format  printf format, followed by its values; borrowed
@@ -51,22 +55,24 @@ VEK_API char *vek_strndup(const char *s, size_t n);
  *           than INT_MAX characters -> null; no memory -> null; null `format` -> null, with a
  *           warning
  */
-VEK_API VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...);
+VEK_RELEASED_WITH(vek_free)
+VEK_API VEK_NEW VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...);
 
 /** Formats a new string from an argument list.
  *  @param format  printf format; borrowed
- *  @param args    its values; left as they were, for the caller to end
+ *  @param args    its values; left unchanged, for the caller to end
  *  @return  the text; release with vek_free()
  *  Fails:   as vek_strdup_printf(); the warning for a null `format` names the function that both
  *           share, vek_strdup_vprintf_with_return
  */
-VEK_API VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
+VEK_RELEASED_WITH(vek_free)
+VEK_API VEK_NEW VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
 
 /** Copies as much of a string as fits into a buffer, always NUL-terminated.
  *  @param dest     the buffer; may be null if `destlen` is 0
  *  @param src      the string; borrowed
  *  @param destlen  size of the buffer in bytes; 0 writes nothing
- *  @return  the length of `src`; `destlen` or more tells that the copy was cut
+ *  @return  the length of `src`; the copy was cut if that is `destlen` or more
  *  Fails:   null `src`, or null `dest` with room to fill -> 0, with a warning
  */
 VEK_API size_t vek_strlcpy(char *dest, const char *src, size_t destlen);

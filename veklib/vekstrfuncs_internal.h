@@ -13,8 +13,8 @@
 VEK_PRINTF(1, 0)
 char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *return_address);
 
-/** Whether two texts are equal, or both null. Most that are not differ in their first byte, which costs no
- *  call. */
+/** Whether two texts are equal, or both null. Most that differ do so in their first byte, which
+ *  costs no call. */
 inline bool vek_is_same_text(const char *a, const char *b)
 {
     if (a == nullptr || b == nullptr) {
@@ -23,7 +23,7 @@ inline bool vek_is_same_text(const char *a, const char *b)
     return *a == *b && strcmp(a, b) == 0;
 }
 
-/** Formats a text behind a header of `header` bytes, in one new block.
+/** Formats a text into a new block, after a header of `header` bytes.
  *  @param shortest  the fewest characters that make a result
  *  @return  the block, its header uninitialised; release with vek_free()
  *  Fails:   a shorter text, a value that cannot be converted, or no memory -> null

@@ -6,6 +6,7 @@
 
 #include <veklib/vekmemory.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -126,6 +127,18 @@ void *allocate_zeros(size_t count, size_t size, void *)
     return block != nullptr ? memset(block, 0, count * size) : nullptr;
 }
 
+/** Always moves the block, so that a pointer into the old one is found out. */
+void *reallocate(void *block, size_t size, void *)
+{
+    void *const moved = allocate(size, nullptr);
+    const auto old = state.live.find(block);
+    if (moved != nullptr && old != state.live.end()) {
+        memcpy(moved, block, std::min(size, old->second));
+        release(block, nullptr);
+    }
+    return moved;
+}
+
 } // namespace
 
 std::string captured(int fd, const std::function<void()> &body)
@@ -204,9 +217,10 @@ std::vector<Check> same_check(const std::string &functions, const std::string &c
 Allocator::Allocator()
 {
     state = {};
-    VekMemoryVtable table = {}; // what the library itself calls
+    VekMemoryVtable table = {}; // what the library and its headers call
     table.malloc = allocate;
     table.calloc = allocate_zeros;
+    table.realloc = reallocate;
     table.free = release;
     vek_set_memory_vtable(&table);
 }

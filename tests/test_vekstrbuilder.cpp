@@ -1,0 +1,119 @@
+/* SPDX-License-Identifier: MIT */
+#include <veklib/vekstrbuilder.h>
+
+#include "support/support.h"
+
+#include <climits>
+#include <cwchar>
+
+using namespace vektest;
+
+namespace {
+
+/** What a builder hands over, in either form; "(null)" for nothing. It is empty afterwards. */
+std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
+{
+    VekStr *const vekstr = as_vekstr ? vek_str_builder_steal_vekstr(builder) : nullptr;
+    char *const string = as_vekstr ? nullptr : vek_str_builder_steal_string(builder);
+    if (vekstr != nullptr) { EXPECT_EQ(_vek_str_get_ref_count(vekstr), 1u); }
+    const char *const text = as_vekstr ? vek_str_to_c_str(vekstr) : string;
+    const std::string result = text != nullptr ? text : "(null)";
+    vek_str_unref(vekstr);
+    vek_free(string);
+    EXPECT_EQ(vek_str_builder_failed(builder), 0);
+    EXPECT_STREQ(vek_str_builder_get_text(builder), "");
+    return result;
+}
+
+} // namespace
+
+TEST(StrBuilder, AppendsOrRemembersTheFailure)
+{
+    const std::pair<int (*)(VekStrBuilder *), const char *> rows[] = {
+        // and what becomes of a text "@", which is "mid" or fills its block
+        {[](VekStrBuilder *b) { return vek_str_builder_append(b, ""); }, "@"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append(b, "post"); }, "@post"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append(b, b->str->text); }, "@@"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, "post", 2); }, "@po"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, "post", SIZE_MAX); }, "@post"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, b->str->text + 1, 2); }, "@id"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, nullptr, 0); }, "@"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_char(b, '>'); }, "@>"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_char(b, '\0'); }, "@"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%d", 7); }, "@7"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%s", ""); }, "@"},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%c.", '\0'); }, "@"},
+        {[](VekStrBuilder *b) {
+             const char *const own = b->str->text;
+             return vek_str_builder_append_printf(b, "<%s%s>", own, own);
+         },
+         "@<@@>"},
+    };
+    for (const std::string &start : {std::string("mid"), "mid" + std::string(56, '.')}) {
+        fail_each_allocation([&](Allocator &allocator) {
+            for (const auto &[edit, result] : rows) {
+                VekStrBuilder builder = {};
+                const bool done = vek_str_builder_append(&builder, start.c_str()) &&
+                                  edit(&builder) && vek_str_builder_append_char(&builder, '!');
+                EXPECT_EQ(done, !allocator.just_failed());
+                EXPECT_EQ(vek_str_builder_failed(&builder), !done);
+                EXPECT_EQ(vek_str_builder_append(&builder, ""), done);
+                const std::string text = vek_str_builder_get_text(&builder);
+                const std::string whole = masked(result, "@", start.c_str()) + "!";
+                EXPECT_EQ(text, done ? whole : whole.substr(0, text.size()));
+                EXPECT_EQ(vek_str_builder_get_length(&builder), text.size());
+                EXPECT_EQ(handed_over(&builder, result[1] == '\0'), done ? whole : "(null)");
+                static_cast<void>(
+                    allocator.just_failed()); // a block that stays large is no failure
+            }
+            for (const bool as_vekstr : {false, true}) {
+                VekStrBuilder empty = {};
+                const std::string text = handed_over(&empty, as_vekstr);
+                EXPECT_EQ(text, allocator.just_failed() ? "(null)" : "");
+            }
+        });
+    }
+}
+
+TEST(StrBuilder, DoublesItsBlock)
+{
+    Allocator allocator;
+    VekStrBuilder builder = {};
+    for (const bool as_vekstr : {false, true}) { // the same builder again
+        allocator.fail_nth(0);
+        for (int i = 0; i < 10000; ++i) { vek_str_builder_append_char(&builder, 'x'); }
+        EXPECT_LE(allocator.allocations(), 9u);
+        EXPECT_EQ(handed_over(&builder, as_vekstr), std::string(10000, 'x'));
+    }
+    vek_str_builder_append(&builder, "abandoned");
+    vek_str_builder_release(&builder);
+    EXPECT_EQ(handed_over(&builder, true), "");
+}
+
+TEST(StrBuilder, FaultsAreFailures)
+{
+    EXPECT_REFUSE(nullptr, "builder != NULL", vek_str_builder_append, vek_str_builder_append_n,
+                  vek_str_builder_append_char, vek_str_builder_append_vprintf,
+                  vek_str_builder_get_length, vek_str_builder_failed, vek_str_builder_release,
+                  vek_str_builder_steal_string, vek_str_builder_steal_vekstr);
+    expect_warnings({{"vek_str_builder_get_text", "builder != NULL"}},
+                    [] { EXPECT_STREQ(vek_str_builder_get_text(nullptr), ""); });
+
+    Allocator allocator;
+    VekStrBuilder builder = {};
+    EXPECT_REFUSE(&builder, "text != NULL", vek_str_builder_append);
+    EXPECT_EQ(handed_over(&builder, false), "(null)");
+    EXPECT_FAILS("n == 0 || text != NULL", vek_str_builder_append_n(&builder, nullptr, 1), 0);
+    EXPECT_EQ(handed_over(&builder, true), "(null)");
+    EXPECT_REFUSE(&builder, "format != NULL", vek_str_builder_append_vprintf);
+    EXPECT_EQ(handed_over(&builder, false), "(null)");
+    expect_warnings({}, [&] {
+        vek_str_builder_append(&builder, "kept");
+        EXPECT_EQ(vek_str_builder_append_printf(&builder, "x%lc", wint_t{0x7fffffff}), 0);
+        EXPECT_STREQ(vek_str_builder_get_text(&builder), "kept");
+        EXPECT_EQ(handed_over(&builder, true), "(null)");
+        VekStrBuilder full = {nullptr, INT_MAX - 1, INT_MAX, 0}; // 2 GB that are not there
+        EXPECT_EQ(vek_str_builder_append(&full, "xx"), 0);
+        EXPECT_EQ(vek_str_builder_failed(&full), 1);
+    });
+}

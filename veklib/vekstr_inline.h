@@ -1,0 +1,124 @@
+/* SPDX-License-Identifier: MIT */
+/** @file vekstr_inline.h
+ *  More ways to append to a string; vekstr.h includes this file. The functions are compiled into
+ *  the application, which is charged with what they allocate. They keep the contract of
+ *  vek_str_append_c_str(): a new string in the caller's variable on success, everything as before
+ *  on failure.
+ *
+ *      VekStr *name = vek_str_create("eth");
+ *      vek_str_append_printf(&name, "%d.%d", port, vlan);
+ *
+ *  Each call makes a new string. For a text of many pieces use the builder of vekstrbuilder.h.
+ */
+#ifndef VEKLIB_VEKSTR_INLINE_H
+#define VEKLIB_VEKSTR_INLINE_H
+
+#include <limits.h>
+#include <stdarg.h>
+#include <stddef.h>
+#include <string.h>
+
+#include <veklib/vekdiag.h>
+#include <veklib/vekmacros.h>
+#include <veklib/vekstr.h>
+
+VEK_BEGIN_DECLS
+
+/* Where a string's text can be written. Hides from compilers that VekStr declares one character of
+ * it: they would warn, and stop the program, when more are written. */
+static inline char *_vek_str_text(VekStr *vekstr)
+{
+    char *text = (char *)vekstr + offsetof(VekStr, text);
+    __asm__("" : "+r"(text));
+    return text;
+}
+
+/* The length of a text, at most `n`: strnlen(), which C99 does not have. */
+static inline size_t _vek_text_length(const char *text, size_t n)
+{
+    /* Hides both from GCC, which would warn of an `n` beyond the text's array. The text may well
+     * end before. */
+    __asm__("" : "+r"(text), "+r"(n));
+    const char *const end = (const char *)memchr(text, '\0', n);
+    return end != NULL ? (size_t)(end - text) : n;
+}
+
+/** Puts a character at the end.
+ *  @param vekstr  address of the variable
+ *  @param c       the character; a NUL adds nothing
+ *  @return  1; 0 without memory, or, with a warning, without a variable or a string in it
+ */
+static inline int vek_str_append_char(VekStr **vekstr, char c)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekstr != NULL, 0);
+
+    const char text[2] = {c, '\0'};
+    return vek_str_append_c_str(vekstr, text);
+}
+
+/** Puts the first characters of a text at the end.
+ *  @param vekstr  address of the variable
+ *  @param text    the text, read up to `n` characters or its NUL; may be the string's own; may be
+ *                 null if `n` is 0; copied
+ *  @param n       characters
+ *  @return  1; 0 without memory, or, with a warning, without a text, a variable or a string in it
+ */
+static inline int vek_str_append_n(VekStr **vekstr, const char *text, size_t n)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekstr != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(n == 0 || text != NULL, 0);
+
+    if (n == 0) {
+        return vek_str_append_c_str(vekstr, "");
+    }
+    const size_t length = vek_strlen(*vekstr); /* warns of a null string */
+    const size_t added = _vek_text_length(text, n);
+    if (*vekstr == NULL || added > INT_MAX - length) {
+        return 0;
+    }
+    VekStr *const longer = vek_str_ncreate((*vekstr)->text, (int)(length + added));
+    if (longer == NULL) {
+        return 0;
+    }
+    memcpy(_vek_str_text(longer) + length, text, added); /* a NUL follows already */
+    vek_str_unref(*vekstr);
+    *vekstr = longer;
+    return 1;
+}
+
+/** vek_str_append_printf() with an argument list, which is left unchanged. */
+static inline VEK_PRINTF(2, 0) int vek_str_append_vprintf(VekStr **vekstr, const char *format,
+                                                          va_list args)
+{
+    VEK_RETURN_VAL_IF_FAIL(vekstr != NULL, 0);
+    VEK_RETURN_VAL_IF_FAIL(format != NULL, 0);
+
+    VekStr *const added = vek_str_create_vprintf(format, args);
+    const int done = added != NULL && vek_str_append_vek_str(vekstr, added);
+    vek_str_unref(added);
+    return done;
+}
+
+/** Formats a text and puts it at the end. It may be empty; a NUL among the formatted characters
+ *  ends it.
+ *  @param vekstr  address of the variable
+ *  @param format  printf format, followed by its values, which may be the string's own text;
+ *                 borrowed
+ *  @return  1; 0 without memory or if a value cannot be converted, or, with a warning, without a
+ *           format, a variable or a string in it. The warning names vek_str_append_vprintf for a
+ *           null variable or format
+ */
+static inline VEK_PRINTF(2, 3) int vek_str_append_printf(VekStr **vekstr, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const int done = vek_str_append_vprintf(vekstr, format, args);
+    va_end(args);
+    return done;
+}
+
+VEK_END_DECLS
+
+#include <veklib/vekstrbuilder.h>
+
+#endif
