@@ -4,13 +4,13 @@
  *  string of its own. vekstr.h includes this file. A VekStrBuilder is a record that the caller
  *  places; a zero-initialised one is empty.
  *
- *      VekStrBuilder line = {0};
+ *      VekStrBuilder line = {0};     // {} in C++
  *      for (int i = 0; i < count; ++i) {
  *          vek_str_builder_append_printf(&line, "%s%d", i != 0 ? ", " : "", numbers[i]);
  *      }
  *      char *text = vek_str_builder_steal_string(&line);
  *      if (text == NULL) {
- *          ...                       // an append has failed; nothing is left to release
+ *          ...                       // an append failed; nothing is left to release
  *      }
  *
  *  An append returns 1, or 0 when it fails: without memory, beyond INT_MAX characters, or with a
@@ -105,7 +105,7 @@ static inline int _vek_str_builder_add(VekStrBuilder *builder, const char *text,
     return 1;
 }
 
-/* Makes a builder empty; its block is someone else's now. */
+/* Empties the record, whose block is released or handed over. */
 static inline void _vek_str_builder_reset(VekStrBuilder *builder)
 {
     builder->str = NULL;
