@@ -19,6 +19,7 @@
 #include <veklib/vekslist.h>
 #include <veklib/vekstack.h>
 #include <veklib/vekstr.h>
+#include <veklib/vekstrbuilder.h>
 #include <veklib/vekstrdict.h>
 #include <veklib/vekstrfuncs.h>
 #include <veklib/vekthread.h>

@@ -41,8 +41,8 @@
 /** A function that never returns null. */
 #define VEK_NEVER_NULL __attribute__((__returns_nonnull__))
 
-/** A function that returns null or a new object: nothing else points at it, and nothing in it points
- *  at another object. */
+/** A function that returns null or a new object: nothing else points at it, and nothing in it
+ *  points at another object. */
 #define VEK_NEW __attribute__((__malloc__)) VEK_MUST_USE
 
 /** A function whose result has as many bytes as its argument says (or as two say, multiplied).

@@ -143,11 +143,13 @@ VEK_API VEK_MUST_USE void *vek_realloc_with_return(void *block, size_t size, voi
 
 /* ---- Allocation ---- */
 
-/** A function that returns null or a new block, which only the functions above release or resize:
- *  GCC warns when another one does. */
-#define VEK_NEW_BLOCK                                                                              \
-    VEK_NEW VEK_RELEASED_WITH(vek_free) VEK_RELEASED_WITH(vek_free_with_return)                    \
-        VEK_RELEASED_WITH(vek_realloc) VEK_RELEASED_WITH(vek_realloc_with_return)
+/** A function whose result is released with vek_free(); GCC warns of free() and the like. The
+ *  functions that resize are not named: GCC would warn of a block that is released after it could
+ *  not be resized. */
+#define VEK_RELEASED_WITH_FREE VEK_RELEASED_WITH(vek_free) VEK_RELEASED_WITH(vek_free_with_return)
+
+/** A function that returns null or a new block. */
+#define VEK_NEW_BLOCK VEK_NEW VEK_RELEASED_WITH_FREE
 
 /** VEK_NEW_BLOCK for a block of as many bytes as an argument says, or as two say, multiplied. */
 #define VEK_NEW_BLOCK_OF(...) VEK_NEW_BLOCK VEK_SIZED_BY(__VA_ARGS__)

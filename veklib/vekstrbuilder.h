@@ -4,7 +4,7 @@
  *  string of its own. vekstr.h includes this file. A VekStrBuilder is a record that the caller
  *  places; a zero-initialised one is empty.
  *
- *      VekStrBuilder line = {0};     // {} in C++
+ *      VekStrBuilder line = VEK_STR_BUILDER_INIT;
  *      for (int i = 0; i < count; ++i) {
  *          vek_str_builder_append_printf(&line, "%s%d", i != 0 ? ", " : "", numbers[i]);
  *      }
@@ -46,6 +46,12 @@ typedef struct VekStrBuilder {
     size_t size;   /**< characters that the block has room for, the NUL included */
     int failed;    /**< 1 after an append that failed */
 } VekStrBuilder;
+
+/** What initialises an empty builder, as zeros do. */
+#define VEK_STR_BUILDER_INIT                                                                       \
+    {                                                                                              \
+        NULL, 0, 0, 0                                                                              \
+    }
 
 /* ---- Helpers ---- */
 

@@ -27,16 +27,15 @@ VEK_BEGIN_DECLS
  *  Fails:   `byte_size` 0 -> null; no memory -> null; null `mem` with bytes to copy -> null, with
  *           a warning
  */
-VEK_RELEASED_WITH(vek_free)
-VEK_API VEK_NEW VEK_SIZED_BY(2) void *vek_memdup(const void *mem, size_t byte_size);
+VEK_MUST_USE VEK_SIZED_BY(2) VEK_RELEASED_WITH_FREE
+VEK_API void *vek_memdup(const void *mem, size_t byte_size);
 
 /** Copies a string.
  *  @param s  the string; borrowed
  *  @return  the copy (one byte for the empty string); release with vek_free()
  *  Fails:   no memory -> null; null `s` -> null, with a warning
  */
-VEK_RELEASED_WITH(vek_free)
-VEK_API VEK_NEW char *vek_strdup(const char *s);
+VEK_API VEK_NEW_BLOCK char *vek_strdup(const char *s);
 
 /** Copies at most the first `n` characters of a string.
  *  @param s  the string, read up to `n` characters; may be null if `n` is 0; borrowed
@@ -45,8 +44,7 @@ VEK_API VEK_NEW char *vek_strdup(const char *s);
  *  Fails:   `n` 0 -> null, not an empty string; no memory -> null; null `s` otherwise -> null,
  *           with a warning
  */
-VEK_RELEASED_WITH(vek_free)
-VEK_API VEK_NEW char *vek_strndup(const char *s, size_t n);
+VEK_API VEK_NEW_BLOCK char *vek_strndup(const char *s, size_t n);
 
 /** Formats a new string.
  *  @param format  printf format, followed by its values; borrowed
@@ -55,8 +53,7 @@ VEK_API VEK_NEW char *vek_strndup(const char *s, size_t n);
  *           than INT_MAX characters -> null; no memory -> null; null `format` -> null, with a
  *           warning
  */
-VEK_RELEASED_WITH(vek_free)
-VEK_API VEK_NEW VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...);
+VEK_API VEK_NEW_BLOCK VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...);
 
 /** Formats a new string from an argument list.
  *  @param format  printf format; borrowed
@@ -65,8 +62,7 @@ VEK_API VEK_NEW VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *format, ...
  *  Fails:   as vek_strdup_printf(); the warning for a null `format` names the function that both
  *           share, vek_strdup_vprintf_with_return
  */
-VEK_RELEASED_WITH(vek_free)
-VEK_API VEK_NEW VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
+VEK_API VEK_NEW_BLOCK VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
 
 /** Copies as much of a string as fits into a buffer, always NUL-terminated.
  *  @param dest     the buffer; may be null if `destlen` is 0

@@ -29,7 +29,7 @@ struct Ended {
 };
 
 /** Runs `body` in a forked process whose library is as it was loaded, as long as the parent does
- * not use it. The child exits with 1 when an expectation in `body` failed. */
+ *  not use it. The child exits with 1 when an expectation in `body` failed. */
 Ended in_child(const std::function<void()> &body);
 
 /** in_child() that expects a clean exit. */
