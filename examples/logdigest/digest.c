@@ -15,17 +15,6 @@ static VekError *out_of_memory(void)
     return VEK_ERROR_CREATE(VEK_ERROR_OUT_OF_MEMORY, "out of memory");
 }
 
-VekDict *digest_settings(void)
-{
-    VekDict *const settings = vek_str_dict_create(2);
-    if (settings != NULL && vek_str_dict_put_int(settings, "busiest", 10) &&
-        vek_str_dict_put_int(settings, "unreadable", 5)) {
-        return settings;
-    }
-    vek_dict_destroy(settings);
-    return NULL;
-}
-
 VekError *digest_init(struct digest *digest, const VekDict *settings)
 {
     memset(digest, 0, sizeof *digest);
@@ -70,7 +59,7 @@ static VekError *keep_error(struct digest *digest, VekError *err, const char *li
         return err;
     }
     VEK_DEBUG(debug_parse, DEBUG_FAULTS, "line %lu: %s\n", digest->lines, vek_error_get_msg(err));
-    const int kept = vek_str_dict_get_int(digest->settings, "unreadable");
+    const int kept = vek_str_dict_get_int_or(digest->settings, "unreadable", 5);
     if (digest->unreadable++ >= (unsigned long)kept) {
         vek_error_destroy(err);
         return NULL;
@@ -99,12 +88,8 @@ static VekError *count_subject(struct digest *digest, const struct record *recor
     if (name == NULL) {
         return out_of_memory();
     }
-    VekValue *const count = vek_name_dict_get_value(digest->counts, name);
-    if (count != NULL) {
-        vek_value_set_int(count, vek_value_get_int(count) + 1);
-        return NULL;
-    }
-    return vek_name_dict_put_int(digest->counts, name, 1) ? NULL : out_of_memory();
+    const int32_t count = vek_name_dict_get_int_or(digest->counts, name, 0) + 1;
+    return vek_name_dict_put_int(digest->counts, name, count) ? NULL : out_of_memory();
 }
 
 static VekError *replace_stamp(char **stamp, const char *line, const struct record *record)
@@ -189,7 +174,7 @@ static int collect_count(VekValue *key, VekValue *data, void *user_data)
 static VekError *print_busiest(const struct digest *digest, FILE *out)
 {
     const int number = vek_dict_get_len(digest->counts);
-    const int top = vek_str_dict_get_int(digest->settings, "busiest");
+    const int top = vek_str_dict_get_int_or(digest->settings, "busiest", 10);
     struct count *const counts = vek_calloc((size_t)number, sizeof *counts);
     if (counts == NULL) {
         return out_of_memory();

@@ -10,7 +10,7 @@
 
 /** The digest of one log. */
 struct digest {
-    const VekDict *settings; /**< see digest_settings(); borrowed */
+    const VekDict *settings; /**< how many lines to print: "busiest", "unreadable"; borrowed */
     unsigned long lines;
     unsigned long unreadable;
     VekNameTable *names; /**< of the programs or packages */
@@ -26,12 +26,6 @@ struct digest {
 };
 
 /* Functions that can fail return what went wrong, or null; release it with vek_error_destroy(). */
-
-/** The settings and their values to begin with: "busiest" and "unreadable", the numbers of lines to
- *  print of each.
- *  @return  a string dictionary, to be changed and released by the caller; null without memory
- */
-VekDict *digest_settings(void);
 
 /** Makes an empty digest; release it with digest_release(), also after a failure. */
 VekError *digest_init(struct digest *digest, const VekDict *settings);

@@ -91,7 +91,7 @@ static VekError *digest_path(const char *path, const VekDict *settings)
 
 /* What the command line asks for. */
 struct options {
-    VekDict *settings;        /* see digest_settings() */
+    VekDict *settings;        /* -n COUNT, -e COUNT: see struct digest */
     const char *debug_config; /* -d FILE */
     int own_function;         /* -p */
     const char *path;         /* null: standard input */
@@ -164,7 +164,7 @@ static int run(const struct options *options)
 
 int main(int argc, char **argv)
 {
-    struct options options = {.settings = digest_settings()};
+    struct options options = {.settings = vek_str_dict_create(2)};
     int status;
     if (options.settings != NULL && read_options(argc, argv, &options)) {
         status = run(&options);
