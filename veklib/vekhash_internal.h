@@ -16,7 +16,7 @@ struct VekHashPlace {
 
 /** The slot of a key with this hash: the remainder, which a mask computes for powers of two. In
  *  steps, with which GCC needs an instruction less. */
-inline VekHashEntry **vek_hash_slot(const VekHash *hash, uint32_t key_hash)
+[[gnu::always_inline]] inline VekHashEntry **vek_hash_slot(const VekHash *hash, uint32_t key_hash)
 {
     VekHashEntry **const table = hash->table;
     uint32_t slot = hash->table_size - 1;
