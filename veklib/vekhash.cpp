@@ -39,13 +39,7 @@ uint32_t hash_int(const void *key)
 /** The hash alone, for a rehash. */
 uint32_t hash_of(const VekHash *hash, const void *key)
 {
-    if (hash->hash_func == vek_hash_int_hash_func) {
-        return hash_int(key);
-    }
-    if (hash->hash_func == vek_hash_string_hash_func) {
-        return vek_hash_string_hash_func(key);
-    }
-    return hash->hash_func(key);
+    return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
 }
 
 /* Whether hash and equality are the library's own, which need no indirect call. */
