@@ -39,8 +39,11 @@ int _vek_debug_set_filestream(VekDebugDomain *domain, int32_t index, const char 
     VEK_RETURN_VAL_IF_FAIL(vek_debug_is_initialized, status_failed_check);
     VEK_RETURN_VAL_IF_FAIL(flag, status_failed_check);
 
+    VekDebugFilestream *const record = &domain->streams[index];
+    _vek_debug_close_filestream(record);
+    const int status = vek_debug_point_at_file(record, file);
     domain->enabled |= flag;
-    return vek_debug_point_at_file(&domain->streams[index], file);
+    return status;
 }
 
 /** Applies a setting (null: there is none) to a flag of a domain. A flag that is off points at the
@@ -52,8 +55,10 @@ int apply_setting(VekDebugDomain *domain, int32_t index, const char *value)
     if (!to_main_file && strcmp(value, "-") != 0) {
         return _vek_debug_set_filestream(domain, index, value);
     }
+    VekDebugFilestream *const record = &domain->streams[index];
+    _vek_debug_close_filestream(record);
     domain->enabled = off ? domain->enabled & ~bit_of(index) : domain->enabled | bit_of(index);
-    return vek_debug_point_at_file(&domain->streams[index], to_main_file ? nullptr : value);
+    return vek_debug_point_at_file(record, to_main_file ? nullptr : value);
 }
 
 int update_domain(void *, void *domain, void *)

@@ -9,7 +9,7 @@
 #include "veklib/vekdict.h"
 #include "veklib/vekhash.h"
 
-/** What functions that return int return. */
+/** Statuses: what operations return that can fail. */
 enum VekDebugStatus : int { status_done = 0, status_failed_check = 1, status_no_memory = 2 };
 
 /* The compiler's option for visibility covers definitions only. Declared hidden, the state is read
@@ -44,8 +44,11 @@ void vek_debug_release_settings();
 
 /* ---- vekdebug_streams.cpp ---- */
 
-/** Closes the stream of a record and points the record at another one.
- *  @param record  a flag's record
+/** Leaves a record empty. Closes its file if no other record holds it. */
+void _vek_debug_close_filestream(VekDebugFilestream *fs);
+
+/** Points a flag's record at a stream.
+ *  @param record  the record, which is empty
  *  @param file    the file's name, copied; "-" for standard output; null for the main file, or
  *                 standard output without one
  *  @return  status_done, also when another record has tried the file in vain

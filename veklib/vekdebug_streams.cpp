@@ -136,19 +136,6 @@ int _vek_debug_open_filestream(VekDebugFilestream *fs)
     return status_done;
 }
 
-/** Leaves the record empty. Closes its file if no other record holds it. */
-void _vek_debug_close_filestream(VekDebugFilestream *fs)
-{
-    VEK_RETURN_IF_FAIL(fs);
-
-    if (fs->file != nullptr && fs->file != stdout && !is_held_elsewhere(fs)) {
-        fclose(fs->file);
-    }
-    fs->file = nullptr;
-    vek_free(fs->name);
-    fs->name = nullptr;
-}
-
 /* ---- The main file ---- */
 
 /** Opens the file of the next main file, emptied. Records that have a file of that name open move
@@ -178,11 +165,22 @@ void open_main_file(VekDebugFilestream *main)
 
 /* ---- What the other parts call ---- */
 
+void _vek_debug_close_filestream(VekDebugFilestream *fs)
+{
+    VEK_RETURN_IF_FAIL(fs);
+
+    if (fs->file != nullptr && fs->file != stdout && !is_held_elsewhere(fs)) {
+        fclose(fs->file);
+    }
+    fs->file = nullptr;
+    vek_free(fs->name);
+    fs->name = nullptr;
+}
+
 int vek_debug_point_at_file(VekDebugFilestream *record, const char *file)
 {
     const VekDebugFilestream *const main = vek_debug.default_stream;
     const char *const main_name = main != nullptr ? main->name : standard_output_name;
-    _vek_debug_close_filestream(record);
     if (!take_name(record, file != nullptr ? stream_name(file) : main_name)) {
         return status_no_memory;
     }

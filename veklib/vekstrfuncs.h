@@ -27,8 +27,8 @@ VEK_BEGIN_DECLS
  *  Fails:   `byte_size` 0 -> null; no memory -> null; null `mem` with bytes to copy -> null, with
  *           a warning
  */
-VEK_MUST_USE VEK_SIZED_BY(2) VEK_RELEASED_WITH_FREE
-VEK_API void *vek_memdup(const void *mem, size_t byte_size);
+VEK_MUST_USE VEK_SIZED_BY(2) VEK_RELEASED_WITH_FREE VEK_API
+    void *vek_memdup(const void *mem, size_t byte_size);
 
 /** Copies a string.
  *  @param s  the string; borrowed
