@@ -1,10 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-/* What the library tells the compiler. */
+/* Hints to the compiler. */
 #ifndef VEKLIB_VEKCOMPILER_INTERNAL_H
 #define VEKLIB_VEKCOMPILER_INTERNAL_H
 
-/** A condition that seldom holds. Told so, the compiler moves what follows it out of the way: a
- *  search's loop keeps a single jump, and does not double its time by where more of them lie. */
+/** Marks a condition that seldom holds. The compiler then moves the code for that case away, and
+ *  the loop of a search keeps a single jump. With more jumps, the loop may take twice as long,
+ *  depending on where they lie. */
 inline bool vek_is_rare(bool condition)
 {
     return __builtin_expect(condition, false);

@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: MIT */
-/* Start and stop, domains, printing. Domains exist only between start and stop. The table owns
- * them; `last_found` is one of them. A domain that is being registered is not in the table yet, but
- * its records are in use already: `registering` shows it to searches. Printing allocates nothing
- * and changes nothing. This part never writes to a record or a setting.
+/* Start and stop, domains, printing. Domains exist only between start and stop. The hash table
+ * `domains` owns them; `last_found` is one of them. A domain that is being registered is not in the
+ * table yet, but its records are in use already, so searches find it through `registering`.
+ * Printing allocates nothing and changes nothing. This source never writes to a record or a
+ * setting.
  */
 #include "veklib/vekdebug_internal.h"
 
@@ -20,7 +21,7 @@ namespace {
 
 /* ---- Domains ---- */
 
-/** Releases a domain, whose streams are closed already. */
+/** Releases a domain. Its streams must be closed already. */
 void destroy_domain(void *element)
 {
     auto *const domain = static_cast<VekDebugDomain *>(element);
@@ -29,7 +30,7 @@ void destroy_domain(void *element)
     vek_free(domain);
 }
 
-/** A domain without streams, or null. */
+/** Makes a domain whose records are empty; null without memory. */
 VekDebugDomain *new_domain(const char *name, const char *const *flag_names)
 {
     auto *const domain = vek_new<VekDebugDomain>();
@@ -94,7 +95,7 @@ void release_everything()
 
 /* ---- Printing ---- */
 
-/** The index of a flag value's stream: that of its highest bit. */
+/** Returns the index of the stream that belongs to the highest bit of `flag`. */
 int32_t index_of(uint32_t flag)
 {
     return flag < 2 ? 0 : static_cast<int32_t>(std::bit_width(flag)) - 1;
@@ -149,7 +150,7 @@ int vek_debug_initialize(const char *config_file, const char *search_path)
         VEK_WARNING("%s:%i:vek_debug global already initialized", __FILE__, __LINE__);
         return status_failed_check;
     }
-    release_everything(); // a configuration may have been set and loaded ahead of the start
+    release_everything(); // a configuration may have been set and loaded before the start
     vek_debug.autoflush = true;
     vek_debug.domains = vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func,
                                           nullptr, destroy_domain);
@@ -250,7 +251,7 @@ void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintFunction 
 
 void vek_debug_print(const VekDebugDomain *domain, uint32_t flag, const char *format, ...)
 {
-    // Most messages are off, and end here before their values are touched.
+    // Most messages are off: they return here, before their values are touched.
     if (!vek_debug.initialized || (domain != nullptr && (domain->enabled & flag) == 0)) {
         return;
     }

@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* The configuration of debug output. An entry of the file or of the environment sets the main file,
- * autoflush or a setting. The settings are what the last load read and what was set since; the
- * dictionary is null until one of the two happens. All of them are applied together, to one domain
- * or to all. Only this part changes the settings, the recorded names and, but for
- * vek_debug_enable() and vek_debug_disable(), which flags are enabled. It never writes to a record.
+ * autoflush or a setting. The settings are those that the last load read and those that were set
+ * since; the dictionary is null until there is a load or a setting. All settings are applied
+ * together, to one domain or to all. Only this source changes the settings and the stored names;
+ * apart from vek_debug_enable() and vek_debug_disable(), only this source changes which flags are
+ * enabled. It never writes to a record.
  */
 #include "veklib/vekdebug_internal.h"
 
@@ -25,7 +26,7 @@ constexpr int expected_settings = 10;
 
 /* ---- Applying the settings ---- */
 
-/** The bit of a flag; flags after the 32nd have none. */
+/** Returns the bit of a flag; 0 for flags after the 32nd, which have none. */
 uint32_t bit_of(int32_t index)
 {
     return index < 32 ? uint32_t{1} << index : 0;
@@ -46,8 +47,8 @@ int _vek_debug_set_filestream(VekDebugDomain *domain, int32_t index, const char 
     return status;
 }
 
-/** Applies a setting (null: there is none) to a flag of a domain. A flag that is off points at the
- *  main file, too. */
+/** Applies a setting (null: there is none) to a flag of a domain. A flag that is off also points at
+ *  the main file. */
 int apply_setting(VekDebugDomain *domain, int32_t index, const char *value)
 {
     const bool off = value == nullptr || strcmp(value, "0") == 0;
@@ -76,7 +77,7 @@ void update_all_domains()
 
 /* ---- Settings ---- */
 
-/** Creates the settings dictionary if there is none; false without memory. */
+/** Creates the settings dictionary if there is none; returns false without memory. */
 bool ensure_settings()
 {
     if (vek_debug.settings == nullptr) {
@@ -96,7 +97,7 @@ void store_setting(const char *name, const char *value)
 
 /* ---- Entries ---- */
 
-/** Removes the white space of a text, in place. */
+/** Removes all white space from a text, in place. */
 char *without_space(char *text)
 {
     char *out = text;
@@ -153,8 +154,8 @@ int parse_config(char *text, const char *separators)
 
 /* ---- Finding the file ---- */
 
-/** Opens a configuration for reading; null when there is none. Only a regular file is one: opening
- *  a pipe could wait for ever. */
+/** Opens a configuration for reading; null if there is none. Only a regular file counts: opening a
+ *  pipe could wait for ever. */
 FILE *open_configuration(const char *path)
 {
     struct stat information;
@@ -162,7 +163,7 @@ FILE *open_configuration(const char *path)
     return other ? nullptr : vek_open_file(path, "r");
 }
 
-/** Opens the configuration file; null in `file` when there is none. */
+/** Opens the configuration file and stores it in `file`; stores null if there is none. */
 int _vek_debug_find_file(FILE **file)
 {
     const char *const filename = vek_debug.config_file;
@@ -193,8 +194,8 @@ int _vek_debug_find_file(FILE **file)
 
 /* ---- Reading the file ---- */
 
-/** Cuts each line at a comment, at a NUL or at a carriage return before its end, and terminates the
- *  text, which has room for one byte more than its size. */
+/** Cuts each line at a comment, at a NUL or at a carriage return that precedes its newline, and
+ *  terminates the text. The buffer must hold one byte more than `size`. */
 void drop_comments(char *text, size_t size)
 {
     char *out = text;
@@ -214,8 +215,8 @@ void drop_comments(char *text, size_t size)
     *out = '\0';
 }
 
-/** Reads a file without its comments into `text`, and closes it; null in `text` when it cannot be
- *  read. The text is released with vek_free(). */
+/** Reads a file without its comments and closes it. Stores the text in `text`, to be released with
+ *  vek_free(); stores null if the file cannot be read. */
 int _vek_debug_file_to_string(FILE *input, char **text)
 {
     *text = nullptr;
@@ -232,7 +233,7 @@ int _vek_debug_file_to_string(FILE *input, char **text)
         return status_no_memory;
     }
     drop_comments(content, fread(content, 1, static_cast<size_t>(size), input));
-    const bool whole = !ferror(input); // half a line would be a wrong setting
+    const bool whole = !ferror(input); // a line that was cut short would be a wrong setting
     if (fclose(input) != 0) {
         // The printed text is interface.
         vek_warn_failed_assertion(__FILE__, __LINE__, __func__, "!fclose(input)");
@@ -277,7 +278,7 @@ int load_environment()
     return status;
 }
 
-/** Releases a recorded name, then copies the new one, if any; false without memory. */
+/** Releases a stored name, then copies the new one, if any; returns false without memory. */
 bool record_name(char *&recorded, const char *name)
 {
     vek_free(recorded);

@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* The streams of debug output. The main file is a record, and every flag of every domain has one. A
- * record that holds a FILE has a name. Records of one name never hold two different FILEs; one
- * whose file could not be opened holds none. There is no count: a record that gives up its FILE
- * closes it if no other record holds it. Standard output is never closed. Only this part opens and
- * closes output files and writes to records. It knows no settings.
+ * record that holds a FILE has a name. Records of one name never hold two different FILEs; a record
+ * whose file could not be opened holds none. FILEs have no reference count: a record that gives up
+ * its FILE closes it if no other record holds it. Standard output is never closed. Only this source
+ * opens and closes output files and writes to records. It knows no settings.
  */
 #include "veklib/vekdebug_internal.h"
 
@@ -45,7 +45,7 @@ int search_domain(void *, void *value, void *search)
     return found;
 }
 
-/** Looks at the main file, then at a domain that is being registered, then at the table. */
+/** Looks at the main file, then at a domain that is being registered, then at all in the table. */
 void search_all(Search *search)
 {
     VekDebugFilestream *const main = vek_debug.default_stream;
@@ -59,7 +59,7 @@ void search_all(Search *search)
     }
 }
 
-/** The first record for which `test` is true, or null. */
+/** Finds the first record for which `test` is true; null if there is none. */
 template <typename Test>
 VekDebugFilestream *find_record(Test test)
 {
@@ -80,8 +80,8 @@ void for_each_record(Visit visit)
     });
 }
 
-/** Another record of the same name, open or not: what could not be opened for one flag is not tried
- *  again for the next. */
+/** Finds another record of the same name, open or not: a file that could not be opened for one flag
+ *  is not tried again for the next. */
 const VekDebugFilestream *find_sharer(const VekDebugFilestream *fs)
 {
     return find_record([fs](const VekDebugFilestream &other) {
@@ -98,14 +98,14 @@ bool is_held_elsewhere(const VekDebugFilestream *fs)
 
 /* ---- Opening and closing ---- */
 
-/** The name that a record has for a file's name in a setting. */
+/** Returns the name that a record gets for a file's name in a setting. */
 const char *stream_name(const char *file)
 {
     return strcmp(file, "-") == 0 ? standard_output_name : file;
 }
 
-/** Names an empty record. Standard output needs no opening: the record holds it at once. False
- *  without memory. */
+/** Names an empty record. Standard output needs no opening: the record holds it at once. Returns
+ *  false without memory. */
 bool take_name(VekDebugFilestream *fs, const char *name)
 {
     fs->name = vek_strdup(name);
@@ -116,8 +116,8 @@ bool take_name(VekDebugFilestream *fs, const char *name)
     return true;
 }
 
-/** Opens a file for writing, emptied. Flushes all open streams first: what they hold back must not
- *  land in the file afterwards, should one of them have the same file. */
+/** Opens a file for writing and empties it. Flushes all open streams first: one of them may have
+ *  the same file open, and its unwritten text must not get into the file afterwards. */
 FILE *open_emptied(const char *name)
 {
     for_each_record([](const VekDebugFilestream &record) {
@@ -138,8 +138,8 @@ int _vek_debug_open_filestream(VekDebugFilestream *fs)
 
 /* ---- The main file ---- */
 
-/** Opens the file of the next main file, emptied. Records that have a file of that name open move
- *  to the new stream, so that the name has one stream. */
+/** Opens the file of the next main file and empties it. Records that have a file of that name open
+ *  change to the new stream, so that the name has one stream. */
 void open_main_file(VekDebugFilestream *main)
 {
     main->file = open_emptied(main->name);

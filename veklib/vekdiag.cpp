@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* Warnings, fatal errors, back-traces.
  *
- * Nothing here allocates or locks, so that a report can be made from any thread and when memory has
- * run out. The three settings are single words, read and written whole; nothing depends on the
- * order in which threads see them. Every fatal path ends in end_process(), which does not return.
+ * Nothing here allocates or locks, so that a report can be made from any thread, even when memory
+ * has run out. The three settings are single words, read and written whole; nothing depends on the
+ * order in which threads see them change. Every fatal path ends in end_process(), which does not
+ * return.
  */
 #include "veklib/vekdiag.h"
 
@@ -42,7 +43,7 @@ void default_abort_handler(const char *file, int line, const char *message)
     } else {
         fprintf(stderr, "%s\n", message);
     }
-    // No cost on an unbuffered stream; an application that buffers it still gets its report.
+    // Costs nothing on an unbuffered stream; an application that buffers it still gets its report.
     fflush(stderr);
     vek_dump_backtrace(fileno(stderr));
     abort();
@@ -52,7 +53,7 @@ constinit std::atomic<VekAbortHandler> abort_handler{nullptr}; // null: the defa
 constinit std::atomic<int> warnings_fatal{-1};
 constinit std::atomic<int> backtrace_depth{0};
 
-/* Inline: its frame would say nothing, and VEK_BACKTRACE_SIZE may allow only a few. */
+/* Inline: a frame of its own would tell nothing, and VEK_BACKTRACE_SIZE may allow only a few. */
 [[noreturn, gnu::always_inline]] inline void end_process(const char *file, int line,
                                                          const char *message)
 {
@@ -105,7 +106,7 @@ int vek_get_warnings_fatal()
         return setting > 0;
     }
     const int fatal = vek_environment_number("VEK_FATAL_WARNINGS", 0);
-    // Fill in the unknown setting only: a decision that the application made meanwhile stays.
+    // Replace only an unknown setting: one that the application made meanwhile stays.
     warnings_fatal.compare_exchange_strong(setting, fatal, std::memory_order_relaxed);
     return fatal != 0;
 }

@@ -1,31 +1,31 @@
 /* SPDX-License-Identifier: MIT */
 /* What vekdiag offers to the library's other families: argument checks in the library's own form,
- * and numbers from the environment. Checks stand in .cpp files only: the path that they print is
+ * and numbers from the environment. Use the checks in .cpp files only: the path that they print is
  * that of the source being compiled. */
 #ifndef VEKLIB_VEKDIAG_INTERNAL_H
 #define VEKLIB_VEKDIAG_INTERNAL_H
 
 #include "veklib/vekdiag.h"
 
-/* The function below has no symbol, so a frame of its own would stand without a name between the
- * check and the warning in every fatal report. GCC leaves it by a jump where it can, although
- * the library is compiled without such jumps; Clang, which has no attribute for that, and builds
- * that do not optimise inline it. */
+/* The function below has no symbol. If it had a stack frame, every fatal report would show a frame
+ * without a name between the check and the warning. GCC therefore leaves it by a jump where it can,
+ * although the library is compiled without such jumps. Clang has no attribute for that, so Clang
+ * inlines the function; builds without optimisation do, too. */
 #if defined(__clang__) || !defined(__OPTIMIZE__)
 #define VEK_WITHOUT_FRAME __attribute__((always_inline)) inline
 #else
 #define VEK_WITHOUT_FRAME __attribute__((cold, noinline, optimize("optimize-sibling-calls")))
 #endif
 
-/** vek_warn_failed_assertion() for the checks of one source, whose path it knows. */
+/** vek_warn_failed_assertion() for the checks of one source; it supplies the path of the source. */
 [[maybe_unused]] VEK_WITHOUT_FRAME static void vek_failed_check(const char *condition, int line,
                                                                 const char *function)
 {
     vek_warn_failed_assertion(__BASE_FILE__, line, function, condition);
 }
 
-/* Inside the library the checks call vek_failed_check(), which supplies the path: one argument
- * fewer per check makes the library 5 % smaller. */
+/* Inside the library the checks call vek_failed_check() without the path: one argument fewer per
+ * check makes the library 5 % smaller. */
 #undef VEK_RETURN_IF_FAIL
 #undef VEK_RETURN_VAL_IF_FAIL
 
@@ -45,9 +45,9 @@
         }                                                                                          \
     } while (0)
 
-/** Reads an environment variable as a decimal number. Leading blanks and a sign are accepted, what
- *  follows the digits is ignored, no digits give 0. Numbers beyond the range of int give the
- *  nearest limit, also where long is wider. Leaves errno alone.
+/** Reads an environment variable as a decimal number. Leading blanks and a sign are accepted, and
+ *  what follows the digits is ignored; text without digits gives 0. Numbers beyond the range of int
+ *  give the nearest limit, even if long is wider. errno stays unchanged.
  *  Fails: variable not set, or a program with more rights than its user -> `otherwise`
  */
 int vek_environment_number(const char *name, int otherwise);

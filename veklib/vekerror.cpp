@@ -2,8 +2,8 @@
 /* Error objects.
  *
  * An error is one block: text and places are added without allocating. `msg_pos` is always the
- * length of `msg`, and below its size. The shared error for exhausted memory is constant: whatever
- * changes or releases an error asks `is_allocated` first.
+ * length of `msg`, and less than its size. The shared error for exhausted memory is constant: every
+ * function that changes or releases an error tests `is_allocated` first.
  */
 #include "veklib/vekerror.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char *unknown = "--unknown--";
 
-/* What the message and its terminator may take: the last byte is never used. */
+/* The bytes that the message and its terminator may use: all but the last one. */
 constexpr uint32_t usable_msg_size = VEK_ERROR_MSG_SIZE - 1;
 
 constexpr VekError vek_error_out_of_memory = {
@@ -39,7 +39,7 @@ const char *or_unknown(const char *text)
 VEK_PRINTF(2, 0)
 VekError *append_msg_va(VekError *err, const char *format, va_list args)
 {
-    VEK_ASSERT(((void *)0) != err); // the printed text is interface, also this form of null
+    VEK_ASSERT(((void *)0) != err); // the printed text is interface, even this form of null
     if (!err->is_allocated) {
         return err;
     }
@@ -70,10 +70,10 @@ const VekErrorCallstackEntry *entry_at(const VekError *err, int index)
 VekError *vek_error_create(int type, const char *func, const char *file, int line,
                            const char *format, ...)
 {
-    // Charged to the library itself: the error's first place shows who asked.
+    // Charged to the library itself: the error's first place shows who called.
     auto *const err = vek_new<VekError>();
     if (err == nullptr) {
-        // Never written to: all that change an error look at is_allocated.
+        // Never written to: whatever changes an error tests is_allocated first.
         return const_cast<VekError *>(&vek_error_out_of_memory);
     }
     memset(err, 0, sizeof *err);

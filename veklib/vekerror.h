@@ -1,17 +1,17 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekerror.h
- *  Error objects: a report that is made where a failure is found, and passed upwards. It carries a
- *  type, a message of bounded size and the places that it came through. Making one never fails:
- *  without memory the caller gets a shared, read-only error that says so.
+ *  Error objects. An error is made where a failure is found, and passed up to the callers. It holds
+ *  a type, a message of limited length and the places in the source that it passed through. Making
+ *  one never fails: without memory the caller gets a shared, read-only error that says so.
  *
  *      VekError *err = VEK_ERROR_CREATE(VEK_ERROR_IO, "cannot open %s", path);   // here
  *      VEK_ERROR_ADD_CALLSTACK_ENTRY(err);                                       // a level higher
  *      vek_error_print(err, stderr);                                             // at the top
  *      vek_error_destroy(err);
  *
- *  By convention a function that returns a VekError returns null for success; the functions that
- *  read accept that null, too.
- *  Threads: an error is used by one thread at a time; the shared one by any number.
+ *  By convention, a function that returns a pointer to a VekError returns null for success. The
+ *  functions that read an error accept null too.
+ *  Threads: an error is used by one thread at a time, the shared one by any number of threads.
  */
 #ifndef VEKLIB_VEKERROR_H
 #define VEKLIB_VEKERROR_H
@@ -23,7 +23,7 @@
 
 VEK_BEGIN_DECLS
 
-/** The kind of error. An application may use numbers of its own, which print as "Unknown Error". */
+/** The type of an error. An application may use other numbers, which print as "Unknown Error". */
 typedef enum VekErrorType VEK_INT_ENUM {
     VEK_ERROR_SUCCESS = 0,       /**< "Success" */
     VEK_ERROR_OUT_OF_MEMORY = 1, /**< "Out of Memory Error" */
@@ -44,11 +44,11 @@ typedef struct VekErrorCallstackEntry {
 /** An error. The fields are for reading. */
 typedef struct VekError {
     uint8_t is_allocated; /**< 0: the shared error for exhausted memory, which never changes */
-    int32_t type;         /**< a VekErrorType, or the application's number */
+    int32_t type;         /**< a VekErrorType, or a number of the application's own */
     uint32_t msg_pos;     /**< length of the message */
     char msg[VEK_ERROR_MSG_SIZE]; /**< the message, at most 4094 characters */
     int32_t callstack_count;      /**< places in use */
-    VekErrorCallstackEntry callstack[VEK_ERROR_CALLSTACK_SIZE]; /**< the first one made the error */
+    VekErrorCallstackEntry callstack[VEK_ERROR_CALLSTACK_SIZE]; /**< first: where it was made */
 } VekError;
 
 /* ---- Create and release ---- */
@@ -59,13 +59,13 @@ typedef struct VekError {
 VEK_API void vek_error_destroy(VekError *err);
 
 /** Makes an error.
- *  @param type    a VekErrorType, or a number of the application's
- *  @param func    function that makes it; borrowed for the error's life; null: "--unknown--"
+ *  @param type    a VekErrorType, or a number of the application's own
+ *  @param func    the calling function; borrowed for the error's life; null: "--unknown--"
  *  @param file    its source file; borrowed for the error's life; null: "--unknown--"
  *  @param line    its source line
  *  @param format  printf format of the message, which is cut after 4094 characters, or at a NUL
- *                 among the formatted ones; null, empty, or with a value that cannot be
- *                 converted: no message
+ *                 among the formatted characters. If it is null or empty, or a value cannot be
+ *                 converted, there is no message
  *  @return  the error, never null; release with vek_error_destroy()
  *  Fails:   no memory -> the shared error of type VEK_ERROR_OUT_OF_MEMORY, with the message "Out of
  *           Memory"; the functions below accept it and never change it
@@ -74,25 +74,25 @@ VEK_API VEK_MUST_USE VEK_NEVER_NULL VEK_RELEASED_WITH(vek_error_destroy)
     VEK_PRINTF(5, 6) VekError *vek_error_create(int type, const char *func, const char *file,
                                                 int line, const char *format, ...);
 
-/** vek_error_create() at the place of the call: VEK_ERROR_CREATE(type, format, ...). */
+/** vek_error_create() with the place of the call: VEK_ERROR_CREATE(type, format, ...). */
 #define VEK_ERROR_CREATE(type, ...)                                                                \
     vek_error_create(type, __func__, __FILE__, __LINE__, __VA_ARGS__)
 
 /* ---- Change ---- */
 
-/** Adds text to the message; what goes beyond 4094 characters, or follows a NUL among the formatted
- *  ones, is dropped. The next text starts where that NUL stood.
+/** Adds text to the message. Characters beyond 4094 are dropped, and so are those after a NUL among
+ *  the formatted characters; text that is added later starts where that NUL was.
  *  @param err     the error; null ends the process through the platform's assertion facility
- *  @param format  printf format; null or empty: nothing is added. Its values must not be part of
- *                 the error's own message
+ *  @param format  printf format; null or empty: nothing is added. No value may be part of this
+ *                 error's message
  *  @return  the same error
- *  Fails:   a value that cannot be converted, or a text beyond INT_MAX -> the same error, with the
- *           message unchanged
+ *  Fails:   a value that cannot be converted, or a text of more than INT_MAX characters -> the same
+ *           error, with the message unchanged
  */
 VEK_API VEK_NEVER_NULL VEK_PRINTF(2, 3) VekError *vek_error_append_msg(VekError *err,
                                                                        const char *format, ...);
 
-/** Adds a place; dropped when there are 30.
+/** Adds a place; an error that has 30 places already stays unchanged.
  *  @param err   the error; null ends the process through the platform's assertion facility
  *  @param func  function; borrowed for the error's life; null: "--unknown--"
  *  @param file  source file; borrowed for the error's life; null: "--unknown--"
@@ -107,23 +107,25 @@ VEK_API void _vek_error_add_callstack_entry(VekError *err, const char *func, con
 
 /* ---- Read ----
  *
- * Indices count from 0, the place that made the error, to one less than the count. A null error, or
- * an index that is not in use, gives 0, an empty message or "--unknown--", without a warning. */
+ * Index 0 is the place where the error was made; the last index is the count minus 1. For a null
+ * error, or an index that is not in use, the result is 0, an empty message or "--unknown--",
+ * without a warning. */
 
 /** Returns the type. */
 VEK_API int vek_error_get_type(const VekError *err);
-/** Returns the message, borrowed: part of the error, so text that is added later shows up in it. */
+/** Returns the message, borrowed. It is part of the error, so later additions appear in it. */
 VEK_API VEK_NEVER_NULL const char *vek_error_get_msg(const VekError *err);
 /** Returns the number of places. */
 VEK_API int vek_error_get_callstack_count(const VekError *err);
-/** Returns the function of a place, borrowed: the pointer that was given. */
+/** Returns the function of a place, borrowed: the pointer that was passed in. */
 VEK_API VEK_NEVER_NULL const char *vek_error_get_callstack_func(const VekError *err, int index);
-/** Returns the source file of a place, borrowed: the pointer that was given. */
+/** Returns the source file of a place, borrowed: the pointer that was passed in. */
 VEK_API VEK_NEVER_NULL const char *vek_error_get_callstack_file(const VekError *err, int index);
 /** Returns the source line of a place. */
 VEK_API int vek_error_get_callstack_line(const VekError *err, int index);
 
-/** Prints an error; without a message or places their lines are left out. Nothing is flushed.
+/** Prints an error, without flushing. The lines of a missing message or of missing places are left
+ *  out.
  *
  *      ** Error 2: I/O Error
  *      cannot open /etc/gateway.conf
@@ -132,11 +134,11 @@ VEK_API int vek_error_get_callstack_line(const VekError *err, int index);
  *       1: main() in main.c:12
  *
  *  @param err     the error; null prints nothing
- *  @param stream  where to; null: standard output
+ *  @param stream  the output stream; null: standard output
  */
 VEK_API void vek_error_print(const VekError *err, FILE *stream);
 
-/** Returns the text of a type, a constant; "Unknown Error" for any other number. */
+/** Returns the text of a type, a constant; "Unknown Error" for a number that is no VekErrorType. */
 VEK_API VEK_NEVER_NULL const char *_vek_error_get_string(int type);
 
 VEK_END_DECLS

@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file veklib.h
- *  All public headers of veklib. An application that uses a few families may include theirs alone.
+ *  Includes all public headers of veklib. An application that uses only a few families can include
+ *  just their headers.
  */
 #ifndef VEKLIB_VEKLIB_H
 #define VEKLIB_VEKLIB_H

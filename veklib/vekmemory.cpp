@@ -1,16 +1,17 @@
 /* SPDX-License-Identifier: MIT */
 /* The allocator's tables, their first use, and the entry points.
  *
- * `active` is what every call goes through: first-use entries at load, afterwards always the
- * `installed` table, under tracing wrappers if tracing is on. publish() alone brings the two in
- * line. Whoever touches the tables first (an allocation, a query, the trace switch) completes the
- * first-use installation before anything else happens, and racing threads wait for it; a table
- * exchange that comes first takes its place. No first-use entry and no wrapper ever gets into
- * `installed`, so none can run over a table that was installed later.
+ * Every call goes through the `active` table. At load it holds first-use entries; afterwards it
+ * always holds the operations of the `installed` table, or wrappers around them if tracing is on.
+ * Only publish() makes the two tables agree. The first call that needs them (an allocation, a
+ * query, or one that switches tracing on) completes the first-use installation before anything else
+ * happens, and racing threads wait for it. If a table is installed before that, no first-use
+ * installation is made. `installed` never holds a first-use entry or a wrapper, so neither can run
+ * on top of a table that was installed later.
  *
- * An entry point is a zero test and a jump through its slot, without further ordering. This source
- * is compiled so that its calls in return position become jumps, and so that it calls the
- * allocator's names through the dynamic symbol table: CMakeLists.txt.
+ * An entry point tests for zero and jumps through the active table, without further ordering.
+ * CMakeLists.txt compiles this source so that its calls in return position become jumps, and so
+ * that it calls the allocator's functions through the dynamic symbol table.
  */
 #include "veklib/vekmemory.h"
 
@@ -30,7 +31,7 @@ namespace {
 
 /* ---- The default table ---- */
 
-/* Changed only while no other thread allocates, so that allocations read it as a plain variable. */
+/* Changed only while no other thread allocates, so allocations can read it as a plain variable. */
 constinit uint8_t error_state = 0;
 
 void *default_malloc(size_t size, void *return_address)
@@ -75,13 +76,13 @@ void default_set_error(int error)
     store(error_state, static_cast<uint8_t>(error));
 }
 
-/* Filled on first use, so it needs no relocations. Call on_first_use() before reading. */
+/* Filled on first use, so it needs no relocations. Call on_first_use() before reading it. */
 constinit VekMemoryVtable default_table = {};
 
 /* ---- The active table and its first use ----
  *
- * The first use when an allocation makes it; what is called later stands below, what it calls
- * further to the right:
+ * The calls of a first use that an allocation makes, in their order. The calls that a function
+ * makes are indented below it:
  *
  *   vek_malloc()                                  jumps through active.malloc
  *     FirstUse<malloc>::entry()
@@ -90,20 +91,21 @@ constinit VekMemoryVtable default_table = {};
  *           install_for_first_use()               once; other threads wait here for its end
  *             fill_in_default()                   installed = default table
  *             vek_set_memory_vtable()             the application's, if it defines one; else:
- *               on_first_use()                    nothing, for this thread is installing
+ *               on_first_use()                    does nothing: this thread is installing
  *               store_table()                     installed = default table
- *               publish()                         nothing yet
+ *               publish()                         does nothing yet
  *               vek_memory_enable_trace()         if VEK_MALLOC_TRACE says so: tracing = true
- *                 publish()                       nothing yet
+ *                 publish()                       does nothing yet
  *             publish()                           active = installed, under wrappers if tracing
  *       active.malloc()                           serves the request
  *
- * Optional slots come in the same way. vek_get_memory_vtable() and the trace switches start at
- * complete_first_use(). When an application calls vek_set_memory_vtable() first, its
- * on_first_use() runs fill_in_default() as the one-time work, and nothing is left to install.
+ * Calls of the optional operations, except `mark`, take the same way. vek_get_memory_vtable() and
+ * vek_memory_enable_trace() start at complete_first_use(). If an application calls
+ * vek_set_memory_vtable() first, its on_first_use() runs fill_in_default() as the one-time work,
+ * and nothing is left to install.
  */
 
-/* What the active table holds at load in place of one required slot. */
+/* What the active table holds at load in place of one required operation. */
 template <auto slot>
 struct FirstUse;
 
@@ -135,10 +137,10 @@ constinit VekMemoryVtable active = {
 
 constinit pthread_once_t first_use_once = PTHREAD_ONCE_INIT;
 
-/* The thread that makes the first-use installation, while it does; 0 is no thread. */
+/* The thread that is making the first-use installation; 0 if there is none. */
 constinit std::atomic<pthread_t> installer{0};
 
-/* The active table has lost its first-use entries. */
+/* The active table no longer holds first-use entries. */
 constinit std::atomic<bool> published{false};
 
 bool installing_here()
@@ -189,8 +191,8 @@ void install_for_first_use()
     publish();
 }
 
-/** Runs `routine` if the first use is still to come; waits while another thread makes it. An
- *  application's own vek_set_memory_vtable(), called by the installation, may come back here. */
+/** Runs `routine` if the first use is still to come; waits while another thread makes it. Does
+ *  nothing when the installation itself gets here, as it does through vek_set_memory_vtable(). */
 void on_first_use(void (*routine)())
 {
     if (!installing_here()) {
@@ -198,15 +200,16 @@ void on_first_use(void (*routine)())
     }
 }
 
-/** What serves a call that came in through a first-use entry: the active table, or, for a call from
- *  within the installation, the installed one, for the active table still holds that entry. */
+/** Returns the table that serves a call which came in through a first-use entry: the active table.
+ *  For a call from within the installation it is the installed one, because the active table still
+ *  holds that entry. */
 const VekMemoryVtable &table_after_first_use()
 {
     complete_first_use();
     return published.load(std::memory_order_acquire) ? active : installed;
 }
 
-/* ---- Optional slots ---- */
+/* ---- Optional operations ---- */
 
 size_t get_total_bytes(const VekMemoryVtable &table)
 {
@@ -254,10 +257,10 @@ void first_use_set_error(int error)
     set_error(table_after_first_use(), error);
 }
 
-/* ---- How a request is served: a zero test and a jump through the active slot ---- */
+/* ---- How a request is served: a zero test and a jump through the active table ---- */
 
-/* Force-inlined, with the caller's address as an argument: it is fetched before the slot is read,
- * so that the entry points end in one jump through memory. */
+/* Force-inlined, with the return address as an argument: it is fetched before the active table is
+ * read, so that the entry points end in one jump through memory. */
 #define SERVE [[gnu::always_inline]] inline
 
 SERVE void *serve_malloc(size_t size, void *return_address)
@@ -330,7 +333,7 @@ WEAK_NAME(get_memory_vtable);
 
 void __vek_default_set_memory_vtable(const VekMemoryVtable *table)
 {
-    on_first_use(fill_in_default); // this is the first use: no entry may install over it later
+    on_first_use(fill_in_default); // this may be the first use: no entry installs over it later
     store_table(installed, table != nullptr ? *table : default_table);
     publish();
     if (vek_environment_number("VEK_MALLOC_TRACE", 0) != 0) {

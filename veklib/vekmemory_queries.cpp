@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* Memory queries: what the default table answers about the machine's memory.
  *
- * The source is "/proc/meminfo", opened, read and closed by each query; nothing is kept, so any
- * thread may ask at any time. errno stays as it was. This source knows neither the tables nor the
- * trace, and does not allocate through the library.
+ * Each query opens, reads and closes "/proc/meminfo" and keeps nothing, so any thread may make one
+ * at any time. errno stays unchanged. This source knows neither the tables nor the trace, and does
+ * not allocate through the library.
  */
 #include "veklib/vekmemory_internal.h"
 #include "veklib/vekmemory_table_internal.h"
@@ -15,9 +15,9 @@
 
 namespace {
 
-/** The number of kilobytes in an open "/proc/meminfo" that the pattern asks for, in bytes. A line
- *  longer than the buffer arrives in pieces, each matched on its own.
- *  Fails: no line matches, or the bytes do not fit a size -> `unknown_size` */
+/** Finds the number of kilobytes that matches the pattern in an open "/proc/meminfo", and returns
+ *  it in bytes. A line longer than the buffer is read in pieces; each is matched on its own.
+ *  Fails: no line matches, or the bytes do not fit into a size_t -> `unknown_size` */
 size_t read_meminfo(FILE *meminfo, const char *pattern)
 {
     char piece[79];

@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /* Trace lines, the wrappers that write them, and their switch.
  *
- * A wrapper forwards to the installed table and hands on the address of the code that asked. Lines
- * are written here alone, those of refusals included; each reaches its destination in one write, so
- * lines of different threads never mix. The destination is chosen once, the counter never goes
- * back, and errno stays as the traced operation left it. Nothing here writes to a table, except
- * wrap_if_tracing() to the one it is given; nothing allocates through the library.
+ * A wrapper calls the installed table and passes on the return address. All trace lines are written
+ * here, including those of refusals; each reaches its destination in one write, so lines of
+ * different threads never mix. The destination is chosen once, the counter never goes back, and
+ * errno stays as the traced operation left it. Nothing here writes to a table, except that
+ * wrap_if_tracing() changes the one that it is given. Nothing allocates through the library.
  */
 #include "veklib/vekdiag.h"
 #include "veklib/vekmemory_internal.h"
@@ -50,8 +50,8 @@ void choose_trace_destination()
     trace_destination = stderr;
 }
 
-/** Writes a line, which begins with the address of the code that asked, and a newline in one write.
- *  A line over the limit is dropped. The first line chooses the destination.
+/** Writes a line, which begins with the return address, and a newline in one write. A line over the
+ *  limit is dropped. The first line chooses the destination.
  *  Fails: there is no destination at all -> a fatal error */
 VEK_PRINTF(1, 2) void write_trace(const char *format, ...)
 {
@@ -88,7 +88,8 @@ ssize_t as_signed(size_t size)
 constinit std::atomic<unsigned> allocation_counter{0};
 constinit std::atomic<bool> tracing{false};
 
-/** The installed table, read after the wrapper that asks for it was read from the active one. */
+/** Returns the installed table. The fence orders reading it after reading the wrapper, which calls
+ *  this, from the active table. */
 const VekMemoryVtable &traced_table()
 {
     std::atomic_thread_fence(std::memory_order_acquire);
@@ -118,7 +119,7 @@ void *traced_calloc(size_t count, size_t size, void *return_address)
 
 void *traced_realloc(void *block, size_t size, void *return_address)
 {
-    // The line shows where the block was, which is no longer a pointer once it has been resized.
+    // For the line: once the block has been resized, the old pointer must not be used any more.
     const auto old_address = reinterpret_cast<uintptr_t>(block);
     void *const result = load(traced_table().realloc)(block, size, return_address);
     write_trace("%p: vek_realloc(%p, %zd) => %p [#%d]", return_address,
@@ -127,7 +128,7 @@ void *traced_realloc(void *block, size_t size, void *return_address)
     return result;
 }
 
-/* The line comes first: once the block is released, another thread may get it and write its own. */
+/* The line comes first: once the block is released, another thread may get it and write a line. */
 void traced_free(void *block, void *return_address)
 {
     write_trace("%p: vek_free(%p)", return_address, block);
@@ -204,8 +205,8 @@ FILE *vek_open_file(const char *path, const char *mode)
 
 /* ---- The switch ---- */
 
-/* An application may define both names itself: no weak names, but called through the dynamic
- * symbol table. */
+/* An application may define both functions itself. They have no weak names, but the library calls
+ * them through the dynamic symbol table. */
 
 void vek_memory_enable_trace()
 {
@@ -217,7 +218,7 @@ void vek_memory_enable_trace()
 
 void vek_memory_disable_trace()
 {
-    // A thread that sees tracing on also sees the table installed before it.
+    // A thread that sees tracing on also sees the table that was installed before.
     if (tracing.exchange(false, std::memory_order_acq_rel)) {
         publish();
     }

@@ -19,7 +19,7 @@ void name_free_func(void *element)
     }
 }
 
-/** A name with a copy of the text, or null. */
+/** Makes a name with a copy of the text; null without memory. */
 VekName *new_name(const char *string, int32_t id)
 {
     auto *const name = vek_new<VekName>();

@@ -1,19 +1,19 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekname.h
- *  Interned names. A name table holds one VekName for each distinct text, so names of one table are
- *  equal exactly when they are the same pointer. The table owns its names for its whole life.
+ *  Interned names. A name table holds one VekName for each distinct text, so two names of one table
+ *  are equal exactly if their pointers are equal. The table owns its names for its whole life.
  *
  *      VekNameTable *table = vek_name_table_create(NULL);
  *      VekName *eth0 = vek_name_from_string(table, "eth0", 7);
  *      assert(vek_name_try_string(table, "eth0") == eth0);
  *      vek_name_table_destroy(&table);
  *
- *  The names are in a table of vekhash.h. When it should double and there is no memory for its
- *  slots, it warns, now and at every further new name that would double it; where warnings are
- *  fatal the process then ends although the name was interned. The hash of texts is not secret:
- *  whoever chooses them can make them share a slot. 20,000 texts that were chosen so took 0.5 s to
- *  intern, 70 times as long as others, and the time grows with the square of their number: bound
- *  how many names are made of texts from outside.
+ *  A name table keeps its names in a hash table (vekhash.h). If the hash table should double but
+ *  there is no memory for its slots, it warns, and warns again at each new name that would double
+ *  it. If warnings are fatal, the process then ends although the name was interned. The hash of
+ *  texts is not secret: whoever chooses the texts can make them share a slot. 20,000 texts chosen
+ *  in this way took 0.5 s to intern, 70 times as long as others, and the time grows with the square
+ *  of their number. Limit how many names are made from texts that come from outside.
  *
  *  Threads: a table is used by one thread at a time, look-ups included.
  */
@@ -29,7 +29,7 @@ VEK_BEGIN_DECLS
 
 /** A name, owned by its table; for reading. */
 typedef struct VekName {
-    int32_t id;   /**< the number given by whoever interned the text first */
+    int32_t id;   /**< the number that was passed when the text was first interned */
     char *string; /**< the table's own copy of the text */
 } VekName;
 
@@ -41,16 +41,16 @@ typedef struct VekNameTable {
 /* ---- Create and release ---- */
 
 /** Makes an empty table.
- *  @param name_table  address of the variable that receives it as well; may be null
+ *  @param name_table  address of a variable that also receives the table; may be null
  *  @return  the table; release with vek_name_table_destroy()
- *  Fails:   no memory -> null (the variable is then untouched or null)
+ *  Fails:   no memory -> null (the variable is then unchanged or null)
  */
 VEK_API VekNameTable *vek_name_table_create(VekNameTable **name_table);
 
-/** Releases a table and all its names, and clears the caller's variable. Names and texts that were
- *  borrowed from it, in values and dictionaries too, are invalid afterwards.
- *  @param name_table  address of the variable; not null. A variable that holds null is fine:
- *                     nothing happens
+/** Releases a table and all its names, and sets the caller's variable to null. Names and texts that
+ *  were borrowed from it, also by values and dictionaries, are invalid afterwards.
+ *  @param name_table  address of the variable; not null. If the variable holds null, nothing
+ *                     happens
  *  Fails: null address -> nothing done, with a warning
  */
 VEK_API void vek_name_table_destroy(VekNameTable **name_table);
@@ -60,9 +60,10 @@ VEK_API void vek_name_table_destroy(VekNameTable **name_table);
 /** Interns a text.
  *  @param name_table  the table
  *  @param string      the text; copied if it is new
- *  @param id          number for a new name; ignored for a text that has one
+ *  @param id          number for a new name; ignored if the text has a name already
  *  @return  the name, existing or new, borrowed from the table
- *  Fails:   no memory -> null, the table is as before; null table or text -> null, with a warning
+ *  Fails:   no memory -> null, and the table is unchanged; null table or text -> null, with a
+ *           warning
  */
 VEK_API VekName *vek_name_from_string(VekNameTable *name_table, const char *string, int32_t id);
 
@@ -71,10 +72,10 @@ VEK_API VekName *vek_name_from_string(VekNameTable *name_table, const char *stri
  */
 VEK_API VekName *vek_name_from_vek_str(VekNameTable *name_table, const VekStr *vek_str, int32_t id);
 
-/** Finds the name of a text and creates none.
+/** Finds the name of a text, without creating one.
  *  @param name_table  the table
  *  @param string      the text; borrowed
- *  @return  the name, borrowed from the table; null when the text has none
+ *  @return  the name, borrowed from the table; null if the text has none
  *  Fails:   null table or text -> null, with a warning
  */
 VEK_API VekName *vek_name_try_string(const VekNameTable *name_table, const char *string);
@@ -86,7 +87,7 @@ VEK_API VekName *vek_name_try_string(const VekNameTable *name_table, const char 
  */
 VEK_API const char *vek_name_to_string(const VekName *name);
 
-/** Makes a new string of the text of a name.
+/** Makes a new string from the text of a name.
  *  @return  the string, with one reference for the caller; release with vek_str_unref()
  *  Fails:   no memory -> null; null `name` -> null, with a warning
  */

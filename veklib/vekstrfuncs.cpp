@@ -12,7 +12,7 @@
 
 namespace {
 
-/** The first `length` characters of `text`, terminated, as a new string. */
+/** Copies the first `length` characters of `text` into a new, NUL-terminated string. */
 char *duplicate(const char *text, size_t length, void *return_address)
 {
     auto *const copy = static_cast<char *>(vek_malloc_with_return(length + 1, return_address));
@@ -30,7 +30,7 @@ char *duplicate(const char *text, size_t length, void *return_address)
 char *vek_format_block(size_t header, int shortest, const char *format, va_list args,
                        void *return_address)
 {
-    // Most texts are short: they are formatted once, measured on the way, and copied.
+    // Most texts are short: formatting them here also measures them, and they are only copied.
     char brief[256];
     va_list measured;
     va_copy(measured, args);

@@ -1,13 +1,14 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstrfuncs.h
- *  Copies of memory and of NUL-terminated strings. Every copy is charged to the code that called,
- *  belongs to it and is released with vek_free().
+ *  Copies of memory and of NUL-terminated strings. Every new copy is charged to the calling code
+ *  and belongs to it; release it with vek_free().
  *
  *      char *label = vek_strdup_printf("%s-%d", name, number);
  *      ...
  *      vek_free(label);
  *
- *  No shared state: any thread may call any function, as far as the allocator table allows.
+ *  Threads: there is no shared state. Any thread may call any function, as far as the allocator
+ *  table allows.
  */
 #ifndef VEKLIB_VEKSTRFUNCS_H
 #define VEKLIB_VEKSTRFUNCS_H
@@ -57,19 +58,19 @@ VEK_API VEK_NEW_BLOCK VEK_PRINTF(1, 2) char *vek_strdup_printf(const char *forma
 
 /** Formats a new string from an argument list.
  *  @param format  printf format; borrowed
- *  @param args    its values; left unchanged, for the caller to end
+ *  @param args    its values; left unchanged; the caller calls va_end()
  *  @return  the text; release with vek_free()
- *  Fails:   as vek_strdup_printf(); the warning for a null `format` names the function that both
- *           share, vek_strdup_vprintf_with_return
+ *  Fails:   as vek_strdup_printf(), but the warning for a null `format` names an internal function,
+ *           vek_strdup_vprintf_with_return
  */
 VEK_API VEK_NEW_BLOCK VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *format, va_list args);
 
-/** Copies as much of a string as fits into a buffer, always NUL-terminated.
+/** Copies as much of a string as fits into a buffer, and always terminates the copy with a NUL.
  *  @param dest     the buffer; may be null if `destlen` is 0
  *  @param src      the string; borrowed
  *  @param destlen  size of the buffer in bytes; 0 writes nothing
- *  @return  the length of `src`; the copy was cut if that is `destlen` or more
- *  Fails:   null `src`, or null `dest` with room to fill -> 0, with a warning
+ *  @return  the length of `src`; if that is `destlen` or more, the copy was cut
+ *  Fails:   null `src`, or null `dest` while `destlen` is not 0 -> 0, with a warning
  */
 VEK_API size_t vek_strlcpy(char *dest, const char *src, size_t destlen);
 

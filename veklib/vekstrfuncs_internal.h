@@ -13,8 +13,8 @@
 VEK_PRINTF(1, 0)
 char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *return_address);
 
-/** Whether two texts are equal, or both null. Most that differ do so in their first byte, which
- *  costs no call. */
+/** Returns whether two texts are equal, or both null. Most texts that differ do so in their first
+ *  byte; comparing it needs no call. */
 inline bool vek_is_same_text(const char *a, const char *b)
 {
     if (a == nullptr || b == nullptr) {
@@ -24,7 +24,7 @@ inline bool vek_is_same_text(const char *a, const char *b)
 }
 
 /** Formats a text into a new block, after a header of `header` bytes.
- *  @param shortest  the fewest characters that make a result
+ *  @param shortest  the number of characters that the text must have at least
  *  @return  the block, its header uninitialised; release with vek_free()
  *  Fails:   a shorter text, a value that cannot be converted, or no memory -> null
  */

@@ -3,8 +3,8 @@
 
 namespace {
 
-/* Thin wrappers of the platform's functions; nothing is kept or allocated here. A slot is the
- * platform's key plus 1, so that 0 names none.
+/* Thin wrappers around the platform's functions; nothing is stored or allocated here. A slot is the
+ * platform's key plus 1, so that 0 can mean no slot.
  */
 pthread_key_t key_of(VekPrivate slot)
 {
