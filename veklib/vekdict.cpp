@@ -19,9 +19,9 @@
  *   search that meets an empty key warns and fails.
  * - Slots never move: a borrowed datum stays where it is until its dictionary is cleared, emptied
  *   or released.
- * - What the release of an item calls may search and walk the dictionary. So the items of a segment
- *   are released before the segment, and a dictionary that is being cleared may have fewer slots
- *   than `len`. */
+ * - Functions that the release of an item calls may search and walk the dictionary. So the items of
+ *   a segment are released before the segment, and a dictionary that is being cleared may have
+ *   fewer slots than `len`. */
 
 namespace {
 

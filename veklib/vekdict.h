@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekdict.h
  *  Dictionaries: small reference-counted maps from value records to value records. An item is found
- *  by a linear search in the order of insertion. Items never move, and single items are never
- *  removed. The dictionary owns its keys and data.
+ *  by a linear search in the order of insertion. Items never move and cannot be removed one by one.
+ *  The dictionary owns its keys and data.
  *
  *  Most applications use the typed dictionaries, whose keys are plain strings, integers or names:
  *  vekstrdict.h, vekintdict.h, veknamedict.h.
@@ -67,7 +67,7 @@ struct VekDict {
  *  @param init_count    number of items to expect, above 0; the first segment has that many slots
  *  @param key_type      declared type of the keys, which only the typed dictionaries check
  *  @param destroy_func  called for each item when the last reference is released, before the items
- *                       are; a nonzero result ends these calls; may be null
+ *                       are released; a nonzero result ends these calls; may be null
  *  @param user_data     passed to destroy_func; may be null; borrowed for the dictionary's life
  *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
  *  Fails:   no memory -> null; `init_count` not above 0 -> null, with a warning
@@ -144,8 +144,8 @@ VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue
 /* ---- Change ---- */
 
 /** Stores a datum under a key of any type. If the key is present, its item keeps its slot and its
- *  stored key, and gets the new datum. The old datum is released after that, so what its release
- *  calls may search the dictionary.
+ *  stored key, and gets the new datum. The old datum is released after that, so functions that its
+ *  release calls may search the dictionary.
  *  @param vekdict_ptr  the dictionary
  *  @param key          the key's record; taken on success and left empty
  *  @param data         the datum's record, which should not be empty; taken on success and
@@ -158,7 +158,7 @@ VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue
 VEK_API int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data);
 
 /** Releases all items, and all segments but the first. The dictionary keeps its destroy function,
- *  which is not called. What the release of an item calls must not change the dictionary.
+ *  which is not called. Functions that the release of items calls must not change the dictionary.
  *  @param vekdict_ptr  the dictionary
  *  @return  the same dictionary, now empty; no reference is added
  *  Fails:   null dictionary -> null, with a warning
