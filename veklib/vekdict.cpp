@@ -13,14 +13,15 @@
 
 /* What always holds:
  * - The items in use are the first `len` slots, counted through the segments in their order. Every
- *   segment but the last one is full.
- * - Free slots are zero-filled. To release such empty records does nothing.
- * - A stored key is never empty, unless it is being released or the application emptied it: a
+ *   segment but the last is full.
+ * - Free slots are zero-filled. Releasing such empty records does nothing.
+ * - A stored key is never empty, unless it is being released or the application has emptied it. A
  *   search that meets an empty key warns and fails.
  * - Slots never move: a borrowed datum stays where it is until its dictionary is cleared, emptied
- *   or destroyed.
- * - What is released may search and walk its dictionary. So a segment is freed after its items are
- *   released, and a dictionary that is being cleared may have fewer slots than `len`. */
+ *   or released.
+ * - Functions that the release of an item calls may search and walk the dictionary. So the items of
+ *   a segment are released before the segment, and a dictionary that is being cleared may have
+ *   fewer slots than `len`. */
 
 namespace {
 
@@ -38,14 +39,14 @@ void *new_items(size_t header, int32_t count)
     return vek_calloc(1, header + slots * sizeof(VekDictItem));
 }
 
-/** Moves a record by copying its bytes. The source is empty afterwards. */
+/** Moves a record by copying its bytes. The source is then zero-filled. */
 void move(VekValue &to, VekValue &from)
 {
     memcpy(&to, &from, sizeof to);
     memset(&from, 0, sizeof from);
 }
 
-/** Moves a new datum over an old one, which is released last: its release may look up the key. */
+/** Replaces a datum. The old one is released last, because its release may look the key up. */
 void replace_datum(VekValue &stored, VekValue &from)
 {
     if (!vek_value_owns(&stored)) {
@@ -67,7 +68,7 @@ struct VekDictIter {
     uint32_t index;
 };
 
-/** The next item, null at the end. Reads the length each time: callers may put items meanwhile. */
+/** The next item; null at the end. Reads the length each time, because callers may put items. */
 VekDictItem *dict_iter_next(VekDictIter *iter)
 {
     if (iter->base + iter->index >= static_cast<uint32_t>(iter->dict->len)) {
@@ -87,14 +88,14 @@ VekDictItem *dict_iter_next(VekDictIter *iter)
 
 VekDictItem *dict_iter_first(VekDictIter *iter, const VekDict *dict)
 {
-    // The walk itself changes nothing. Callers may, unless their dictionary is const.
+    // The walk itself changes nothing. Its callers may, unless their dictionary is const.
     *iter = {dict, const_cast<VekDictSegment *>(&dict->first_seg), 0, 0};
     return dict_iter_next(iter);
 }
 
-/** Calls a function for each item. Unlike copy and print, which allocate their iterator, it keeps
- *  its own on the stack. The difference is interface: applications see the allocation, which can
- *  fail. */
+/** Calls a function for each item. Its iterator is on the stack, while vek_dict_copy() and
+ *  vek_dict_print() allocate theirs. The difference is interface: applications see the allocation,
+ *  which can fail. */
 void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 {
     VekDictIter iter;
@@ -108,7 +109,7 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 
 /* ---- Search ---- */
 
-/** Searches for a key. Warns of an empty stored key in the name of `function`. */
+/** Searches for a key. A warning of an empty stored key names `function`. */
 VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *function)
 {
     switch (key->vt->type) {
@@ -125,7 +126,8 @@ VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *fun
     }
 }
 
-/** The slot after the items in use, in a new segment if the last is full; null without memory. */
+/** The slot after the items in use, in a new segment if the last one is full; null without memory
+ *  for it. */
 VekDictItem *next_slot(const VekDictPlace &search)
 {
     VekDictSegment *const last = search.last;
@@ -141,8 +143,8 @@ VekDictItem *next_slot(const VekDictPlace &search)
     return last->next->items;
 }
 
-/** Writes both warnings of an empty key: of the query for its type, and of the check. Callers test
- *  `vt` first, so valid keys cost no call. */
+/** Writes both warnings of an empty key: that of the query for its type, and that of the check.
+ *  Callers test `vt` first, so that valid keys cost no call. */
 [[gnu::cold]] void report_empty_key(const VekValue *key, const char *condition, int line,
                                     const char *function)
 {
@@ -186,7 +188,7 @@ void free_later_segments(VekDict *dict)
     }
 }
 
-/** Copies all items into the first segment; false after the first that cannot be copied. */
+/** Copies all items into the first segment; false, and stops, at one that cannot be copied. */
 bool copy_items(VekDict *copy, const VekDict *source, VekDictIter *iter)
 {
     bool copied = true;
@@ -212,7 +214,7 @@ void print_item(const VekDictItem *item)
 
 void vek_dict_report_empty_key(const VekValue *key, const char *function)
 {
-    // The text is interface: products search their logs for it. No variable has this name.
+    // The text is interface: products search their logs for it. Its variable names exist nowhere.
     report_empty_key(key, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID",
                      __LINE__, function);
 }

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekdict.h
- *  Dictionaries: small reference-counted maps from value records to value records. A linear search
- *  in the order of insertion finds an item. Items never move and are never removed one by one. The
- *  dictionary owns its keys and data.
+ *  Dictionaries: small reference-counted maps from value records to value records. An item is found
+ *  by a linear search in the order of insertion. Items never move and cannot be removed one by one.
+ *  The dictionary owns its keys and data.
  *
  *  Most applications use the typed dictionaries, whose keys are plain strings, integers or names:
  *  vekstrdict.h, vekintdict.h, veknamedict.h.
@@ -12,12 +12,12 @@
  *      vek_dict_print(settings);
  *      vek_dict_destroy(settings);
  *
- *  Nested dictionaries are released by recursion: a thread's stack of 64 KB was enough for some 600
- *  levels, one of 8 MB for 80,000 (x86-64, optimised; lists: vekvalue.h). An application that
- *  builds dictionaries from foreign data limits their depth, and also their size: each put of a new
- *  key searches all items. A dictionary that holds itself is never released.
+ *  Nested dictionaries are released by recursion: a stack of 64 KB was enough for some 600 levels,
+ *  and one of 8 MB for 80,000 (x86-64, optimised; for lists see vekvalue.h). An application that
+ *  builds dictionaries from data of others must limit their depth. It must also limit their size,
+ *  because storing a new key searches all items. A dictionary that holds itself is never released.
  *
- *  Threads: a dictionary is used by one thread at a time, and so are all references to it.
+ *  Threads: a dictionary is used by one thread at a time, through whichever reference.
  */
 #ifndef VEKLIB_VEKDICT_H
 #define VEKLIB_VEKDICT_H
@@ -30,8 +30,8 @@
 VEK_BEGIN_DECLS
 
 /** Receives the records of an item and the caller's data; a nonzero result stops the walk. The
- *  records belong to the dictionary: the function may change the datum in place, but not the key.
- *  It may put items, but must not clear, empty or release the dictionary. */
+ *  dictionary owns the records: the function may change the datum in place, but not the key. It may
+ *  put items, but must not clear, empty or release the dictionary. */
 typedef int (*VekDictForeachFunc)(VekValue *key, VekValue *data, void *user_data);
 
 /** One item. */
@@ -43,41 +43,41 @@ typedef struct VekDictItem {
 /** An array of items. Segments fill up one after another; free slots are zero-filled. */
 typedef struct VekDictSegment VekDictSegment;
 struct VekDictSegment {
-    int32_t count;        /**< slots */
-    VekDictSegment *next; /**< the following segment, or null */
+    int32_t count;        /**< number of slots */
+    VekDictSegment *next; /**< the next segment, or null */
     VekDictItem items[1]; /**< the slots, as many as `count` says */
 };
 
 /** A dictionary. The fields are for reading. */
 struct VekDict {
-    int32_t len;                     /**< items */
-    int32_t ref_count;               /**< references */
+    int32_t len;                     /**< number of items */
+    int32_t ref_count;               /**< number of references */
     VekValueType key_type;           /**< declared type of the keys; typed dictionaries check it */
-    VekDictForeachFunc destroy_func; /**< called for all items by the last release, or null */
+    VekDictForeachFunc destroy_func; /**< called for the items at the last release, or null */
     void *user_data;                 /**< passed to destroy_func */
     VekDictSegment first_seg;        /**< the first segment, part of this block */
 };
 
 /* ---- Create and release ----
  *
- * A dictionary may be used after vek_dict_destroy() as long as there are other references, so no
- * function here is VEK_RELEASED_WITH() it: GCC would warn of correct programs. */
+ * A dictionary may be used after vek_dict_destroy() as long as there are other references. So no
+ * function here has the attribute VEK_RELEASED_WITH(): GCC would warn of correct programs. */
 
 /** Makes an empty dictionary.
- *  @param init_count    slots of the first segment, above 0: the number of items to expect
+ *  @param init_count    number of items to expect, above 0; the first segment has that many slots
  *  @param key_type      declared type of the keys, which only the typed dictionaries check
- *  @param destroy_func  called for each item before the last reference is released, and with it all
- *                       items; a nonzero result ends these calls; may be null
+ *  @param destroy_func  called for each item when the last reference is released, before the items
+ *                       are released; a nonzero result ends these calls; may be null
  *  @param user_data     passed to destroy_func; may be null; borrowed for the dictionary's life
  *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
- *  Fails:   no memory -> null; no slots -> null, with a warning
+ *  Fails:   no memory -> null; `init_count` not above 0 -> null, with a warning
  */
 VEK_API VEK_MUST_USE VekDict *_vek_dict_create_full(int init_count, VekValueType key_type,
                                                     VekDictForeachFunc destroy_func,
                                                     void *user_data);
 
 /** Makes an empty dictionary without a destroy function.
- *  @param init_count  slots of the first segment, above 0: the number of items to expect
+ *  @param init_count  number of items to expect, above 0; the first segment has that many slots
  *  @param key_type    declared type of the keys, which only the typed dictionaries check
  *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
  *  Fails:   as _vek_dict_create_full(), which the warning names
@@ -87,33 +87,34 @@ VEK_API VEK_NEW VekDict *_vek_dict_create(int init_count, VekValueType key_type)
 /** Adds a reference.
  *  @param dict  the dictionary; null gives null
  *  @return  the same dictionary; release the reference with vek_dict_destroy()
- *  Fails:   the count is at its limit (INT_MAX) -> null, with a warning; the count stays
+ *  Fails:   the count is at its limit (INT_MAX) -> null, with a warning; the count is unchanged
  */
 VEK_API VekDict *vek_dict_ref(VekDict *dict);
 
-/** Releases a reference. When it was the last one, calls the destroy function for the items, then
- *  releases all keys and data and the dictionary.
+/** Releases a reference. If it is the last one, calls the destroy function for the items, and then
+ *  releases all keys and data and the dictionary itself.
  *  @param dict  the dictionary, whose reference is taken; null does nothing
  */
 VEK_API void vek_dict_destroy(VekDict *dict);
 
-/** Copies a dictionary, its keys and data with vek_value_copy(). The copy has all items in its
+/** Copies a dictionary, and its keys and data with vek_value_copy(). The copy has all items in its
  *  first segment, and no destroy function.
  *  @param orig_dict_ptr  the dictionary; borrowed
- *  @param init_count     slots of the copy's first segment, above 0; more if there are more items
+ *  @param init_count     number of slots of the copy's first segment, above 0; if there are more
+ *                        items, it gets a slot for each
  *  @return  the copy, with one reference for the caller; release it with vek_dict_destroy()
- *  Fails:   no memory, or a key or datum that cannot be copied (an empty one with a warning) ->
- *           null; null dictionary or no slots -> null, with a warning
+ *  Fails:   no memory, or a key or datum that cannot be copied -> null (with a warning if it is
+ *           empty); null dictionary or `init_count` not above 0 -> null, with a warning
  */
 VEK_API VEK_MUST_USE VekDict *vek_dict_copy(const VekDict *orig_dict_ptr, int init_count);
 
-/** Moves all items into a new dictionary, which has no destroy function. The old one is empty
- *  afterwards; it keeps its references and its destroy function, which is not called.
+/** Moves all items into a new dictionary, which has no destroy function. The old one is then empty.
+ *  It keeps its references and its destroy function, which is not called.
  *  @param orig_dict_ptr  the old dictionary; borrowed
  *  @return  the new dictionary, with one reference for the caller; release it with
  *           vek_dict_destroy()
- *  Fails:   no memory -> null; null or empty dictionary -> null, with a warning (for the empty one
- *           it names _vek_dict_create_full). The old dictionary is unchanged
+ *  Fails:   no memory -> null; null dictionary -> null, with a warning; empty dictionary -> null,
+ *           with a warning that names _vek_dict_create_full. The old dictionary is unchanged
  */
 VEK_API VEK_MUST_USE VekDict *vek_dict_dup_and_clear(VekDict *orig_dict_ptr);
 
@@ -133,7 +134,8 @@ VEK_API int vek_dict_get_len(const VekDict *vekdict);
  *  @param vekdict_ptr  the dictionary
  *  @param key          the key; borrowed
  *  @return  the datum's record, borrowed: valid until the dictionary is cleared, emptied or
- *           released (a put of the same key changes what it holds); null when the key is absent
+ *           released (storing under the same key changes what it holds); null when the key is
+ *           absent
  *  Fails:   null dictionary, null or empty key, or a stored key that has become empty -> null,
  *           with a warning
  */
@@ -141,13 +143,13 @@ VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue
 
 /* ---- Change ---- */
 
-/** Stores a datum under a key of any type. A key that is present keeps its slot and its stored key;
- *  the new datum takes the place of the old one, which is released afterwards: what releases it may
- *  search the dictionary.
+/** Stores a datum under a key of any type. If the key is present, its item keeps its slot and its
+ *  stored key, and gets the new datum. The old datum is released after that, so functions that its
+ *  release calls may search the dictionary.
  *  @param vekdict_ptr  the dictionary
  *  @param key          the key's record; taken on success and left empty
  *  @param data         the datum's record, which should not be empty; taken on success and
- *                      zero-filled. An empty one is stored, too: its key is present, functions
+ *                      zero-filled. An empty one is stored, too: its key is then present, functions
  *                      that read or print the datum warn, and the dictionary cannot be copied
  *  @return  1 on success
  *  Fails:   no memory -> 0; null dictionary, null or empty key, null datum, or a stored key that
@@ -155,29 +157,29 @@ VEK_API VekValue *_vek_dict_get_value(const VekDict *vekdict_ptr, const VekValue
  */
 VEK_API int _vek_dict_put_value(VekDict *vekdict_ptr, VekValue *key, VekValue *data);
 
-/** Releases all items and frees all segments but the first. The destroy function stays, and is not
- *  called. What is released must not change the dictionary.
+/** Releases all items, and all segments but the first. The dictionary keeps its destroy function,
+ *  which is not called. Functions that the release of items calls must not change the dictionary.
  *  @param vekdict_ptr  the dictionary
- *  @return  the same dictionary, empty, with its references; no new reference
+ *  @return  the same dictionary, now empty; no reference is added
  *  Fails:   null dictionary -> null, with a warning
  */
 VEK_API VekDict *vek_dict_clear(VekDict *vekdict_ptr);
 
 /* ---- Walk ---- */
 
-/** Calls a function for each item in the order of insertion, including items that it puts, until it
- *  returns nonzero.
+/** Calls a function for each item in the order of insertion, including items that the function
+ *  puts, until it returns nonzero.
  *  @param vekdict    the dictionary
  *  @param func       the function
  *  @param user_data  passed to the function; may be null; borrowed
- *  Fails:   null dictionary or function -> nothing called, with a warning
+ *  Fails:   null dictionary or null function -> nothing called, with a warning
  */
 VEK_API void vek_dict_foreach(VekDict *vekdict, VekDictForeachFunc func, void *user_data);
 
 /* ---- Diagnostics ---- */
 
 /** Prints the items to standard output in the order of insertion, one per line: "Key: ", the key's
- *  text, a tab, "Value:", the datum's text; "(nul)" for a text that cannot be made.
+ *  text, a tab, "Value:", the datum's text. A text that cannot be made is printed as "(nul)".
  *  @param vekdict  the dictionary; borrowed
  *  Fails:   no memory -> nothing printed; null dictionary -> nothing printed, with a warning
  */

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekdict_inline.h
- *  What the conveniences of the typed dictionaries share: a record that a search returned is read
- *  with a fallback. Included by vekdict.h.
+ *  What the conveniences of the typed dictionaries share: functions that read the record that a
+ *  search returned, or give a fallback. vekdict.h includes this header.
  */
 #ifndef VEKLIB_VEKDICT_INLINE_H
 #define VEKLIB_VEKDICT_INLINE_H
@@ -10,15 +10,15 @@
 
 VEK_BEGIN_DECLS
 
-/* ---- A datum, or a fallback: meant for vek_str_dict_get_int_or() and its siblings ----
+/* ---- A datum, or a fallback: only for vek_str_dict_get_int_or() and similar functions ----
  *
  * @param datum  the record that a search returned; null for an absent key
  * @return       what the record holds, or `fallback` for a null record
  *
- * Fails: another type or an empty record -> `fallback`, with a warning of the vek_value_get_
- * function that reads the type. */
+ * Fails: a datum of another type, or an empty record -> `fallback`, with a warning that names the
+ * vek_value_get_ function of the wanted type. */
 
-/** True when a record is of a type; false without a warning for an empty one. */
+/** Returns 1 when a record is a value of a type, else 0; an empty record gives no warning. */
 static inline int _vek_dict_datum_is(const VekValue *datum, VekValueType type)
 {
     return datum->vt != NULL && datum->vt->type == type;

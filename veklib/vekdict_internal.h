@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The search of a dictionary. It compares keys of a known type without a call for each item. */
+/* The search of a dictionary. It compares keys of a known type without a function call per item. */
 #ifndef VEKLIB_VEKDICT_INTERNAL_H
 #define VEKLIB_VEKDICT_INTERNAL_H
 
@@ -14,15 +14,16 @@
 struct VekDictPlace {
     VekDictItem *item;    ///< the key's item, or null
     VekDictSegment *last; ///< for an absent key: the last segment that holds items
-    int32_t used;         ///< for an absent key: slots in use in that segment
-    bool failed;          ///< the search met an empty stored key and reported it
+    int32_t used;         ///< for an absent key: number of slots in use in that segment
+    bool failed;          ///< whether the search met an empty stored key, of which it has warned
 };
 
-/** Warns of an empty stored key in the name of `function`. */
+/** Warns of an empty stored key; the warning names `function`. */
 [[gnu::cold]] void vek_dict_report_empty_key(const VekValue *key, const char *function);
 
-/** Finds the first item in use whose key `matches`; an empty key must match nothing. Ends with the
- *  last segment: a dictionary that is being cleared may have fewer slots than `len`. */
+/** Finds the first item in use for whose key `matches` returns true; it must return false for an
+ *  empty key. The search ends with the last segment, because a dictionary that is being cleared may
+ *  have fewer slots than `len`. */
 template <typename Matches>
 VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
 {
@@ -45,7 +46,8 @@ VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches 
     }
 }
 
-/* What matches a key of each typed dictionary: the same keys as vek_value_equal(). */
+/* The functions that match the keys of each typed dictionary. They match the same keys as
+ * vek_value_equal(). */
 
 inline auto vek_dict_match_int(int32_t key)
 {
@@ -56,8 +58,8 @@ inline auto vek_dict_match_int(int32_t key)
 
 inline auto vek_dict_match_string(const char *key)
 {
-    // vek_is_same_text(), but the key's first byte is read once instead of for each item: a search
-    // through 50 items is an eighth faster. -1 is no byte: a null key equals no text.
+    // Works like vek_is_same_text(), but reads the key's first byte only once, not for each item: a
+    // search through 50 items is an eighth faster. -1 is no byte, so a null key equals no text.
     const int first = key != nullptr ? static_cast<unsigned char>(*key) : -1;
     return [key, first](const VekValue &stored) {
         if (!vek_value_is(&stored, VEK_VALUE_STRING)) {

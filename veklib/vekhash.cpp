@@ -2,11 +2,11 @@
 /* What always holds:
  * - The number of slots is a power of two, at least 8. An entry is in the chain of the slot that
  *   the lowest bits of its key's hash choose. Hashes are not stored; a rehash computes them again.
- * - The keys of a table differ, by its equality function. A new entry joins the end of its chain.
+ * - No two keys are equal by the table's equality function. A new entry joins its chain's end.
  * - entry_count is the number of entries in all chains.
  * - A rehash moves the entries and allocates only the slots. Without memory for them the table
- *   keeps the old ones: every number of slots is right, fewer are slower.
- * - Chains and counts are up to date before a destroy function runs, which may look keys up. */
+ *   keeps the old ones: it works with any number of slots, but fewer are slower.
+ * - Chains and counts are up to date before a destroy function runs: it may look keys up. */
 #include "veklib/vekhash.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -23,8 +23,8 @@ constexpr uint32_t entries_per_slot = 8;
 
 /* ---- Hash and search ---- */
 
-/** A 32-bit integer, negative or not, hashes to itself: the upper half of a wide pointer counts
- *  only where it is more than the sign of the lower one. */
+/** The hash of a 32-bit integer, negative or not, is the integer itself. The upper half of a 64-bit
+ *  pointer counts only where it differs from the sign extension of the lower one. */
 uint32_t hash_int(const void *key)
 {
     const auto integer = reinterpret_cast<uintptr_t>(key);
@@ -36,13 +36,13 @@ uint32_t hash_int(const void *key)
     }
 }
 
-/** The hash alone, for a rehash. */
+/** The hash of a key, for a rehash, which compares no keys. */
 uint32_t hash_of(const VekHash *hash, const void *key)
 {
     return hash->hash_func == vek_hash_int_hash_func ? hash_int(key) : hash->hash_func(key);
 }
 
-/* Whether hash and equality are the library's own, which need no indirect call. */
+/* Whether both functions are the library's own, which need no indirect call. */
 
 bool has_integer_keys(const VekHash *hash)
 {
@@ -55,7 +55,7 @@ bool has_string_keys(const VekHash *hash)
            hash->equal_func == vek_hash_string_equal_func;
 }
 
-/* Force-inlined, so look-ups, which ignore `position`, do not count it. */
+/* Force-inlined, so that look-ups, which ignore `position`, do not compute it. */
 
 [[gnu::always_inline]] inline VekHashPlace find_integer(const VekHash *hash, const void *key)
 {
@@ -81,7 +81,7 @@ void *value_of(const VekHashEntry *entry)
     return entry != nullptr ? entry->value : nullptr;
 }
 
-/** Out of line: its calls need saved registers, which a look-up with integer keys does without. */
+/** Not inlined: its calls need saved registers, which a look-up of an integer key does not. */
 [[gnu::noinline]] void *look_up_with_calls(const VekHash *hash, const void *key)
 {
     return value_of(has_string_keys(hash) ? vek_hash_find_string(hash, key).entry
@@ -95,15 +95,15 @@ VekHashEntry **new_slots(uint32_t size)
     return static_cast<VekHashEntry **>(vek_calloc(size, sizeof(VekHashEntry *)));
 }
 
-/** Moves the entries to another number of slots. Without memory for them it warns and nothing
- *  moves: the table is slower, and the insertion or removal has succeeded. Where warnings are
+/** Moves the entries to another number of slots. Without memory for the slots it warns and moves
+ *  nothing: the table is slower, but the insertion or removal has succeeded. Where warnings are
  *  fatal, this one ends the process all the same.
  *
- *  Each chain is moved from its head, to the heads of new ones. VEK_HASH_FOREACH(), which is
- *  compiled into applications, relies on this: the entries of one slot, when they meet others in a
- *  smaller table, are in their old order or in its reverse. It also relies on the choice of slots
- *  by the lowest bits of the hash, on rehashes that come with a change of entry_count only, and on
- *  removals that, without a rehash, leave the other entries where they are. */
+ *  Each chain is moved from its head on, to the heads of the new chains. VEK_HASH_FOREACH(), which
+ *  is compiled into applications, relies on the result: in a smaller table the entries of one old
+ *  slot, among those of another, are in their old order or in reverse. It also relies on this: the
+ *  lowest bits of the hash choose the slot; a rehash comes only with a change of entry_count; and a
+ *  removal without a rehash leaves the other entries where they are. */
 void rehash(VekHash *hash, uint32_t new_size)
 {
     VekHashEntry **const slots = new_slots(new_size);
@@ -128,7 +128,7 @@ void rehash(VekHash *hash, uint32_t new_size)
     vek_free(old_slots);
 }
 
-/** Doubles a table that is crowded: as a whole, or in the chain that a new entry joined after
+/** Doubles a table that is crowded, as a whole or in the chain that a new entry has joined behind
  *  `position` others. */
 void grow_if_crowded(VekHash *hash, uint32_t position)
 {
@@ -203,7 +203,7 @@ void vek_hash_destroy(VekHash *hash)
 
     for (uint32_t i = 0; i < hash->table_size; ++i) {
         while (VekHashEntry *const entry = hash->table[i]) {
-            hash->table[i] = entry->next; // the destroy functions may look up the rest
+            hash->table[i] = entry->next; // destroy functions may look up the entries that remain
             destroy_content(hash, entry);
             vek_free(entry);
         }
@@ -222,7 +222,7 @@ VEK_ENTRY int vek_hash_insert(VekHash *hash, void *key, void *value)
     const VekHashPlace place = find_slot(hash, key);
     VekHashEntry *const present = place.entry;
     if (present != nullptr) {
-        // Released last: the destroy functions may look this key up.
+        // The old key and value are released last: the destroy functions may look this key up.
         const VekHashEntry old = *present;
         present->key = key;
         present->value = value;

@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekhash_inline.h
- *  Conveniences for hash tables: a hash function for keys of any pattern, look-ups that return the
- *  entry, a walk without a callback, and removal of many entries. vekhash.h includes this header.
- *  All of it is compiled into the application and uses only public functions and fields.
+ *  Conveniences for hash tables: a hash function for keys of any pattern, a look-up that returns
+ *  the entry, a walk without a callback, and removal of many entries. vekhash.h includes this
+ *  header. Everything here is compiled into the application and uses only public functions and
+ *  fields.
  *
  *      VekHashEntry *entry;
  *      VEK_HASH_FOREACH (entry, ports) {
@@ -24,25 +25,25 @@ VEK_BEGIN_DECLS
 
 /* ---- Keys ---- */
 
-/** Hashes a pointer, or an integer carried in one, so that every bit counts in the choice of the
- *  slot. For keys that agree in their low bits, such as addresses of pages or `id << 12`. Pass it
- *  together with vek_hash_int_equal_func(). */
+/** Hashes a pointer, or an integer carried in one, so that every bit affects the choice of the
+ *  slot. It is meant for keys that agree in their low bits, such as page addresses or `id << 12`.
+ *  Pass it together with vek_hash_int_equal_func(). */
 static inline uint32_t vek_hash_pointer_hash_func(const void *key)
 {
     uint64_t bits = (uintptr_t)key;
-    bits ^= bits >> 32; /* no bit above bit 32 would reach bit 32 of the product */
+    bits ^= bits >> 32; /* without this, bits above bit 32 would not reach bit 32 of the product */
     return (uint32_t)((bits * 0x9e3779b97f4a7c15u) >> 32);
 }
 
 /* ---- Read ---- */
 
-/** Finds the entry of a key; unlike vek_hash_lookup() it distinguishes an absent key from one whose
- *  value is null.
+/** Finds the entry of a key. Unlike vek_hash_lookup(), it distinguishes an absent key from one
+ *  whose value is null.
  *  @param hash  the table
- *  @param key   the key to search; borrowed
- *  @return  the entry, borrowed, valid until the key is removed or the table released; null when
- *           the key is absent. Its value may be changed, which calls no destroy function; its key
- *           must not
+ *  @param key   the key to search for; borrowed
+ *  @return  the entry, borrowed: valid until the key is removed or the table is released; null when
+ *           the key is absent. You may change the entry's value, which calls no destroy function,
+ *           but not its key
  *  Fails:   null `hash` or a table without slots -> null, with a warning
  */
 static inline VekHashEntry *vek_hash_find(const VekHash *hash, const void *key)
@@ -71,11 +72,11 @@ static inline uint32_t vek_hash_get_count(const VekHash *hash)
 /* ---- Walk ---- */
 
 /** Walks over all entries, slot by slot; `break` and `continue` work as in any loop. The body may
- *  remove the current entry with vek_hash_remove(hash, entry->key): each entry is visited exactly
- *  once all the same, although removals may halve the table. It must not remove any other entry,
- *  which the walk may be about to visit. Nor should it insert new keys: entries may then be left
- *  out or visited twice. Walks may be nested, each with a variable of its own.
- *  @param entry  a variable of type VekHashEntry *; null after a walk that no `break` ended
+ *  remove the current entry with vek_hash_remove(hash, entry->key). Removals may halve the table;
+ *  even so, each entry is visited exactly once. The body must not remove any other entry, because
+ *  the walk may be about to visit it. Nor should it insert new keys: the walk may then miss entries
+ *  or visit them twice. Walks may be nested, each with a variable of its own.
+ *  @param entry  a variable of type VekHashEntry *; null after a walk that was not ended by `break`
  *  @param hash   the table, evaluated once
  *  Fails: null `hash` -> the body is not entered, with a warning
  */
@@ -83,16 +84,17 @@ static inline uint32_t vek_hash_get_count(const VekHash *hash)
     for (VekHashWalk entry##_walk = vek_hash_walk_begin(hash);                                     \
          ((entry) = vek_hash_walk_step(&entry##_walk)) != NULL;)
 
-/* The rest of this group serves VEK_HASH_FOREACH() alone.
+/* The rest of this group serves only VEK_HASH_FOREACH().
  *
- * The walk goes by the slots that the table had at the start. When the table is halved, each chain
- * joins another, and the entries of one such slot are scattered in the common chain, in their old
- * order or in its reverse. Those that are still to come follow each other without visited ones of
- * that slot in between, so their two ends are enough to find them; and the ends stay, for only the
- * current entry may be removed. As long as the table keeps its size, the far end is the end of the
- * chain and need not be known. */
+ * The walk visits, one after another, the slots that the table had at the start. When the table is
+ * halved, each chain is joined with another. The entries of one of the walk's slots are then
+ * scattered over the joint chain, in their old order or in reverse. No visited entry of the slot
+ * lies between those that are still to come, so the first and the last of these, the near and the
+ * far end, are enough to find them all. Neither end can disappear, because only the current entry
+ * may be removed. As long as the table keeps its size, the far end is the end of the chain and need
+ * not be known. */
 
-/* Where a walk is. "The slot" is one of those at the start. */
+/* Where a walk is. "The slot" is one of the slots that the table had at the start. */
 typedef struct VekHashWalk {
     const VekHash *hash;
     VekHashEntry *current; /* the entry that the body has; null before the first */
@@ -100,9 +102,9 @@ typedef struct VekHashWalk {
     VekHashEntry *next; /* near end of the slot's entries to come; null: there are none */
     VekHashEntry *last; /* far end; null: the slot's last entry in the chain */
     uint32_t slot;
-    uint32_t start_size; /* slots at the start */
-    uint32_t table_size; /* slots, and entries, when the body was entered */
-    uint32_t entry_count;
+    uint32_t start_size;  /* number of slots at the start */
+    uint32_t table_size;  /* number of slots when the body was last entered */
+    uint32_t entry_count; /* number of entries then */
 } VekHashWalk;
 
 static inline VekHashWalk vek_hash_walk_begin(const VekHash *hash)
@@ -118,7 +120,7 @@ static inline VekHashWalk vek_hash_walk_begin(const VekHash *hash)
     return walk;
 }
 
-/* Returns the slot's first entry in a chain from `entry` on, or null. */
+/* Returns the first entry of the slot in a chain, from `entry` on, or null. */
 static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashEntry *entry)
 {
     const VekHash *hash = walk->hash;
@@ -131,19 +133,19 @@ static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashE
     return entry;
 }
 
-/* Returns the head of the chain that has the slot's entries now. */
+/* Returns the head of the chain that now holds the slot's entries. */
 static inline VekHashEntry *vek_hash_walk_chain_head(const VekHashWalk *walk)
 {
     return walk->hash->table[walk->slot & (walk->hash->table_size - 1)];
 }
 
-/* Finds both ends of the entries to come after the table was halved. Takes and returns the walk by
- * value, so that a loop can keep it in registers. */
+/* After the table was halved, finds both ends of the entries to come. The walk is passed and
+ * returned by value, so that a loop can keep it in registers. */
 static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
 {
     VekHashEntry *const first = vek_hash_walk_skip(&walk, vek_hash_walk_chain_head(&walk));
     const VekHashEntry *const mark = walk.last != NULL ? walk.last : walk.kept;
-    VekHashEntry *met = NULL; /* the near end or the mark, whichever comes first now */
+    VekHashEntry *met = NULL; /* the near end or the mark, whichever now comes first */
     VekHashEntry *end = NULL;
     VekHashEntry *entry;
 
@@ -157,7 +159,7 @@ static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
         }
         end = entry;
     }
-    if (walk.last == NULL && walk.kept == NULL) { /* nothing visited is left in the slot */
+    if (walk.last == NULL && walk.kept == NULL) { /* no visited entry is left in the slot */
         walk.next = first;
         walk.last = end;
     } else if (walk.last == NULL && met == walk.kept) { /* the old order */
@@ -200,12 +202,12 @@ static inline VekHashEntry *vek_hash_walk_step(VekHashWalk *walk)
 /* ---- Remove many ---- */
 
 /** Removes the entries for which a function returns nonzero, and releases their keys and values
- *  with the destroy functions.
+ *  with the destroy functions. The table halves as it empties. Traces charge the library, as for
+ *  vek_hash_remove().
  *  @param hash       the table
  *  @param func       the function; must neither insert nor remove
- *  @param user_data  handed to it; may be null; borrowed
+ *  @param user_data  passed to the function; may be null; borrowed
  *  @return  the number of entries removed
- *  The table halves as it empties. The library is charged, as in vek_hash_remove().
  *  Fails:   null `hash` or null `func` -> 0, with a warning
  */
 static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc func,
@@ -225,9 +227,9 @@ static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc
     return removed;
 }
 
-/** Removes all entries and releases their keys and values with the destroy functions. The table
- *  stays usable; it has 8 slots again, or more if there was no memory to halve it. The library is
- *  charged, as in vek_hash_remove().
+/** Removes all entries and releases their keys and values with the destroy functions. The table can
+ *  be used again; it has 8 slots, or more if there was no memory to halve it. Traces charge the
+ *  library, as for vek_hash_remove().
  *  Fails: null `hash` -> nothing done, with a warning
  */
 static inline void vek_hash_clear(VekHash *hash)

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The search of a hash table, for families that know their keys: without an indirect call for each
- * entry, and one search where a look-up is followed by an insertion. */
+/* The search of a hash table, for families that know the type of their keys. It saves them the
+ * indirect call for each entry, and a second search when an insertion follows a look-up. */
 #ifndef VEKLIB_VEKHASH_INTERNAL_H
 #define VEKLIB_VEKHASH_INTERNAL_H
 
@@ -11,11 +11,12 @@
 struct VekHashPlace {
     VekHashEntry **link; ///< points at the entry, or is the null link that ends the chain
     VekHashEntry *entry; ///< the entry, or null
-    uint32_t position;   ///< entries passed in the chain
+    uint32_t position;   ///< number of entries before it in the chain
 };
 
-/** The slot of a key with this hash: the remainder, which a mask computes for powers of two. In
- *  steps, with which GCC needs an instruction less. */
+/** The slot of a key with this hash: the remainder, which a mask computes because the number of
+ *  slots is a power of two. Written in steps because GCC then needs one instruction less.
+ *  Force-inlined: at -Os the compiler emits a call. */
 [[gnu::always_inline]] inline VekHashEntry **vek_hash_slot(const VekHash *hash, uint32_t key_hash)
 {
     VekHashEntry **const table = hash->table;
@@ -24,8 +25,8 @@ struct VekHashPlace {
     return &table[slot];
 }
 
-/** Walks a slot's chain to the first entry whose key is equal to `key`. Force-inlined, so the place
- *  stays in registers: a seventh fewer instructions for a name that is there. */
+/** Walks a slot's chain to the first entry whose key equals `key`. Force-inlined so that the place
+ *  stays in registers: the search for a name that is present takes a seventh fewer instructions. */
 template <typename Equal>
 [[gnu::always_inline]] inline VekHashPlace vek_hash_walk_chain(VekHashEntry **slot, const void *key,
                                                                Equal equal)
@@ -40,7 +41,7 @@ template <typename Equal>
     return {link, entry, position};
 }
 
-/** Searches a table whose functions are the library's own for strings. */
+/** Searches a table whose hash and equality functions are the library's own for strings. */
 [[gnu::always_inline]] inline VekHashPlace vek_hash_find_string(const VekHash *hash,
                                                                 const void *key)
 {
@@ -50,8 +51,8 @@ template <typename Equal>
     return vek_hash_walk_chain(vek_hash_slot(hash, vek_hash_string_hash_func(key)), key, equal);
 }
 
-/** Links a new entry, whose key and value are set, at the place of its key, which is absent. The
- *  table owns it from then on, and grows if it is crowded. */
+/** Links a new entry, whose key and value are set, into the table at `place`, where the search for
+ *  its absent key ended. The table owns the entry from then on, and doubles if it is crowded. */
 void vek_hash_link(VekHash *hash, VekHashPlace place, VekHashEntry *entry);
 
 #endif

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* The hash and the equality of string keys. */
+/* The hash and equality functions for string keys. */
 #include "veklib/vekhash.h"
 
 #include "veklib/vekstrfuncs_internal.h"
@@ -29,7 +29,7 @@ struct Mixer {
     }
 };
 
-/** Up to three bytes as a little-endian number. */
+/** Up to three bytes, read as a little-endian number. */
 uint32_t last_bytes(const unsigned char *bytes, size_t count)
 {
     uint32_t number = count > 0 ? bytes[0] : 0;
@@ -42,7 +42,7 @@ uint32_t last_bytes(const unsigned char *bytes, size_t count)
     return number;
 }
 
-/** Four bytes as a little-endian number, on every platform. */
+/** Four bytes, read as a little-endian number on every platform. */
 uint32_t four_bytes(const unsigned char *bytes)
 {
     uint32_t number;
@@ -70,7 +70,7 @@ uint32_t vek_hash_string_hash_func(const void *key)
         words.c += four_bytes(bytes + 8);
         words.mix();
     }
-    // The lowest byte of c is the length's.
+    // The lowest byte of c receives only the length, so the last bytes are added above it.
     words.c += static_cast<uint32_t>(length);
     if (rest >= 8) {
         words.a += four_bytes(bytes);

@@ -7,7 +7,7 @@
 
 namespace {
 
-/* A node whose block is charged to the code at `caller`; null without memory. */
+/* Makes a node, whose block is charged to the code at `caller`; null without memory. */
 VekSList *new_node(void *data, VekSList *next, void *caller)
 {
     auto *const node = vek_new_for<VekSList>(caller);
@@ -19,7 +19,7 @@ VekSList *new_node(void *data, VekSList *next, void *caller)
     return node;
 }
 
-/* Releases a node. The name is interface: a failed check prints it. */
+/* Releases a node. The function's name is interface because a failed check prints it. */
 void slist_destroy(VekSList *slist)
 {
     VEK_RETURN_IF_FAIL(slist != NULL);
@@ -27,8 +27,8 @@ void slist_destroy(VekSList *slist)
     vek_free(slist);
 }
 
-/* vek_slist_remove_link() that also says whether it took the target out. It has the public name
- * because its checks print it, also when vek_slist_delete_link() was called. */
+/* The public vek_slist_remove_link() that also reports whether it removed the target. It has the
+ * public name because its checks print that name, even when vek_slist_delete_link() was called. */
 VekSList *vek_slist_remove_link(VekSList *slist, VekSList *target, bool &removed)
 {
     removed = false;
@@ -82,8 +82,8 @@ VEK_ENTRY VekSList *vek_slist_insert_after(VekSList *slist, void *data)
 
 VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
 {
-    // All nodes first: if one failed later, nobody could release the copies that were made. Nodes
-    // come from the public function, so that a trace charges them to this one.
+    // All nodes are made before any copy: if one failed later, nobody could release the copies that
+    // were made. They come from the public function, so that a trace charges them to this one.
     VekSList *result = nullptr;
     VekSList **link = &result;
     for (const VekSList *node = slist; node != nullptr; node = node->next) {
@@ -97,7 +97,7 @@ VekSList *vek_slist_dup(VekSList *slist, VekCopyFunc copy)
     if (copy == nullptr) {
         return result;
     }
-    const VekSList *source = slist; // which `copy` may have shortened
+    const VekSList *source = slist; // `copy` may have shortened it
     for (VekSList *target = result; target != nullptr && source != nullptr; target = target->next) {
         target->data = copy(source->data);
         source = source->next;
@@ -183,7 +183,7 @@ VekSList *vek_slist_delete_link(VekSList *slist, VekSList *target)
 {
     bool removed;
     VekSList *const rest = vek_slist_remove_link(slist, target, removed);
-    // A target that is not in the list may be in another one, and stays there.
+    // A target that is not in this list may be in another one, so it is not released.
     if (removed || target == nullptr) {
         slist_destroy(target);
     }

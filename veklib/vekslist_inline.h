@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekslist_inline.h
- *  Conveniences for lists, which vekslist.h includes: loops, positions, sorting. Null is the empty
- *  list everywhere. They are compiled into the application and use what vekslist.h offers; new
- *  nodes are charged to the application.
+ *  Conveniences for lists: loops, access by position, sorting. vekslist.h includes this header.
+ *  Null is the empty list everywhere. The functions are compiled into the application and use what
+ *  vekslist.h offers; traces charge new nodes to the application.
  *
  *      VekSList *node;
  *      paths = vek_slist_sort(paths, compare_paths);
@@ -20,23 +20,23 @@ VEK_BEGIN_DECLS
 
 /* ---- Walk ---- */
 
-/** The head of a loop over the nodes of a list, first to last; `break` and `continue` work in it.
- *  The body must not remove the current node.
+/** The head of a loop over the nodes of a list, first to last. `break` and `continue` work as in
+ *  any loop. The body must not remove the current node.
  *  @param node  a variable of type VekSList * or const VekSList *; null after the last node
  *  @param list  the first node, or null; evaluated once
  */
 #define VEK_SLIST_FOREACH(node, list) for ((node) = (list); (node) != NULL; (node) = (node)->next)
 
-/** VEK_SLIST_FOREACH() whose body may remove and release the current node, but not the one after
- *  it.
- *  @param following  a second variable of the same type, which holds the node to go on with
+/** Like VEK_SLIST_FOREACH(), but the body may remove and release the current node. It must not
+ *  remove the one after it.
+ *  @param following  a second variable of the same type, which holds the next node of the loop
  */
 #define VEK_SLIST_FOREACH_SAFE(node, following, list)                                              \
     for ((node) = (list); (node) != NULL && ((following) = (node)->next, 1); (node) = (following))
 
 /* ---- Read ---- */
 
-/** Returns the last node of a list (borrowed), null for the empty list; walks it whole. */
+/** Returns the last node of a list (borrowed), null for the empty list; walks the whole list. */
 static inline VekSList *vek_slist_last(VekSList *slist)
 {
     VekSList *last = slist;
@@ -49,7 +49,7 @@ static inline VekSList *vek_slist_last(VekSList *slist)
 
 /** Finds a node by its position.
  *  @param slist  the list, borrowed
- *  @param n      the position; that of the first node is 0
+ *  @param n      the position; the first node is at 0
  *  @return  the node, borrowed; null beyond the end
  */
 static inline VekSList *vek_slist_nth(VekSList *slist, unsigned int n)
@@ -62,7 +62,7 @@ static inline VekSList *vek_slist_nth(VekSList *slist, unsigned int n)
 
 /** Finds an element by its position.
  *  @param slist  the list, borrowed
- *  @param n      the position; that of the first element is 0
+ *  @param n      the position; the first element is at 0
  *  @return  the element, borrowed; null beyond the end, without a warning
  */
 static inline void *vek_slist_nth_data(const VekSList *slist, unsigned int n)
@@ -80,8 +80,8 @@ static inline void *vek_slist_nth_data(const VekSList *slist, unsigned int n)
  *  @param sibling  the node, borrowed; null puts the element at the end
  *  @param data     the element; may be null; stored
  *  @return  the first node
- *  Fails:   no memory -> null; `sibling` not in the list -> null, with a warning. The list stays as
- *           it was: keep its pointer until you have the result
+ *  Fails:   no memory -> null; `sibling` not in the list -> null, with a warning. The list is
+ *           unchanged, so keep its pointer until you have tested the result
  */
 VEK_MUST_USE static inline VekSList *vek_slist_insert_before(VekSList *slist, VekSList *sibling,
                                                              void *data)
@@ -97,14 +97,14 @@ VEK_MUST_USE static inline VekSList *vek_slist_insert_before(VekSList *slist, Ve
     return vek_slist_insert_after(before, data) != NULL ? slist : NULL;
 }
 
-/** Puts an element where it belongs in a sorted list: after those that are equal to it. To sort
- *  many elements, vek_slist_prepend() them and call vek_slist_sort() once.
+/** Puts an element where it belongs in a sorted list, after the elements that are equal to it. To
+ *  sort many elements, add each with vek_slist_prepend() and call vek_slist_sort() once.
  *  @param slist    the list, sorted by `compare`; taken on success
  *  @param data     the element; may be null; stored
  *  @param compare  the order; its first argument is an element of the list, the second is `data`
  *  @return  the first node
- *  Fails:   no memory -> null; null `compare` -> null, with a warning. The list stays as it was:
- *           keep its pointer until you have the result
+ *  Fails:   no memory -> null; null `compare` -> null, with a warning. The list is unchanged, so
+ *           keep its pointer until you have tested the result
  */
 VEK_MUST_USE static inline VekSList *vek_slist_insert_sorted(VekSList *slist, void *data,
                                                              VekCompareFunc compare)
@@ -123,10 +123,11 @@ VEK_MUST_USE static inline VekSList *vek_slist_insert_sorted(VekSList *slist, vo
     return vek_slist_insert_after(before, data) != NULL ? slist : NULL;
 }
 
-/** Removes the first node that holds an element, and releases the node, not the element.
+/** Removes the first node that holds an element and releases it; the element is not released.
  *  @param slist  the list, taken
  *  @param data   the pointer to look for; may be null
- *  @return  the first node of what is left; `slist` when no node holds the pointer
+ *  @return  the first node of the remaining list; null if no node remains; `slist` when no node
+ *           holds the pointer
  */
 VEK_MUST_USE static inline VekSList *vek_slist_remove(VekSList *slist, const void *data)
 {
@@ -134,8 +135,8 @@ VEK_MUST_USE static inline VekSList *vek_slist_remove(VekSList *slist, const voi
     return node != NULL ? vek_slist_delete_link(slist, node) : slist;
 }
 
-/** Joins two lists; walks the first one.
- *  @param a, b  the lists, taken; two lists without a common node
+/** Joins two lists; walks the whole first one.
+ *  @param a, b  the lists, taken; they must not share a node
  *  @return  the first node of `a`, or of `b` when `a` is empty
  */
 VEK_MUST_USE static inline VekSList *vek_slist_concat(VekSList *a, VekSList *b)
@@ -176,8 +177,8 @@ static inline VekSList *_vek_slist_merge(VekSList *a, VekSList *b, VekCompareFun
     return merged;
 }
 
-/** Sorts a list; equal elements keep their order. Relinks the nodes: allocates nothing, does not
- *  recurse, and takes time that grows as n log n.
+/** Sorts a list; equal elements keep their order. It relinks the nodes, so it allocates nothing. It
+ *  does not recurse, and its time grows as n log n.
  *  @param slist    the list, taken
  *  @param compare  the order of two elements; must not change the list
  *  @return  the new first node
@@ -185,8 +186,9 @@ static inline VekSList *_vek_slist_merge(VekSList *a, VekSList *b, VekCompareFun
  */
 VEK_MUST_USE static inline VekSList *vek_slist_sort(VekSList *slist, VekCompareFunc compare)
 {
-    /* Below `used`, runs[i] is null or a sorted run of 2^i nodes: the digits of the number of nodes
-     * so far. Two runs of one length are merged into one of the next. Longer runs came first. */
+    /* For i below `used`, runs[i] is null or a sorted run of 2^i nodes, as the binary digits of the
+     * number of nodes so far. Two runs of the same length are merged into one of twice the length.
+     * A longer run holds earlier nodes. */
     VekSList *runs[8 * sizeof(void *)];
     size_t used = 0;
     size_t i;

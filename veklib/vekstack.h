@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstack.h
- *  A stack of untyped pointers on top of the singly linked list. The record is the caller's: a
- *  zero-initialised one is an empty stack. The stack owns its nodes, not the elements.
+ *  A stack of untyped pointers, built on the singly linked list. The caller places the record; a
+ *  zero-initialised one is an empty stack. The stack owns its nodes, but not the elements.
  *
  *      VekStack stack = {NULL};
  *      vek_stack_push(&stack, element);
@@ -27,9 +27,10 @@ typedef int (*VekStackForeachFunc)(void *element, void *user_data);
 
 /* ---- Release ---- */
 
-/** Releases the nodes and leaves the stack empty and usable; the record stays the caller's.
+/** Releases the nodes. The stack is then empty and can be used again. The record stays the
+ *  caller's.
  *  @param stack    the stack; not null
- *  @param destroy  called for each element from the top down; may be null; must not use the stack
+ *  @param destroy  called for each element from the top down; must not use the stack; may be null
  */
 VEK_API void vek_stack_free(VekStack *stack, VekDestroyFunc destroy);
 
@@ -37,13 +38,13 @@ VEK_API void vek_stack_free(VekStack *stack, VekDestroyFunc destroy);
 
 /** Puts an element on top.
  *  @param stack  the stack; not null
- *  @param data   the element; may be null (vek_stack_is_empty() tells it from an empty stack);
- *                stored; only the `destroy` of vek_stack_free() ever releases it
- *  Fails: no memory -> the stack stays as it was, the element the caller's, with a warning
+ *  @param data   the element; stored, and released only by the `destroy` of vek_stack_free(). May
+ *                be null: vek_stack_is_empty() distinguishes a null on top from an empty stack
+ *  Fails: no memory -> the stack is unchanged and the element stays the caller's, with a warning
  */
 VEK_API void vek_stack_push(VekStack *stack, void *data);
 
-/** Takes the top element off.
+/** Removes the top element.
  *  @param stack  the stack; not null
  *  @return  the element, which is the caller's again
  *  Fails:   empty stack -> null, with three warnings
@@ -69,8 +70,8 @@ VEK_API unsigned int vek_stack_get_depth(const VekStack *stack);
 
 /** Calls a function for each element from the top down until it returns nonzero.
  *  @param stack      the stack
- *  @param func       the function; must not take elements off the stack
- *  @param user_data  handed to it; may be null; borrowed
+ *  @param func       the function; must not remove elements from the stack
+ *  @param user_data  passed to the function; may be null; borrowed
  *  Fails: null `stack` or null `func` -> nothing called, with a warning
  */
 VEK_API void vek_stack_foreach(VekStack *stack, VekStackForeachFunc func, void *user_data);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t header_size = offsetof(VekStr, text);
 
-/** A string with one reference and room for `length` characters, which the caller fills in.
+/** Makes a string with one reference and space for `length` characters, which the caller fills in.
  *  Fails: no memory, or more than INT_MAX characters -> null
  */
 VekStr *new_str(uint64_t length, void *return_address)
@@ -33,8 +33,8 @@ VekStr *new_str(uint64_t length, void *return_address)
     return vekstr;
 }
 
-/** Puts `head` and `tail` as a new string into the caller's variable. Drops the old string last:
- *  the texts may be its own. */
+/** Joins `head` and `tail` to a new string in the caller's variable. The old string is released
+ *  last, because the texts may be its own. */
 int replace(VekStr **variable, const char *head, size_t head_length, const char *tail,
             size_t tail_length, void *return_address)
 {
@@ -66,7 +66,8 @@ int prepend(VekStr **variable, const char *text, size_t text_length, void *retur
                : 0;
 }
 
-/* <cctype> takes characters unsigned only: above 0x7f they are negative where char is signed. */
+/* The functions of <cctype> need unsigned characters. Those above 0x7f are negative where char is
+ * signed. */
 
 char upper(char c)
 {
@@ -83,7 +84,7 @@ bool is_space(char c)
     return isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-/** Keeps this name: its check prints it. */
+/** The function's name is interface because its check prints it. */
 VEK_PRINTF(1, 0)
 VekStr *vek_str_create_vprintf_with_return(const char *format, va_list args, void *return_address)
 {
@@ -294,7 +295,7 @@ void vek_str_char_swap(VekStr *vekstr, char from, char to)
     if (vekstr == nullptr) {
         return;
     }
-    // The walk has passed the NULs that it writes, so it ends at the old terminator.
+    // The loop is past any NUL that it has written, so it ends at the old terminator.
     for (char *c = vekstr->text; *c != '\0'; ++c) {
         if (*c == from) {
             *c = to;

@@ -1,20 +1,21 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstr.h
- *  Reference-counted strings. A VekStr is one block of a count and the text; its holders take and
- *  drop references instead of copying. A persistent string is not counted and lives until it is
- *  destroyed by force. The case functions change the text for every holder; the functions that make
- *  a longer text put a new string into the caller's variable and leave other holders alone.
+ *  Reference-counted strings. A VekStr is one block that holds a count and the text; its holders
+ *  add and release references instead of copying the text. References to a persistent string are
+ *  not counted; only vek_str_force_destroy() releases it. The functions that change a text in place
+ *  change it for every holder. The functions that make a text longer put a new string into the
+ *  caller's variable; other holders keep the old one.
  *
  *      VekStr *name = vek_str_create("eth");
  *      vek_str_append_c_str(&name, "0");
  *      puts(vek_str_to_c_str(name));
  *      name = vek_str_unref(name);
  *
- *  vekstr_inline.h has more ways to append, vekstrbuilder.h a builder for texts of many pieces;
+ *  vekstr_inline.h has more ways to append, and vekstrbuilder.h a builder for texts of many pieces;
  *  this header includes both.
  *
- *  Texts are bytes without an encoding; case functions follow the current locale.
- *  Threads: counts are plain integers; holders on several threads serialise what they do.
+ *  Texts are bytes without an encoding; the case functions follow the current locale.
+ *  Threads: counts are plain integers, so holders on several threads must serialise their calls.
  */
 #ifndef VEKLIB_VEKSTR_H
 #define VEKLIB_VEKSTR_H
@@ -30,51 +31,52 @@ VEK_BEGIN_DECLS
 /** A string. */
 typedef struct VekStr {
     uint32_t count; /**< references; 0 marks a persistent string */
-    char text[1];   /**< the bytes and their terminating NUL, as many as there are */
+    char text[1];   /**< all bytes of the text and their terminating NUL */
 } VekStr;
 
 /* ---- Create ---- */
 
 /** Makes a string of the first characters of a text.
  *  @param cstr  the text, read up to `len` characters or its NUL; may be null if `len` is 0; copied
- *  @param len   characters; room for as many, also when the text is shorter (NULs fill it up)
- *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
+ *  @param len   number of characters; the string has space for that many even if the text is
+ *               shorter (NULs fill the rest)
+ *  @return  the string, with one reference for the caller; release it with vek_str_unref()
  *  Fails:   no memory -> null; negative `len`, or null `cstr` with characters to copy -> null, with
  *           a warning
  */
 VEK_API VEK_NEW VekStr *vek_str_ncreate(const char *cstr, int len);
 
 /** Makes a string of a whole text.
- *  @param cstr  the text, of at most INT_MAX characters; may be null; copied
- *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
- *  Fails:   null `cstr`, a longer text or no memory -> null
+ *  @param cstr  the text, of at most INT_MAX characters; copied
+ *  @return  the string, with one reference for the caller; release it with vek_str_unref()
+ *  Fails:   null `cstr`, a longer text or no memory -> null, without a warning
  */
 VEK_API VEK_NEW VekStr *vek_str_create(const char *cstr);
 
-/** Formats a new string, which may be empty. A NUL among the formatted characters ends the text
- *  there; the block has room for all of them.
+/** Formats a new string, which may be empty. A NUL among the formatted characters ends the text,
+ *  but the block has space for all of them.
  *  @param format  printf format, followed by its values; borrowed
- *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
+ *  @return  the string, with one reference for the caller; release it with vek_str_unref()
  *  Fails:   a value that cannot be converted, or no memory -> null; null `format` -> null, with a
  *           warning that names vek_str_create_vprintf_with_return
  */
 VEK_API VEK_NEW VEK_PRINTF(1, 2) VekStr *vek_str_create_printf(const char *format, ...);
 
-/** vek_str_create_printf() with an argument list, which is left unchanged. */
+/** Like vek_str_create_printf(), but with an argument list, which is left unchanged. */
 VEK_API VEK_NEW VEK_PRINTF(1, 0) VekStr *vek_str_create_vprintf(const char *format, va_list args);
 
 /* ---- References ---- */
 
-/** Takes a reference.
- *  @param vekstr  the string; may be null
- *  @return  the same string; a persistent one is not counted. Drop it with vek_str_unref()
+/** Adds a reference. References to a persistent string are not counted.
+ *  @param vekstr  the string; null gives null
+ *  @return  the same string; release the reference with vek_str_unref()
  *  Fails:   the count is at its limit (UINT_MAX - 1) -> null, with a warning
  */
 VEK_API VekStr *vek_str_ref(VekStr *vekstr);
 
-/** Drops a reference; the last one releases the string. A persistent string stays.
- *  @param vekstr  the reference, taken; null does nothing
- *  @return  always null, to clear the caller's variable with
+/** Releases a reference, and with the last one the string. Does nothing to a persistent string.
+ *  @param vekstr  the string, whose reference is taken; null does nothing
+ *  @return  always null, so that the caller can clear its variable with it
  */
 VEK_API VekStr *vek_str_unref(VekStr *vekstr);
 
@@ -84,37 +86,39 @@ VEK_API VekStr *vek_str_unref(VekStr *vekstr);
  */
 VEK_API void vek_str_make_persistent(VekStr *str);
 
-/** Releases a persistent string; of any other one drops a reference.
+/** Releases a persistent string; for any other string, releases a reference.
  *  @param vekstr  the string, taken; null does nothing
  */
 VEK_API void vek_str_force_destroy(VekStr *vekstr);
 
-/** Puts a reference to one variable's string into another variable, whose own reference is dropped.
- *  @param dest  address of the variable to change; not null; the string in it may be
- *  @param src   address of the variable to take from; not null; may be the same variable
+/** Makes one variable refer to another variable's string: adds a reference to that string, and
+ *  releases the one that the changed variable held.
+ *  @param dest  address of the variable to change; not null. The variable may hold null
+ *  @param src   address of the other variable; not null; may be the same. It may hold null
  *  @return  the new content of the changed variable
- *  Fails:   the reference is refused (see vek_str_ref()) -> null, also in the variable
+ *  Fails:   the reference is refused (see vek_str_ref()) -> null, which the changed variable then
+ *           holds, too
  */
 VEK_API VekStr *vek_str_assign(VekStr **dest, VekStr *const *src);
 
 /* ---- Read and compare ---- */
 
-/** Returns the text, borrowed: valid as long as the string lives; null for null. */
+/** Returns the text, borrowed: valid until the string is released; null for null. */
 VEK_API const char *vek_str_to_c_str(const VekStr *vekstr);
 
-/** Returns the number of characters before the NUL; counts them.
+/** Returns the number of characters before the NUL; counts them on each call.
  *  Fails: null `vekstr` -> 0, with a warning
  */
 VEK_API unsigned int vek_strlen(const VekStr *vekstr);
 
-/** Compares two texts as strcmp() does. The same string (both null included) gives 0; a null first
- *  string gives -1, a null second one 1. */
+/** Compares two texts as strcmp() does. A string compared with itself gives 0, as do two nulls; if
+ *  only the first is null the result is -1, if only the second is null it is 1. */
 VEK_API int vek_strcmp(const VekStr *s1, const VekStr *s2);
 
-/** vek_strcmp() over at most `n` characters. */
+/** Like vek_strcmp(), but compares at most `n` characters. */
 VEK_API int vek_strncmp(const VekStr *s1, const VekStr *s2, size_t n);
 
-/** Returns 1 when two texts are equal (both strings null included), else 0. */
+/** Returns 1 when two texts are equal or both strings are null, else 0. */
 VEK_API int vek_str_eq(const VekStr *s1, const VekStr *s2);
 
 /** Returns 1 when the text of `s1` equals `s2`, else 0.
@@ -122,64 +126,65 @@ VEK_API int vek_str_eq(const VekStr *s1, const VekStr *s2);
  */
 VEK_API int vek_str_eq_c_str(const VekStr *s1, const char *s2);
 
-/** Returns 1 when the first `n` characters of the text of `s1` and of `s2` are equal ("n equal",
- *  not "not equal"), else 0. `s2` may be null if `n` is 0.
+/** Returns 1 when the text of `s1` and `s2` are equal in their first `n` characters, else 0 ("neq"
+ *  means "n equal", not "not equal"). `s2` may be null if `n` is 0.
  *  Fails: null `s1`, or null `s2` with characters to compare -> 0, with a warning
  */
 VEK_API int vek_str_neq_c_str(const VekStr *s1, const char *s2, size_t n);
 
 /* ---- Change in place, for every holder ---- */
 
-/** Turns every lower-case letter into upper case.
+/** Changes every lower-case letter to upper case.
  *  Fails: null `vekstr` -> nothing done, with a warning
  */
 VEK_API void vek_str_toupper(VekStr *vekstr);
 
-/** Turns every upper-case letter into lower case.
+/** Changes every upper-case letter to lower case.
  *  Fails: null `vekstr` -> nothing done, with a warning
  */
 VEK_API void vek_str_tolower(VekStr *vekstr);
 
-/** Turns the first letter of each word (what begins the text or follows white space) into upper
- *  case.
+/** Changes the first letter of each word to upper case. A word begins at the start of the text and
+ *  after white space.
  *  Fails: null `vekstr` -> nothing done, with a warning
  */
 VEK_API void vek_str_capitalize(VekStr *vekstr);
 
-/** Replaces every character `from` by `to`; a NUL as `to` cuts the text. Null does nothing. */
+/** Replaces every character `from` with `to`. If `to` is NUL, the text ends at the first `from`. A
+ *  null `vekstr` does nothing. */
 VEK_API void vek_str_char_swap(VekStr *vekstr, char from, char to);
 
 /* ---- Change by replacement: a new string in the caller's variable ----
  *
- * On success the caller's reference to the old string is dropped, and the variable holds a new
- * string with one reference. On failure the variable and its string are as before. A null string in
- * the variable is a failure, with a warning that names vek_strlen. */
+ * On success the caller's reference to the old string is released, and the variable holds a new
+ * string with one reference. On failure the variable and its string are unchanged.
+ *
+ * @return  1 on success
+ *
+ * Fails: no memory, or a new text of more than INT_MAX characters -> 0; a null argument -> 0, with
+ * a warning; a variable that holds null -> 0, with a warning that names vek_strlen. */
 
-/** Puts a character in front.
+/** Puts a character in front of the text.
  *  @param vekstr  address of the variable
  *  @param c       the character; a NUL makes a string that reads as empty
- *  @return  1; 0 without memory, or, with a warning, without a variable or a string in it
  */
 VEK_API int vek_str_prepend_char(VekStr **vekstr, char c);
 
-/** Puts a text in front.
+/** Puts another text in front of the text.
  *  @param vekstr  address of the variable
- *  @param c       the text, which may be the string's own; copied
- *  @return  1; 0 without memory, or, with a warning, without a text, a variable or a string in it
+ *  @param c       the other text, which may be the string's own; copied
  */
 VEK_API int vek_str_prepend_c_str(VekStr **vekstr, const char *c);
 
-/** Puts a text at the end.
+/** Appends a text.
  *  @param vekstr  address of the variable
  *  @param c       the text, which may be the string's own; copied
- *  @return  1; 0 without memory, or, with a warning, without a text, a variable or a string in it
  */
 VEK_API int vek_str_append_c_str(VekStr **vekstr, const char *c);
 
-/** Puts a string's text at the end.
+/** Appends a string's text.
  *  @param vekstr1  address of the variable
  *  @param vekstr   the string, which may be the one in the variable; copied
- *  @return  1; 0 without memory, or, with a warning, without `vekstr`, a variable or a string in it
  */
 VEK_API int vek_str_append_vek_str(VekStr **vekstr1, const VekStr *vekstr);
 

@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstr_inline.h
- *  More ways to append to a string; vekstr.h includes this file. The functions are compiled into
- *  the application, which is charged with what they allocate. They keep the contract of
- *  vek_str_append_c_str(): a new string in the caller's variable on success, everything as before
- *  on failure.
+ *  More ways to append to a string; vekstr.h includes this header. The functions are compiled into
+ *  the application, so traces charge the application for what they allocate. As with
+ *  vek_str_append_c_str(), the caller's variable holds a new string on success, and is unchanged on
+ *  failure.
  *
  *      VekStr *name = vek_str_create("eth");
  *      vek_str_append_printf(&name, "%d.%d", port, vlan);
@@ -24,8 +24,8 @@
 
 VEK_BEGIN_DECLS
 
-/* Where a string's text can be written. Hides from compilers that VekStr declares one character of
- * it: they would warn, and stop the program, when more are written. */
+/* Returns where a string's text can be written. Hides from compilers that VekStr declares only one
+ * character of it: where more are written they would warn, or make the program stop. */
 static inline char *_vek_str_text(VekStr *vekstr)
 {
     char *text = (char *)vekstr + offsetof(VekStr, text);
@@ -33,20 +33,21 @@ static inline char *_vek_str_text(VekStr *vekstr)
     return text;
 }
 
-/* The length of a text, at most `n`: strnlen(), which C99 does not have. */
+/* Returns the length of a text, at most `n`, as strnlen() does, which C99 does not have. */
 static inline size_t _vek_text_length(const char *text, size_t n)
 {
-    /* Hides both from GCC, which would warn of an `n` beyond the text's array. The text may well
-     * end before. */
+    /* Hides both from GCC, which would warn if `n` exceeds the array that the text is in. That is
+     * allowed: the text ends before. */
     __asm__("" : "+r"(text), "+r"(n));
     const char *const end = (const char *)memchr(text, '\0', n);
     return end != NULL ? (size_t)(end - text) : n;
 }
 
-/** Puts a character at the end.
+/** Appends a character.
  *  @param vekstr  address of the variable
  *  @param c       the character; a NUL adds nothing
- *  @return  1; 0 without memory, or, with a warning, without a variable or a string in it
+ *  @return  1 on success
+ *  Fails:   as vek_str_append_c_str()
  */
 static inline int vek_str_append_char(VekStr **vekstr, char c)
 {
@@ -56,12 +57,13 @@ static inline int vek_str_append_char(VekStr **vekstr, char c)
     return vek_str_append_c_str(vekstr, text);
 }
 
-/** Puts the first characters of a text at the end.
+/** Appends the first characters of a text.
  *  @param vekstr  address of the variable
  *  @param text    the text, read up to `n` characters or its NUL; may be the string's own; may be
  *                 null if `n` is 0; copied
- *  @param n       characters
- *  @return  1; 0 without memory, or, with a warning, without a text, a variable or a string in it
+ *  @param n       number of characters
+ *  @return  1 on success
+ *  Fails:   as vek_str_append_c_str()
  */
 static inline int vek_str_append_n(VekStr **vekstr, const char *text, size_t n)
 {
@@ -80,13 +82,13 @@ static inline int vek_str_append_n(VekStr **vekstr, const char *text, size_t n)
     if (longer == NULL) {
         return 0;
     }
-    memcpy(_vek_str_text(longer) + length, text, added); /* a NUL follows already */
+    memcpy(_vek_str_text(longer) + length, text, added); /* a NUL is already behind it */
     vek_str_unref(*vekstr);
     *vekstr = longer;
     return 1;
 }
 
-/** vek_str_append_printf() with an argument list, which is left unchanged. */
+/** Like vek_str_append_printf(), but with an argument list, which is left unchanged. */
 static inline VEK_PRINTF(2, 0) int vek_str_append_vprintf(VekStr **vekstr, const char *format,
                                                           va_list args)
 {
@@ -99,14 +101,14 @@ static inline VEK_PRINTF(2, 0) int vek_str_append_vprintf(VekStr **vekstr, const
     return done;
 }
 
-/** Formats a text and puts it at the end. It may be empty; a NUL among the formatted characters
- *  ends it.
+/** Formats a text and appends it. The text may be empty; a NUL among the formatted characters ends
+ *  it.
  *  @param vekstr  address of the variable
  *  @param format  printf format, followed by its values, which may be the string's own text;
  *                 borrowed
- *  @return  1; 0 without memory or if a value cannot be converted, or, with a warning, without a
- *           format, a variable or a string in it. The warning names vek_str_append_vprintf for a
- *           null variable or format
+ *  @return  1 on success
+ *  Fails:   a value that cannot be converted -> 0; else as vek_str_append_c_str(). The warning for
+ *           a null argument names vek_str_append_vprintf
  */
 static inline VEK_PRINTF(2, 3) int vek_str_append_printf(VekStr **vekstr, const char *format, ...)
 {

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstrbuilder.h
- *  Builds a text from many pieces in one block that doubles as it fills up, and hands it over as a
- *  string of its own. vekstr.h includes this file. A VekStrBuilder is a record that the caller
- *  places; a zero-initialised one is empty.
+ *  Builds a text from many pieces in one block, which doubles when it is full, and hands the text
+ *  over as a plain string or as a VekStr. vekstr.h includes this header. A VekStrBuilder is a
+ *  record that the caller places; a zero-initialised one is empty.
  *
  *      VekStrBuilder line = VEK_STR_BUILDER_INIT;
  *      for (int i = 0; i < count; ++i) {
@@ -13,13 +13,15 @@
  *          ...                       // an append failed; nothing is left to release
  *      }
  *
- *  An append returns 1, or 0 when it fails: without memory, beyond INT_MAX characters, or with a
- *  null argument (and a warning). The builder remembers a failure: it keeps the text so far,
- *  further appends add nothing and return 0, and the steal functions return null. One test at the
- *  end therefore suffices. Every function warns of a null builder and then returns 0 or null.
+ *  An append returns 1 on success. It returns 0 if there is no memory, if the text would exceed
+ *  INT_MAX characters, or, with a warning, if an argument is null. The builder remembers a failure:
+ *  it keeps the text so far, further appends add nothing and return 0, and the steal functions
+ *  return null. So one test at the end is enough. For a null builder, every function warns and
+ *  returns 0 or null (vek_str_builder_get_text() an empty text).
  *
- *  The functions are compiled into the application, which is charged with what they allocate.
- *  Threads: a builder is plain data; one thread at a time uses it.
+ *  The functions are compiled into the application, so traces charge the application for what they
+ *  allocate.
+ *  Threads: a builder is used by one thread at a time.
  */
 #ifndef VEKLIB_VEKSTRBUILDER_H
 #define VEKLIB_VEKSTRBUILDER_H
@@ -39,15 +41,15 @@
 
 VEK_BEGIN_DECLS
 
-/** A text that grows. */
+/** A builder; empty when it is zero-initialised. */
 typedef struct VekStrBuilder {
     VekStr *str;   /**< the text, always NUL-terminated; its count is set when it is handed over */
-    size_t length; /**< characters of the text */
-    size_t size;   /**< characters that the block has room for, the NUL included */
-    int failed;    /**< 1 after an append that failed */
+    size_t length; /**< number of characters of the text */
+    size_t size;   /**< number of characters that the block has space for, the NUL included */
+    int failed;    /**< 1 after an append that failed, else 0 */
 } VekStrBuilder;
 
-/** What initialises an empty builder, as zeros do. */
+/** The initialiser of an empty builder; zeros do as well. */
 #define VEK_STR_BUILDER_INIT                                                                       \
     {                                                                                              \
         NULL, 0, 0, 0                                                                              \
@@ -55,15 +57,15 @@ typedef struct VekStrBuilder {
 
 /* ---- Helpers ---- */
 
-/* Remembers a failure. Returns 0, for the append that fails. */
+/* Remembers a failure. Returns 0, for the append that fails to return. */
 static inline int _vek_str_builder_fail(VekStrBuilder *builder)
 {
     builder->failed = 1;
     return 0;
 }
 
-/* Makes a block for at least `size` characters, the NUL included; at least twice the old one, so
- * that a text of n characters costs about log n allocations. */
+/* Enlarges the block to at least `size` characters, the NUL included. Below the limit it becomes at
+ * least twice as large, so that a text of n characters costs about log n allocations. */
 static inline int _vek_str_builder_grow(VekStrBuilder *builder, size_t size)
 {
     const size_t largest = (size_t)INT_MAX + 1;
@@ -81,7 +83,7 @@ static inline int _vek_str_builder_grow(VekStrBuilder *builder, size_t size)
     return 1;
 }
 
-/* Makes room for `n` characters after the text, and for a NUL. */
+/* Makes space for `n` characters after the text, and for a NUL. */
 static inline int _vek_str_builder_make_room(VekStrBuilder *builder, size_t n)
 {
     if (builder->failed) {
@@ -96,7 +98,7 @@ static inline int _vek_str_builder_make_room(VekStrBuilder *builder, size_t n)
     return _vek_str_builder_grow(builder, builder->length + n + 1);
 }
 
-/* Appends `n` characters. They may lie in the builder's own block, which moves as it grows. */
+/* Appends `n` characters. They may lie in the builder's own block, which can move as it grows. */
 static inline int _vek_str_builder_add(VekStrBuilder *builder, const char *text, size_t n)
 {
     const uintptr_t offset = (uintptr_t)text - (uintptr_t)builder->str;
@@ -111,7 +113,7 @@ static inline int _vek_str_builder_add(VekStrBuilder *builder, const char *text,
     return 1;
 }
 
-/* Empties the record, whose block is released or handed over. */
+/* Empties the record, whose block has been released or handed over. */
 static inline void _vek_str_builder_reset(VekStrBuilder *builder)
 {
     builder->str = NULL;
@@ -120,8 +122,8 @@ static inline void _vek_str_builder_reset(VekStrBuilder *builder)
     builder->failed = 0;
 }
 
-/* Empties a builder and returns its block, shrunk to `size` bytes. If the allocator refuses to
- * shrink it, the larger block serves as well. */
+/* Empties a builder and returns its block, shrunk to `size` bytes. If the allocator cannot shrink
+ * it, returns the larger block. */
 static inline void *_vek_str_builder_detach(VekStrBuilder *builder, size_t size)
 {
     void *const shrunk = vek_realloc(builder->str, size);
@@ -134,7 +136,7 @@ static inline void *_vek_str_builder_detach(VekStrBuilder *builder, size_t size)
 
 /** Appends a text.
  *  @param builder  the builder; not null
- *  @param text     the text, which may lie in the builder's own; not null; copied
+ *  @param text     the text, which may be part of the builder's own; not null; copied
  *  @return  1, or 0 (see above)
  */
 static inline int vek_str_builder_append(VekStrBuilder *builder, const char *text)
@@ -147,9 +149,9 @@ static inline int vek_str_builder_append(VekStrBuilder *builder, const char *tex
 
 /** Appends the first characters of a text.
  *  @param builder  the builder; not null
- *  @param text     the text, read up to `n` characters or its NUL; may lie in the builder's own;
- *                  may be null if `n` is 0; copied
- *  @param n        characters
+ *  @param text     the text, read up to `n` characters or its NUL; may be part of the builder's
+ *                  own; may be null if `n` is 0; copied
+ *  @param n        number of characters
  *  @return  1, or 0 (see above)
  */
 static inline int vek_str_builder_append_n(VekStrBuilder *builder, const char *text, size_t n)
@@ -179,7 +181,7 @@ static inline int vek_str_builder_append_char(VekStrBuilder *builder, char c)
     return 1;
 }
 
-/** vek_str_builder_append_printf() with an argument list, which is left unchanged. */
+/** Like vek_str_builder_append_printf(), but with an argument list, which is left unchanged. */
 static inline VEK_PRINTF(2, 0) int vek_str_builder_append_vprintf(VekStrBuilder *builder,
                                                                   const char *format, va_list args)
 {
@@ -189,8 +191,8 @@ static inline VEK_PRINTF(2, 0) int vek_str_builder_append_vprintf(VekStrBuilder 
     if (!_vek_str_builder_make_room(builder, 0)) {
         return 0;
     }
-    /* The values may be the text so far: it stays whole, its NUL included, until they are formatted
-     * into the room after it. */
+    /* The values may be the text so far, so they are formatted into the space after its NUL. The
+     * text stays whole until then. */
     char *const text = _vek_str_text(builder->str);
     const size_t end = builder->length;
     const size_t room = builder->size - end - 1;
@@ -213,12 +215,13 @@ static inline VEK_PRINTF(2, 0) int vek_str_builder_append_vprintf(VekStrBuilder 
     return done;
 }
 
-/** Formats a text and appends it. It may be empty; a NUL among the formatted characters ends it.
+/** Formats a text and appends it. The text may be empty; a NUL among the formatted characters ends
+ *  it.
  *  @param builder  the builder; not null
  *  @param format   printf format, followed by its values, which may be the builder's own text; not
- *                  null; borrowed. The warning for a null one, or for a null builder, names
- *                  vek_str_builder_append_vprintf
+ *                  null; borrowed
  *  @return  1, or 0 (see above), also if a value cannot be converted
+ *  The warning for a null argument names vek_str_builder_append_vprintf.
  */
 static inline VEK_PRINTF(2, 3) int vek_str_builder_append_printf(VekStrBuilder *builder,
                                                                  const char *format, ...)
@@ -232,8 +235,8 @@ static inline VEK_PRINTF(2, 3) int vek_str_builder_append_printf(VekStrBuilder *
 
 /* ---- Read ---- */
 
-/** Returns the text so far, empty for an empty builder; borrowed: valid until the builder is used
- *  otherwise. For a null builder it is empty, too. */
+/** Returns the text so far, borrowed: valid until another function changes the builder. It is empty
+ *  for an empty builder, and, with a warning, for a null one. */
 static inline VEK_NEVER_NULL const char *vek_str_builder_get_text(const VekStrBuilder *builder)
 {
     VEK_RETURN_VAL_IF_FAIL(builder != NULL, "");
@@ -259,7 +262,7 @@ static inline int vek_str_builder_failed(const VekStrBuilder *builder)
 
 /* ---- Hand over and release ---- */
 
-/** Releases the text and forgets a failure. The builder is then empty and can be used again.
+/** Releases the text and forgets any failure. The builder is then empty and can be used again.
  *  @param builder  the builder; not null
  */
 static inline void vek_str_builder_release(VekStrBuilder *builder)
@@ -270,11 +273,12 @@ static inline void vek_str_builder_release(VekStrBuilder *builder)
     _vek_str_builder_reset(builder);
 }
 
-/** Hands over the text as a plain string, empty for an empty builder. The builder is then empty and
- *  can be used again, also after a failure.
+/** Hands over the text as a plain string, which is empty for an empty builder. The builder is then
+ *  empty and can be used again, even after a failure.
  *  @param builder  the builder; not null
- *  @return  the text; release with vek_free()
- *  Fails:   an append has failed, or no memory for an empty text -> null; a text so far is released
+ *  @return  the text; release it with vek_free()
+ *  Fails:   an append has failed -> null, and the text so far is released; no memory for an empty
+ *           text -> null
  */
 static inline VEK_MUST_USE char *vek_str_builder_steal_string(VekStrBuilder *builder)
 {
@@ -292,11 +296,12 @@ static inline VEK_MUST_USE char *vek_str_builder_steal_string(VekStrBuilder *bui
     return (char *)_vek_str_builder_detach(builder, size);
 }
 
-/** Hands over the text as a VekStr, empty for an empty builder. The builder is then empty and can
- *  be used again, also after a failure.
+/** Hands over the text as a VekStr, which is empty for an empty builder. The builder is then empty
+ *  and can be used again, even after a failure.
  *  @param builder  the builder; not null
- *  @return  the string, with one reference for the caller; drop it with vek_str_unref()
- *  Fails:   an append has failed, or no memory for an empty text -> null; a text so far is released
+ *  @return  the string, with one reference for the caller; release it with vek_str_unref()
+ *  Fails:   an append has failed -> null, and the text so far is released; no memory for an empty
+ *           text -> null
  */
 static inline VEK_MUST_USE VekStr *vek_str_builder_steal_vekstr(VekStrBuilder *builder)
 {

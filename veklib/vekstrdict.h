@@ -21,53 +21,53 @@
 VEK_BEGIN_DECLS
 
 /** Makes an empty dictionary.
- *  @param init_count  slots of the first segment, above 0: the number of items to expect
+ *  @param init_count  number of items to expect, above 0; the first segment has that many slots
  *  @return  the dictionary, with one reference for the caller; release it with vek_dict_destroy()
- *  Fails:   no memory -> null; no slots -> null, with a warning
+ *  Fails:   no memory -> null; `init_count` not above 0 -> null, with a warning
  */
 VEK_API VEK_NEW VekDict *vek_str_dict_create(int init_count);
 
 /* ---- put: store a datum under a key ----
  *
- * @param key   the key, which may be null (a key of its own); each put copies it,
- *              also a put that replaces a datum, and fails without memory for the copy
- * @return      1 on success; an equal key that is stored keeps its place and gets the new datum,
- *              and the old datum is released
+ * @param key   the key, copied; null is a key like any other. Each put copies it, even one that
+ *              replaces a datum, and fails without memory for the copy
+ * @return      1 on success. If an equal key is stored, its item keeps its slot and gets the new
+ *              datum, and the old datum is released
  *
- * Fails: no memory -> 0; null dictionary, or one with other keys -> 0, with a warning. The
- * dictionary is unchanged and the datum stays the caller's. */
+ * Fails: no memory -> 0; null dictionary, or one with keys of another type -> 0, with a warning.
+ * The dictionary is unchanged and the datum stays the caller's. */
 
-/** Stores a VekStr, which may be null: the caller's reference passes to the dictionary. */
+/** Stores a VekStr, which may be null. On success the dictionary takes the caller's reference. */
 VEK_API int vek_str_dict_put_vekstr(VekDict *dict, const char *key, VekStr *value);
-/** Stores a new VekStr with a copy of a text; a null text is a failure, without a warning. */
+/** Stores a new VekStr with a copy of a text. A null text gives 0, without a warning. */
 VEK_API int vek_str_dict_dup_and_put_string(VekDict *dict, const char *key, const char *value);
 /** Stores an integer. */
 VEK_API int vek_str_dict_put_int(VekDict *dict, const char *key, int32_t value);
 /** Stores a number. */
 VEK_API int vek_str_dict_put_double(VekDict *dict, const char *key, double value);
-/** Stores a pointer, which the dictionary never releases. */
+/** Stores a pointer. The dictionary never releases what it points to. */
 VEK_API int vek_str_dict_put_persistent_pointer(VekDict *dict, const char *key, void *value);
-/** Stores a value: the record is moved into the dictionary and zero-filled. A null record is a
- *  failure, with a warning of _vek_dict_put_value(); what an empty one gives is said there. */
+/** Stores a value of any type. On success its record is taken and zero-filled. A null record gives
+ *  0, with a warning that names _vek_dict_put_value; for an empty record see that function. */
 VEK_API int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *value);
 
 /* ---- get: the datum of a key ----
  *
- * @return      the datum, borrowed: valid until it is replaced or the dictionary is cleared,
+ * @return      the datum, borrowed: valid until it is replaced, or the dictionary is cleared,
  *              emptied or released. An absent key gives null or 0, as does a stored null or 0;
  *              vek_str_dict_get_value() != NULL distinguishes the two
  *
- * Fails: null dictionary, or one with other keys -> null or 0, with a warning; a datum of another
- * type than the function's -> null or 0, with a warning of the vek_value_get_ function that reads
- * it. */
+ * Fails: null dictionary, or one with keys of another type -> null or 0, with a warning; a datum of
+ * another type than the function's -> null or 0, with a warning that names the vek_value_get_
+ * function of the wanted type. */
 
 /** Returns the record of a datum of any type. */
 VEK_API VekValue *vek_str_dict_get_value(const VekDict *dict, const char *key);
 /** Returns a pointer datum. */
 VEK_API void *vek_str_dict_get_pointer(const VekDict *dict, const char *key);
-/** Returns a VekStr datum; vek_str_ref() keeps it. */
+/** Returns a VekStr datum; to keep it, add a reference with vek_str_ref(). */
 VEK_API VekStr *vek_str_dict_get_vekstr(const VekDict *dict, const char *key);
-/** Returns the text of a VekStr datum (not of a string that was stored as a value). */
+/** Returns the text of a VekStr datum (not of a datum of type VEK_VALUE_STRING). */
 VEK_API const char *vek_str_dict_get_string(const VekDict *dict, const char *key);
 /** Returns an integer datum. */
 VEK_API int32_t vek_str_dict_get_int(const VekDict *dict, const char *key);

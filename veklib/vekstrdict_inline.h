@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekstrdict_inline.h
  *  Conveniences of string dictionaries: reading with a fallback, nested dictionaries and lists.
- *  Included by vekstrdict.h.
+ *  vekstrdict.h includes this header.
  *
  *      int32_t level = vek_str_dict_get_int_or(network, "level", 3);
  *      if (!vek_str_dict_put_dict(settings, "network", network)) {
@@ -15,14 +15,14 @@
 
 VEK_BEGIN_DECLS
 
-/* ---- get or: the datum of a key, or a fallback ----
+/* ---- get_or: the datum of a key, or a fallback ----
  *
- * @param fallback  returned for an absent key; may be null if it is a text
+ * @param fallback  the result for an absent key; a text may be null
  * @return          the datum; a text is borrowed as from vek_str_dict_get_string()
  *
- * Fails: null dictionary, or one with other keys -> `fallback`, with a warning of
- * vek_str_dict_get_value(); a datum of another type than the function's -> `fallback`, with a
- * warning of the vek_value_get_ function that reads it. */
+ * Fails: null dictionary, or one with keys of another type -> `fallback`, with a warning that names
+ * vek_str_dict_get_value; a datum of another type than the function's -> `fallback`, with a
+ * warning that names the vek_value_get_ function of the wanted type. */
 
 /** Returns an integer datum, or `fallback`. */
 static inline int32_t vek_str_dict_get_int_or(const VekDict *dict, const char *key,
@@ -47,10 +47,10 @@ static inline const char *vek_str_dict_get_string_or(const VekDict *dict, const 
 
 /* ---- Nested dictionaries and lists ----
  *
- * As the functions of vekstrdict.h: a put that fails leaves the datum to the caller and returns 0;
- * what get returns is borrowed. */
+ * They behave as the functions of vekstrdict.h: a put that fails returns 0, and the datum stays
+ * the caller's; what a get returns is borrowed. */
 
-/** Stores a dictionary, which may be null: the caller's reference passes to `dict`. */
+/** Stores a dictionary, which may be null. On success `dict` takes the caller's reference. */
 static inline int vek_str_dict_put_dict(VekDict *dict, const char *key, VekDict *value)
 {
     VekValue datum;
@@ -58,17 +58,17 @@ static inline int vek_str_dict_put_dict(VekDict *dict, const char *key, VekDict 
     return vek_str_dict_put_value(dict, key, &datum);
 }
 
-/** Returns a dictionary datum; vek_dict_ref() keeps it. */
+/** Returns a dictionary datum; to keep it, add a reference with vek_dict_ref(). */
 static inline VekDict *vek_str_dict_get_dict(const VekDict *dict, const char *key)
 {
     const VekValue *const datum = vek_str_dict_get_value(dict, key);
     return datum != NULL ? vek_value_get_dict(datum) : NULL;
 }
 
-/** Stores a list, which may be null: its nodes and what its elements own pass to the dictionary.
+/** Stores a list.
  *  @param list_type  one of the four list types, VEK_VALUE_SLIST_OF_INT to VEK_VALUE_SLIST_OF_VALUE
- *  @param value      taken on success, as vek_value_take_slist_of_int(), _str(), _ptr() or _value()
- *                    takes it
+ *  @param value      the list, which may be null; taken on success, as by
+ *                    vek_value_take_slist_of_int(), _str(), _ptr() or _value()
  *  Fails:            as every put; a type that is no list type -> 0, with a warning
  */
 static inline int vek_str_dict_put_slist(VekDict *dict, const char *key, VekValueType list_type,

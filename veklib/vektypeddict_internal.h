@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* The bodies of the typed dictionaries' functions. `Keys` says how a key is stored and found:
  *
- *     Keys::Key                    the type that callers pass
- *     Keys::store(record, key)     makes a record for the dictionary to keep; false without memory
- *     Keys::match(key)             what matches a stored key, for the search
+ *     Keys::Key                    the type of the key that callers pass
+ *     Keys::store(record, key)     makes the record of a key to store; false without memory
+ *     Keys::match(key)             the function that matches stored keys with `key` in a search
  */
 #ifndef VEKLIB_VEKTYPEDDICT_INTERNAL_H
 #define VEKLIB_VEKTYPEDDICT_INTERNAL_H
@@ -28,8 +28,8 @@ struct TypedDict {
         return stored;
     }
 
-    /** Stores the record that `set` makes of `datum`. The record must own nothing but the datum: a
-     *  failed put abandons it, and the datum stays the caller's. */
+    /** Stores the record that `set` makes of `datum`. The record must own nothing but the datum:
+     *  after a failure it is not released, and the datum stays the caller's. */
     template <auto set, typename Datum>
     static int put(VekDict *dict, Key key, Datum datum)
     {
@@ -54,16 +54,16 @@ struct TypedDict {
         return stored;
     }
 
-    /** The stored datum's record, or null: _vek_dict_get_value() without a record for the key. */
+    /** Does the work of _vek_dict_get_value(), but needs no record for the key. */
     static VekValue *get_value(const VekDict *dict, Key key)
     {
-        // The name is interface: a warning of an empty stored key names that function.
+        // This name is interface: the warning of an empty stored key prints it.
         VekDictItem *const item =
             vek_dict_search(dict, "_vek_dict_get_value", Keys::match(key)).item;
         return item != nullptr ? &item->data : nullptr;
     }
 
-    /** What `get` reads from the stored record; `absent` for an absent key. */
+    /** Returns what `get` reads from the stored record, or `absent` for an absent key. */
     template <auto get, typename Result>
     static Result read(const VekDict *dict, Key key, Result absent)
     {

@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-/* Values: the operations of the eleven types, and what works on a record of any type.
+/* Values: the operations of the eleven types, and the functions for a record of any type.
  *
- * The `vt` of a record is null (an empty record) or points into vek_value_types, at the entry whose
- * `type` is its own number. A payload that is a pointer may be null in every type: `release` and
- * `equal` accept that, `dup` is called with it for lists only. Records are raw storage to functions
- * that fill them in, and plain memory that dictionaries move by copying bytes: no operation may
- * keep the address of a record, and none of this source touches more than its arguments. */
+ * The `vt` of a record is null (an empty record) or the address of a row in vek_value_types, whose
+ * `type` is the row's own number. A payload that is a pointer may be null in every type: `release`
+ * and `equal` accept null, and `dup` is called with it only for lists. Functions that fill in a
+ * record ignore what it held. Dictionaries move records by copying their bytes, so no operation may
+ * keep the address of a record. The functions of this source touch only their arguments. */
 #include "veklib/vekvalue.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -24,7 +24,8 @@ namespace {
 
 /* ---- The operations of the types ---- */
 
-/* An integer is at the beginning of its word, whatever the byte order; the rest may be anything. */
+/* An integer is at the beginning of its word in either byte order. The other bytes may hold
+ * anything. */
 int equal_integers(const void *a, const void *b)
 {
     int32_t first;
@@ -84,8 +85,8 @@ void *dup_value(void *element)
     return vek_value_dup(static_cast<const VekValue *>(element));
 }
 
-/** The operations of lists whose elements are released, compared and copied by these functions;
- *  null for plain words. */
+/** The operations of lists whose elements these functions release, compare and copy. They are null
+ *  for elements that are plain words. */
 template <VekDestroyFunc destroy, VekEqualFunc same, VekCopyFunc copy>
 struct List {
     static void release(void *payload)
@@ -99,12 +100,12 @@ struct List {
                                same);
     }
 
-    /** Copies the list with all its elements, or fails. */
+    /** Copies the list and all its elements; null if any of them cannot be copied. */
     static void *dup(void *payload)
     {
         auto *const list = static_cast<VekSList *>(payload);
         VekSList *const result = vek_slist_dup(list, copy);
-        // Compares types because GCC 11 warns when functions are compared.
+        // Types are compared because GCC 11 warns when functions are.
         if constexpr (std::is_same_v<List, List<destroy, same, nullptr>>) {
             return result;
         }
@@ -163,7 +164,7 @@ void vek_value_init(VekValue *vekvalue, VekValueType type)
 
     vekvalue->vt = &vek_value_types[type];
     VEK_ASSERT(type == vekvalue->vt->type);
-    vekvalue->payload.real = 0.0; // all bytes of the payload: 0 and null of every type
+    vekvalue->payload.real = 0.0; // clears all bytes of the payload: 0 or null in every type
 }
 
 void vek_value_release(VekValue *vekvalue)
@@ -172,7 +173,7 @@ void vek_value_release(VekValue *vekvalue)
 
     const bool owns = vek_value_owns(vekvalue);
     const VekValueVtable *const type = vekvalue->vt;
-    vekvalue->vt = nullptr; // first: a destroy function may look at the record
+    vekvalue->vt = nullptr; // before the release: a destroy function may look at the record
     if (owns) {
         type->release(vekvalue->payload.pointer);
     }

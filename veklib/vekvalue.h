@@ -1,35 +1,35 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekvalue.h
- *  Values: a record that holds one datum of one of eleven types, and the conversions between them.
- *  Records are where the caller puts them (on the stack, in a structure, or on the heap with
- *  vek_value_dup()); a zero-filled record is empty. Five verbs say who owns what:
+ *  A value is a record that holds one datum of one of eleven types; functions convert between the
+ *  types. The caller places the records: on the stack, in a structure, or on the heap with
+ *  vek_value_dup(). A zero-filled record is empty. Five verbs say who owns what:
  *
  *    set    the value holds a copy or a new reference; the argument stays the caller's
- *    take   the value adopts the argument
- *    get    the caller borrows: valid until the value is changed or released
- *    dup    the caller gets a copy or a new reference to own
- *    steal  the caller gets the datum itself; the value keeps its type and holds null
+ *    take   the value owns the argument from then on
+ *    get    the caller borrows the datum, which is valid until the value is changed or released
+ *    dup    the caller gets a copy or a new reference, and owns it
+ *    steal  the caller gets the datum itself; the value keeps its type and then holds null
  *
  *      VekValue value;
  *      vek_value_set_string(&value, "42");
  *      int32_t number = vek_value_get_as_int(&value);
  *      vek_value_release(&value);
  *
- *  Functions that fill in a record (set, take, vek_value_init(), vek_value_copy()) treat it as raw
- *  storage: release a record that owns something before you use it again. A record may be moved by
- *  copying its bytes; the source then counts as empty. To change a list that a value holds, take
- *  it again without a release: the value owns the nodes before and after.
+ *  Functions that fill in a record (set, take, vek_value_init(), vek_value_copy()) do not release
+ *  what it held: if it owns something, release it before you fill it in again. A record may be
+ *  moved by copying its bytes; treat the source as empty from then on. To change a list that a
+ *  value holds, take the changed list without a release: the value owns the nodes before and after.
  *
  *      list = vek_slist_append(vek_value_get_slist(&value), VEK_INT_TO_POINTER(7));
  *      vek_value_take_slist_of_int(&value, list);
  *
- *  Integers have 32 bits. What may exceed them, such as a number of bytes, goes into a double,
- *  which holds whole numbers up to 2^53 exactly (but its text has six digits), or into a string.
+ *  Integers have 32 bits. For larger numbers, such as a number of bytes, use a string or a double.
+ *  A double holds whole numbers up to 2^53 exactly, but its text has only six digits.
  *
  *  Lists of values may hold lists in turn; they are released, copied and compared by recursion. A
- *  thread's stack of 64 KB was enough to release or compare some 700 levels and to copy 450, one of
- *  8 MB for 100,000 and 65,000 (x86-64, optimised; dictionaries: vekdict.h). An application that
- *  builds them from data of others limits their depth.
+ *  stack of 64 KB was enough to release or compare some 700 levels and to copy 450, and one of 8 MB
+ *  for 100,000 and 65,000 (x86-64, optimised; for dictionaries see vekdict.h). An application that
+ *  builds such lists from data of others must limit their depth.
  *
  *  Threads: a value, and what it refers to, is used by one thread at a time.
  */
@@ -46,7 +46,7 @@ VEK_BEGIN_DECLS
 
 /** The types. Their numbers are part of the interface. */
 typedef enum VekValueType VEK_INT_ENUM {
-    VEK_VALUE_INVALID = -1,         /**< result of failed queries; never stored */
+    VEK_VALUE_INVALID = -1,         /**< result of a failed query; never stored */
     VEK_VALUE_INT = 0,              /**< signed 32-bit integer */
     VEK_VALUE_DOUBLE = 1,           /**< double-precision number */
     VEK_VALUE_VEKSTR = 2,           /**< one reference to a VekStr; may be null */
@@ -64,7 +64,7 @@ typedef enum VekValueType VEK_INT_ENUM {
 /** A dictionary; see vekdict.h. */
 typedef struct VekDict VekDict;
 
-/** The operations of a type. They get a payload as its first word. */
+/** The operations of a type. They receive the first word of a payload. */
 typedef struct VekValueVtable {
     VekValueType type;                          /**< the type's number */
     void (*release)(void *payload);             /**< releases what is owned; null: owns nothing */
@@ -86,12 +86,12 @@ typedef union VekValuePayload {
 
 /** A value. Read and change it with the functions below. */
 typedef struct VekValue {
-    const VekValueVtable *vt; /**< the operations of its type; null: an empty record */
+    const VekValueVtable *vt; /**< the operations of its type; null in an empty record */
     VekValuePayload payload;  /**< the datum */
 } VekValue;
 
-/** Whether a record holds one of the four list types. Evaluates its argument up to four times, and
- *  warns of a null or an empty record four times. */
+/** Whether a record holds one of the four list types. The argument is evaluated up to four times; a
+ *  null or empty record gives four warnings. */
 #define VEK_VALUE_IS_SLIST(value)                                                                  \
     (vek_value_get_type(value) == VEK_VALUE_SLIST_OF_INT ||                                        \
      vek_value_get_type(value) == VEK_VALUE_SLIST_OF_STRING ||                                     \
@@ -100,7 +100,7 @@ typedef struct VekValue {
 
 /* ---- Any type ---- */
 
-/** Makes a record a value of a type that holds 0 or null.
+/** Makes a record a value of a type, which holds 0 or null.
  *  @param vekvalue  the record; what it held is not released
  *  @param type      the type
  *  Fails: null record, or a number that is no type -> nothing written, with a warning
@@ -113,8 +113,8 @@ VEK_API void vek_value_init(VekValue *vekvalue, VekValueType type);
 VEK_API void vek_value_release(VekValue *vekvalue);
 
 /** Releases a record on the heap and what it owns.
- *  @param value  a record of vek_value_dup(), or a zero-filled one of vek_calloc() that may have
- *                become a value since; taken; may be null
+ *  @param value  the record, taken; made by vek_value_dup(), or by vek_calloc() and still empty or
+ *                filled in since. May be null
  */
 VEK_API void vek_value_destroy(VekValue *value);
 
@@ -123,89 +123,89 @@ VEK_API void vek_value_destroy(VekValue *value);
  */
 VEK_API VekValueType vek_value_get_type(const VekValue *value);
 
-/** Copies a value. Strings are duplicated, VekStr and dictionaries shared by reference; lists get
- *  new nodes, and their elements are copied by the same rules (records on the heap with
+/** Copies a value. Strings are copied; of a VekStr or a dictionary the copy holds a new reference.
+ *  Lists get new nodes, and their elements are copied by the same rules (records on the heap with
  *  vek_value_dup()).
  *  @param dest  the record that becomes the copy; what it held is not released
  *  @param src   the value; borrowed
  *  @return  1 on success
  *  Fails:   no memory, a VekStr or dictionary that refuses a reference, or an element of a list
- *           that cannot be copied -> 0, `dest` is a value of the type that holds null; null record
- *           or empty source -> 0, nothing written, with a warning
+ *           that cannot be copied -> 0, and `dest` is a value of the type that holds null; null
+ *           record or empty source -> 0, with a warning, and nothing is written
  */
 VEK_API int vek_value_copy(VekValue *dest, const VekValue *src);
 
 /** Copies a value into a new record on the heap.
  *  @param src  the value; borrowed
- *  @return  the record; release with vek_value_destroy()
+ *  @return  the record; release it with vek_value_destroy()
  *  Fails:   as vek_value_copy() -> null
  */
 VEK_API VEK_MUST_USE VekValue *vek_value_dup(const VekValue *src);
 
-/** Returns 1 when two values are equal, else 0. Values of different types never are. Strings
- *  compare by text (null equals only null), lists by length and element by element, names and
- *  dictionaries by identity, doubles as numbers (a NaN equals nothing). The same record equals
- *  itself, even empty or null; null equals nothing else.
- *  Fails: an empty record -> 0, with a warning
+/** Returns 1 when two values are equal, else 0. Values of different types are never equal. Strings
+ *  are compared by their texts (null equals only null), lists by length and element by element,
+ *  names and dictionaries by identity, doubles as numbers (two NaNs are not equal). A record equals
+ *  itself, whatever it holds and even if it is empty. A null record equals only null.
+ *  Fails: an empty record, compared with another record -> 0, with a warning
  */
 VEK_API int vek_value_equal(const VekValue *val1, const VekValue *val2);
 
-/* ---- set: the record becomes a value with a copy or a reference of its own ----
+/* ---- set: the record becomes a value that holds a copy or a new reference ----
  *
- * Arguments stay the caller's; null ones give a value that holds null.
+ * Arguments stay the caller's; a null one gives a value that holds null.
  * Fails: null record -> nothing written, with a warning; an argument that cannot be copied or
  *        refuses a reference (see vek_value_copy()) -> a value of the type that holds null. */
 
-/** Holds an integer. */
+/** Stores an integer. */
 VEK_API void vek_value_set_int(VekValue *vekvalue, int32_t value);
-/** Holds a number. */
+/** Stores a number. */
 VEK_API void vek_value_set_double(VekValue *vekvalue, double value);
-/** Holds a copy of a string.
+/** Stores a copy of a string.
  *  @return  1 on success
  *  Fails:   as above -> 0
  */
 VEK_API int vek_value_set_string(VekValue *vekvalue, const char *value);
-/** Holds a reference to the same VekStr. */
+/** Stores a new reference to the VekStr. */
 VEK_API void vek_value_set_vekstr(VekValue *vekvalue, VekStr *value);
-/** Holds the pointer, which stays the caller's to release. */
+/** Stores the pointer; the value does not own what it points to. */
 VEK_API void vek_value_set_pointer(VekValue *vekvalue, void *value);
-/** Holds the name, which stays its table's to release. */
+/** Stores the name, which its table still owns. */
 VEK_API void vek_value_set_name(VekValue *vekvalue, VekName *value);
-/** Holds new nodes with the same integers. */
+/** Stores new nodes with the same integers. */
 VEK_API void vek_value_set_slist_of_int(VekValue *vekvalue, VekSList *value);
-/** Holds new nodes with references to the same VekStr. */
+/** Stores new nodes with new references to the same VekStrs. */
 VEK_API void vek_value_set_slist_of_str(VekValue *vekvalue, VekSList *value);
-/** Holds new nodes with the same pointers. */
+/** Stores new nodes with the same pointers. */
 VEK_API void vek_value_set_slist_of_ptr(VekValue *vekvalue, VekSList *value);
-/** Holds new nodes with copies of the VekValue records. */
+/** Stores new nodes with copies of the VekValue records. */
 VEK_API void vek_value_set_slist_of_value(VekValue *vekvalue, VekSList *value);
-/** Holds a reference to the same dictionary. */
+/** Stores a new reference to the dictionary. */
 VEK_API void vek_value_set_dict(VekValue *vekvalue, VekDict *value);
 
-/* ---- take: the record becomes a value that adopts the argument ----
+/* ---- take: the record becomes a value that owns the argument ----
  *
  * Arguments may be null.
  * Fails: null record -> nothing taken, with a warning. */
 
-/** Adopts a string, and releases it with vek_free(). */
+/** Takes a string, which the value releases with vek_free(). */
 VEK_API void vek_value_take_string(VekValue *vekvalue, char *value);
-/** Adopts the caller's reference. */
+/** Takes the caller's reference. */
 VEK_API void vek_value_take_vekstr(VekValue *vekvalue, VekStr *value);
-/** Adopts the nodes. */
+/** Takes the nodes. */
 VEK_API void vek_value_take_slist_of_int(VekValue *vekvalue, VekSList *value);
-/** Adopts the nodes and the VekStr references in them. */
+/** Takes the nodes and the VekStr references in them. */
 VEK_API void vek_value_take_slist_of_str(VekValue *vekvalue, VekSList *value);
-/** Adopts the nodes. */
+/** Takes the nodes. */
 VEK_API void vek_value_take_slist_of_ptr(VekValue *vekvalue, VekSList *value);
-/** Adopts the nodes and the VekValue records in them, and releases these with
+/** Takes the nodes and the VekValue records in them, which the value releases with
  *  vek_value_destroy(). */
 VEK_API void vek_value_take_slist_of_value(VekValue *vekvalue, VekSList *value);
-/** Adopts the caller's reference. */
+/** Takes the caller's reference. */
 VEK_API void vek_value_take_dict(VekValue *vekvalue, VekDict *value);
 
 /* ---- get: the caller borrows ----
  *
- * A value that holds null gives null, too, without a warning.
+ * A value that holds null gives null, without a warning.
  * Fails: null or empty record, or another type -> 0 or null, with a warning. */
 
 /** Returns the integer. */
@@ -225,72 +225,74 @@ VEK_API VekSList *vek_value_get_slist(const VekValue *vekvalue);
 /** Returns the dictionary. */
 VEK_API VekDict *vek_value_get_dict(const VekValue *vekvalue);
 
-/* ---- dup: a copy or reference for the caller ----
+/* ---- dup: a copy or a new reference for the caller ----
  *
- * A value that holds null gives null; vek_value_dup_string() warns then, the others do not.
- * Fails: what is held cannot be copied or refuses a reference (see vek_value_copy()) -> null; null
+ * A value that holds null gives null; only vek_value_dup_string() then warns.
+ * Fails: a datum that cannot be copied or refuses a reference (see vek_value_copy()) -> null; null
  *        or empty record, or another type -> null, with a warning. */
 
-/** Returns a copy of the string; release with vek_free(). */
+/** Returns a copy of the string; release it with vek_free(). */
 VEK_API VEK_NEW char *vek_value_dup_string(const VekValue *vekvalue);
-/** Returns the same VekStr; drop the reference with vek_str_unref(). */
+/** Returns the VekStr with a new reference; release it with vek_str_unref(). */
 VEK_API VEK_MUST_USE VekStr *vek_value_dup_vekstr(const VekValue *vekvalue);
-/** Returns a copy of the list; release with vek_slist_free() and the function that releases its
+/** Returns a copy of the list; release it with vek_slist_free() and the function that releases its
  *  elements: none, vek_str_unref() or vek_value_destroy(). */
 VEK_API VEK_MUST_USE VekSList *vek_value_dup_slist(const VekValue *vekvalue);
-/** Returns the same dictionary; drop the reference with vek_dict_destroy(). */
+/** Returns the dictionary with a new reference; release it with vek_dict_destroy(). */
 VEK_API VEK_MUST_USE VekDict *vek_value_dup_dict(const VekValue *vekvalue);
 
-/* ---- steal: the datum itself, and the value then holds null ----
+/* ---- steal: the datum itself for the caller; the value then holds null ----
  *
  * Fails: null or empty record, or another type -> null, with a warning. */
 
-/** Returns the string; release with vek_free(). */
+/** Returns the string; release it with vek_free(). */
 VEK_API VEK_MUST_USE char *vek_value_steal_string(VekValue *vekvalue);
-/** Returns the reference; drop it with vek_str_unref(). */
+/** Returns the VekStr with the value's reference; release it with vek_str_unref(). */
 VEK_API VEK_MUST_USE VekStr *vek_value_steal_vekstr(VekValue *vekvalue);
 /** Returns the pointer. */
 VEK_API void *vek_value_steal_pointer(VekValue *value);
 
 /* ---- Conversions from any type ----
  *
- * A text that does not begin with a number gives 0 and is reported on standard output, "Can't
- * convert string "abc" to an integer" (or "a double"); so is one out of range, "Error converting
- * string "9999999999" to an integer: " and the system's words. What follows a number is ignored.
- * errno is changed. Texts of numbers follow the locale.
+ * A text that does not begin with a number gives 0 and is reported on standard output: "Can't
+ * convert string "abc" to an integer" (or "a double"). A number out of range is reported as "Error
+ * converting string "9999999999" to an integer: " and the system's message. What follows a number
+ * in a text is ignored. Reading a text changes errno. Texts of numbers follow the locale.
  * Fails: null or empty record -> 0 or null, with warnings, unless stated otherwise. */
 
-/** Returns what is stored as a pointer (string, VekStr, pointer, name, list, dictionary), borrowed.
+/** Returns a datum that is stored as a pointer (string, VekStr, pointer, name, list or dictionary),
+ *  borrowed.
  *  Fails: integer or double -> null, with a warning
  */
 VEK_API void *vek_value_get_as_pointer(const VekValue *vekvalue);
 
-/** Returns a value as an integer. Doubles are cut towards zero; texts are read as decimal,
- *  hexadecimal (0x) or octal (0). What exceeds 32 bits gives the nearest limit, a NaN or a null
- *  text 0.
+/** Returns a value as an integer. Doubles are cut towards zero. Texts are read as decimal, or as
+ *  hexadecimal (prefix 0x) or octal (prefix 0). A number that exceeds 32 bits gives the nearest
+ *  limit; a NaN or a null text gives 0.
  *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
 VEK_API int32_t vek_value_get_as_int(const VekValue *value);
 
 /** Returns a value as a number; a null text gives 0. A text out of range is reported and gives
- *  infinity, 0, or the tiny number that is left: "1e-320" gives 9.99989e-321.
+ *  infinity, 0, or the nearest tiny number: "1e-320" gives 9.99989e-321.
  *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
 VEK_API double vek_value_get_as_double(const VekValue *value);
 
-/** Makes the text of a value: numbers as "%d" and "%g", texts themselves ("(nul)" for null), names
- *  by their text, anything else as its type and address, "VEK_VALUE_DICT(0x1234)".
+/** Makes the text of a value. Numbers are formatted with "%d" and "%g". A string or VekStr gives
+ *  its text ("(nul)" if it is null), a name its text, any other type its type and address, such as
+ *  "VEK_VALUE_DICT(0x1234)".
  *  @param value  the value; borrowed
- *  @return  the text; release with vek_free()
+ *  @return  the text; release it with vek_free()
  *  Fails:   no memory -> null; a null name -> null, with warnings; an empty record -> "[unknown
  *           VekValueType]" and what its payload holds, with warnings
  */
 VEK_API VEK_NEW char *vek_value_get_as_string(const VekValue *value);
 
-/** Makes a VekStr of a value, with the text of vek_value_get_as_string(); a VekStr value gives its
- *  own string.
+/** Makes a VekStr with the text of vek_value_get_as_string(). A value that holds a VekStr gives
+ *  that string with a new reference.
  *  @param value  the value; borrowed
- *  @return  the string; drop the reference with vek_str_unref()
+ *  @return  the string, with one reference for the caller; release it with vek_str_unref()
  *  Fails:   as vek_value_get_as_string(); a VekStr that refuses a reference -> null, with a warning
  */
 VEK_API VEK_MUST_USE VekStr *vek_value_get_as_vekstr(const VekValue *value);

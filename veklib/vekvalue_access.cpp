@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
-/* Values: access to the datum of a record by its type, in the header's five verbs.
+/* Values: access to the datum of a record by its type, with the header's five verbs.
  *
- * `set` and `take` write the whole record and never look at what it held. The others read: they
- * accept an empty record (null `vt`), which is of no type, and refuse it with the same warning as a
- * record of another type. A refusal changes nothing. `steal` alone changes the payload of a record
- * that exists, and leaves its type. */
+ * `set` and `take` write the record and never read what it held. The others read: they refuse an
+ * empty record (null `vt`) with the same warning as a record of another type. A refusal changes
+ * nothing. Only `steal` changes the payload of a record that is a value already, and it leaves its
+ * type. */
 #include "veklib/vekvalue.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -12,7 +12,8 @@
 #include "veklib/vekstrfuncs.h"
 #include "veklib/vekvalue_internal.h"
 
-/* The printed text is interface; evaluating it would dereference an empty record's null vt. */
+/* The printed text is interface. It is not the condition that is evaluated, because that would
+ * dereference the null vt of an empty record. */
 #define RETURN_VAL_UNLESS_TYPE(record, expected, failure)                                          \
     do {                                                                                           \
         if (!vek_value_is(record, expected)) {                                                     \
@@ -23,15 +24,15 @@
 
 namespace {
 
-/** VEK_VALUE_IS_SLIST() without its calls. A record that fails goes through the macro as well, for
- *  its reports: an empty one is reported four times. */
+/** VEK_VALUE_IS_SLIST() without its calls. A record that fails is tested by the macro as well,
+ *  because its warnings are interface: an empty record gives four. */
 bool is_list(const VekValue *record)
 {
     return record->vt != nullptr && record->vt->type >= VEK_VALUE_SLIST_OF_INT &&
            record->vt->type <= VEK_VALUE_SLIST_OF_VALUE;
 }
 
-/** A copy of a list, with its elements as its type copies them; null for the empty list. */
+/** Copies a list, with its elements as its type copies them; null for the empty list. */
 void *dup_list(VekValueType type, VekSList *list)
 {
     return vek_value_types[type].dup(list);

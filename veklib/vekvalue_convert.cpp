@@ -2,10 +2,10 @@
 /* Values: conversions of a value of any type to a pointer, a number or a text.
  *
  * A conversion never changes the record. It reads the type with vek_value_type_of(), and once more
- * for a message or text that names it: an empty record is reported each time, and the number of
- * these reports is interface, as are the texts. A text that should be a number and is none is
- * reported on standard output, everything else as a warning. Texts for the caller are made by one
- * call of vekstrfuncs or vekstr each, so one allocation is all that can fail. */
+ * for a message or text that names it. An empty record gives a warning each time; the number of
+ * these warnings is interface, as are the texts. A text that cannot be read as a number is reported
+ * on standard output, everything else as a warning. Each text for the caller is made by one call of
+ * vekstrfuncs or vekstr, so only one allocation can fail. */
 #include "veklib/vekvalue.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -24,7 +24,7 @@ namespace {
 
 /* ---- Names of the types ---- */
 
-/* Arrays rather than pointers, which the loader would have to fill in. */
+/* Arrays of characters, because the loader would have to relocate pointers. */
 constexpr char type_names[VEK_VALUE_MAX][sizeof "VEK_VALUE_SLIST_OF_POINTER"] = {
     "VEK_VALUE_INT",
     "VEK_VALUE_DOUBLE",
@@ -39,7 +39,7 @@ constexpr char type_names[VEK_VALUE_MAX][sizeof "VEK_VALUE_SLIST_OF_POINTER"] = 
     "VEK_VALUE_DICT",
 };
 
-/** The name of a type; a text of its own for a number that is none. */
+/** The name of a type, or "[unknown VekValueType]" for a number that is no type. */
 const char *value_type_to_string(VekValueType type)
 {
     return type >= VEK_VALUE_INT && type < VEK_VALUE_MAX ? type_names[type]
@@ -48,8 +48,8 @@ const char *value_type_to_string(VekValueType type)
 
 /* ---- Texts to numbers ---- */
 
-/** Reports on standard output what is wrong with a text that should be a number: nothing of it was
- *  read, or errno is set. */
+/** Reports on standard output what is wrong with a text that should be a number: it does not begin
+ *  with one, or errno is set. */
 void report_conversion(const char *text, bool nothing_read, const char *number)
 {
     const int error = errno;
@@ -62,8 +62,8 @@ void report_conversion(const char *text, bool nothing_read, const char *number)
     }
 }
 
-/** The base of the number that a text begins with: 16 for "0x", 8 for a leading 0, else 10. Left to
- *  find it out, strtol() of newer C libraries would accept more prefixes. */
+/** The base of the number that a text begins with: 16 for "0x", 8 for a leading 0, else 10. If
+ *  strtol() chose it, newer C libraries would accept more prefixes. */
 int base_of(const char *text)
 {
     while (isspace(static_cast<unsigned char>(*text))) {
@@ -86,7 +86,7 @@ int32_t string_to_int(const char *text)
     char *end;
     errno = 0;
     long number = strtol(text, &end, base_of(text));
-    if (number > INT32_MAX || number < INT32_MIN) { // where long is wider
+    if (number > INT32_MAX || number < INT32_MIN) { // possible where long is wider
         number = number > 0 ? INT32_MAX : INT32_MIN;
         errno = ERANGE;
     }
@@ -119,8 +119,8 @@ int32_t double_to_int(double number)
 
 /* ---- Values to texts ---- */
 
-/** Makes the text of a value: what `copy` makes of the text that it holds, or what `print` formats.
- *  A null name gives what `copy` makes of null. */
+/** Makes the text of a value: `copy` of the text that it holds, or what `print` formats. A null
+ *  name gives `copy` of null. */
 template <auto copy, auto print>
 auto text_of(const VekValue *value)
 {
@@ -154,7 +154,8 @@ void *vek_value_get_as_pointer(const VekValue *vekvalue)
     VEK_RETURN_VAL_IF_FAIL(vekvalue != NULL, nullptr);
 
     if (vekvalue->vt == nullptr || vek_value_is_scalar(vekvalue->vt->type)) {
-        // The printed text is interface; evaluating it would dereference an empty record's null vt.
+        // The printed text is interface. The condition that it shows is not evaluated, because that
+        // would dereference the null vt of an empty record.
         vek_failed_check(
             "vekvalue->vt->type != VEK_VALUE_INT && vekvalue->vt->type != VEK_VALUE_DOUBLE",
             __LINE__, __func__);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekvalue_inline.h
- *  Conveniences for values, compiled into the code that calls them: they use public functions and
- *  fields alone. vekvalue.h includes this header.
+ *  Conveniences for values. They are compiled into the application and use only public functions
+ *  and fields. vekvalue.h includes this header.
  */
 #ifndef VEKLIB_VEKVALUE_INLINE_H
 #define VEKLIB_VEKVALUE_INLINE_H
@@ -11,12 +11,12 @@
 
 VEK_BEGIN_DECLS
 
-/** Makes a record a value of one of the four list types that adopts a list, for callers that know
- *  the type as a number: vek_value_take_slist_of_int() and its kin in one.
+/** Takes a list of any of the four list types, for callers that have the type as a number. It does
+ *  the work of vek_value_take_slist_of_int(), _str(), _ptr() or _value().
  *  @param vekvalue  the record; what it held is not released
  *  @param type      VEK_VALUE_SLIST_OF_INT, _STRING, _POINTER or _VALUE
- *  @param value     the list, taken on success, its elements as far as the type owns them; may be
- *                   null
+ *  @param value     the list; on success it is taken, and its elements if the type owns them; may
+ *                   be null
  *  Fails: null record, or another type -> nothing written or taken, with a warning
  */
 static inline void vek_value_take_slist(VekValue *vekvalue, VekValueType type, VekSList *value)

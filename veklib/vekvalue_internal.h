@@ -1,22 +1,22 @@
 /* SPDX-License-Identifier: MIT */
-/* What the sources of values share with each other and with dictionaries, which fill in records and
- * recognise their types without a call.
+/* What the sources of values share with each other and with the dictionaries, which fill in records
+ * and recognise their types without a call.
  *
- * The `vt` of a record is null (an empty record) or points into vek_value_types, at the entry of
- * the record's type: types are compared by that address. Outside the family, records change through
- * the functions below and the public ones only. */
+ * The `vt` of a record is null (an empty record) or the address of its type's row in
+ * vek_value_types. Types are compared by that address. Code outside the family changes records only
+ * with the functions below and the public ones. */
 #ifndef VEKLIB_VEKVALUE_INTERNAL_H
 #define VEKLIB_VEKVALUE_INTERNAL_H
 
 #include "veklib/vekvalue.h"
 
-/** The operations of each type, by its number. Hidden already where it is declared, so that its
- *  address needs no look-up in the offset table. */
+/** The operations of each type, by its number. Declared as hidden, so that its address needs no
+ *  look-up in the global offset table. */
 extern constinit __attribute__((visibility("hidden")))
 const VekValueVtable vek_value_types[VEK_VALUE_MAX];
 
-/** Whether a type holds a number in the payload itself, which is copied and read as such; all other
- *  types hold a pointer or a handle. */
+/** Whether a type holds a number, which is copied and read as such; all other types hold a
+ *  pointer. */
 inline bool vek_value_is_scalar(VekValueType type)
 {
     return type <= VEK_VALUE_DOUBLE;
@@ -28,8 +28,7 @@ inline bool vek_value_is(const VekValue *record, VekValueType type)
     return record->vt == &vek_value_types[type];
 }
 
-/** vek_value_get_type() of a record, without the call unless the record is empty, which that
- *  function reports. */
+/** The type of a record. Calls vek_value_get_type(), which warns, only if the record is empty. */
 inline VekValueType vek_value_type_of(const VekValue *record)
 {
     return record->vt != nullptr ? record->vt->type : vek_value_get_type(record);
@@ -42,7 +41,7 @@ inline void vek_value_become(VekValue *record, VekValueType type, void *payload)
     record->payload.pointer = payload;
 }
 
-/** Makes a record the value of an integer. */
+/** Makes a record a value that holds an integer. */
 inline void vek_value_become_int(VekValue *record, int32_t number)
 {
     vek_value_become(record, VEK_VALUE_INT, nullptr);
@@ -55,7 +54,7 @@ inline bool vek_value_owns(const VekValue *record)
     return record->vt != nullptr && record->vt->release != nullptr;
 }
 
-/** vek_value_release() of a record, without the call if it owns nothing. */
+/** Releases a record as vek_value_release() does, but without the call if it owns nothing. */
 inline void vek_value_clear(VekValue *record)
 {
     if (vek_value_owns(record)) {
