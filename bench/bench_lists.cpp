@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Singly linked lists. All are walked by the same code, so that job shows where an allocator puts
- * the nodes. */
+/* Singly linked lists. All are walked by the same code, so that "list walk" shows where each
+ * allocator puts the nodes. */
 #include "jobs.h"
 
 #include <cstdlib>
@@ -75,7 +75,7 @@ struct StdList {
     }
 };
 
-/** The macros of utlist.h around malloc() and free(): what a hand-written list costs. */
+/** The macros of utlist.h with malloc() and free(): shows what a hand-written list costs. */
 struct UtList {
     struct Node {
         void *data;

@@ -37,7 +37,7 @@ void traced(benchmark::State &state, int size)
     vek_memory_disable_trace();
 }
 
-/** A pair and the two lines that report it, written to a line-buffered file. */
+/** An allocation, its release, and the lines that report both, written to a line-buffered file. */
 template <bool is_formatted>
 void two_lines(benchmark::State &state, int size)
 {
@@ -63,8 +63,8 @@ void two_lines(benchmark::State &state, int size)
     }
 }
 
-/** Registers the traced jobs if there is a trace file. Its kind is part of their names: ./dev bench
- *  runs them for each kind. */
+/** Registers the traced jobs if there is a trace file. The kind of the file is part of their names,
+ *  because ./dev bench runs them for each kind. */
 int add_traced()
 {
     if (trace_file() == nullptr) { return 0; }

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Interning of strings. One peer has a single table, which only grows: run "intern new" once per
+/* Interning of strings. One peer has a single table, which only grows. So run "intern new" once per
  * process (--benchmark_min_time=0), as ./dev bench does. */
 #include "jobs.h"
 
@@ -22,7 +22,7 @@ struct Vek {
     const void *intern(const char *text) { return vek_name_from_string(table, text, 0); }
 };
 
-/** Has one table per process, which only grows. */
+/** GLib has one table per process, which only grows. */
 struct Glib {
     static const void *intern(const char *text) { return g_intern_string(text); }
 };
@@ -71,8 +71,8 @@ struct Task {
     std::vector<std::string> texts;
 };
 
-/** Makes the process touch the memory that the names will take, so that no page is new to it while
- *  the clock runs. */
+/** Touches the memory that the names will take, so that the process gets no new pages while the
+ *  clock runs. */
 void warm_heap()
 {
     mallopt(M_TRIM_THRESHOLD, INT_MAX);

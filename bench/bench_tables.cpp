@@ -18,7 +18,7 @@ using bench::word;
 
 namespace {
 
-/** FNV-1a: its low bits vary, on which tables whose sizes are powers of two rely. */
+/** FNV-1a. Its low bits vary, as tables need whose sizes are powers of two. */
 uint32_t hash_text(const void *key)
 {
     uint32_t hash = 2166136261;
@@ -116,7 +116,7 @@ struct Std {
         }
     };
     struct Hash {
-        // With noexcept the nodes do not store the hash; for texts they should.
+        // If this is noexcept, the nodes do not store the hash; for texts they should store it.
         size_t operator()(const void *key) const noexcept(!of_text)
         {
             return of_text ? hash_text(key) : reinterpret_cast<size_t>(key);
@@ -204,8 +204,8 @@ struct Ut {
     }
 };
 
-/** `size` keys, from number `first` on, in the form that a contender takes; each object has a copy
- *  of its own. */
+/** `size` keys, from number `first` on, in the form that a contender takes. Each object of this
+ *  class has copies of its own. */
 template <class Table, bool of_text>
 struct Keys {
     std::vector<std::string> strings;

@@ -18,7 +18,7 @@ using bench::Round;
 
 namespace {
 
-/* ---- Each contender puts an integer under a key, which it copies, and gets it back ---- */
+/* ---- Each contender puts an integer under a key, which it copies, and gets the integer ---- */
 
 struct VekStrings {
     VekDict *dict = vek_str_dict_create(10);
@@ -73,7 +73,7 @@ struct GlibIntegers {
     }
 };
 
-/** Its values can only be texts. */
+/** APR's table, whose values can only be texts. */
 struct AprStrings {
     apr_pool_t *pool = [] {
         static const apr_status_t started = apr_initialize();

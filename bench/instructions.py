@@ -3,8 +3,9 @@
 """usage: instructions.py OPERATIONS ARM_OPERATIONS QEMU...
 
 Prints the instructions of each operation on x86-64, counted by callgrind, and on ARM, counted by
-qemu (QEMU... is its command with options). The count is the difference between few and many runs,
-less that of the operation "nothing"; it is the same each time.
+qemu (QEMU... is its command with options). The count is the difference between many and few runs,
+divided by the number of additional runs, less the same for the operation "nothing". It is the same
+each time.
 """
 import os
 import re
@@ -20,7 +21,7 @@ def counted_by_callgrind(program, name, runs):
 
 
 def counted_by_qemu(qemu, program, name, runs):
-    """Counts the lines of the log: one for each instruction, since each is a block of its own."""
+    """Counts the lines of the log: one for each instruction, because each is a block of its own."""
     command = qemu + ["-singlestep", "-d", "exec,nochain", program, name, str(runs)]
     with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
         count = sum(line.startswith(b"Trace") for line in process.stderr)

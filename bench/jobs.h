@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* How jobs are named ("job/size/who"), registered and timed. The library ("veklib") and its peers
- * do the same work on the same keys; what counts is the ratio of their times. */
+/* How jobs are named ("job/size/who"), registered and timed. The contenders, which are the library
+ * ("veklib") and its peers, do the same work on the same keys; the ratio of their times is the
+ * result. */
 #ifndef VEKLIB_BENCH_JOBS_H
 #define VEKLIB_BENCH_JOBS_H
 
@@ -18,10 +19,10 @@ namespace bench {
 
 using Job = void(benchmark::State &state, int size);
 
-/** Who reads the clock: the benchmark library, around the whole job, or the job, around a part. */
+/** Who reads the clock: the benchmark library, for the whole job, or the job, for a part of it. */
 enum class Runs { timed_by_library, timed_by_job };
 
-/** Registers one contender of a job for each size; `timed_by_job` if it uses timed(). It has a
+/** Registers one contender of a job for each size; `timed_by_job` if the job uses timed(). It has a
  *  result so that an initialiser can call it. */
 inline int add(const std::string &job, const char *who, Job *run, std::initializer_list<int> sizes,
                Runs runs = Runs::timed_by_library)
@@ -35,15 +36,15 @@ inline int add(const std::string &job, const char *who, Job *run, std::initializ
 }
 
 /** Times `work` alone, without `prepare` and without the construction and destruction of the
- *  subjects. Each round has so many of them that reading the clock hardly counts. Reports the time
- *  of one of the `size` elements of a subject. */
+ *  subjects. Each round has so many subjects that reading the clock hardly counts. Reports the time
+ *  per element; a subject has `size` elements. */
 template <typename Subject, typename Prepare, typename Work>
 void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 {
     using clock = std::chrono::steady_clock;
     const int count = std::max(1, 5000 / size);
     std::vector<Subject> subjects;
-    // Once: a large block in each round would stir up the heap.
+    // Only once, because a new large block in each round would disturb the heap.
     subjects.reserve(static_cast<size_t>(count));
     for (auto _ : state) {
         subjects.clear();
@@ -59,8 +60,8 @@ void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 /** An integer as a list's element, or a table's key or datum. */
 inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 
-/** Texts like those that programs use as keys: `count` of them, from number `first` on. Some begin
- *  alike. Jobs store one copy and search with another, so that no comparison ends early because the
+/** `count` texts like those that programs use as keys, from number `first` on. Some begin alike.
+ *  Jobs store one copy and search with another, so that no comparison ends early because the
  *  addresses are equal. */
 inline std::vector<std::string> texts(int count, int first = 0)
 {
@@ -73,8 +74,8 @@ inline std::vector<std::string> texts(int count, int first = 0)
     return result;
 }
 
-/** The elements in another order, the same in each run: no job looks for keys in the order in which
- *  they were stored. */
+/** The elements in another order, which is the same in each run: no job searches keys in the order
+ *  in which they were stored. */
 template <typename Element>
 std::vector<Element> shuffled(std::vector<Element> elements)
 {

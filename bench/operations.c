@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* usage: operations [NAME COUNT] - does one operation COUNT times, so that its instructions can be
- * counted; without arguments it lists the names. */
+/* usage: operations [NAME COUNT] - performs the named operation COUNT times, so that its
+ * instructions can be counted; without arguments it lists the names. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -90,7 +90,7 @@ static const struct {
     const char *name;
     void (*run)(void);
 } operations[] = {
-    {"nothing", nothing}, /* a bare call, which is subtracted from the others */
+    {"nothing", nothing}, /* the call alone, which is subtracted from the others */
     {"libc malloc+free", libc_malloc_free},
     {"malloc+free", malloc_free},
     {"list prepend+free", list_prepend_free},

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Prints the peers' median times over the library's, one line for each job and size.
 
-Above 1 the library is faster. RESULTS are what Google Benchmark writes as JSON. Goals follow their
-ratios in brackets, with "<" where a ratio is below its goal. The points are for chart.gp.
+Above 1 the library is faster. RESULTS are the JSON files that Google Benchmark writes. A goal
+follows its ratio in brackets, with "<" if the ratio is below the goal. The points are for chart.gp.
 """
 import argparse
 import collections
@@ -13,7 +13,7 @@ import sys
 
 OURS = "veklib"
 
-# Who makes the peers, by the beginnings of their names, for the chart.
+# The makers of the peers, with the beginnings of the peers' names, for the chart.
 MAKERS = {
     "GLib": ("G", "g_"),
     "APR": ("apr_",),
@@ -78,7 +78,7 @@ def compare(times, goals):
 
 
 def labels_of(rows):
-    """Jobs, with their sizes where there are several."""
+    """Names of the jobs, with their sizes if there are several."""
     sizes = collections.Counter(row["job"] for row in rows)
     return [
         f"{row['job']} / {row['size']}" if sizes[row["job"]] > 1 else row["job"] for row in rows

@@ -2,10 +2,11 @@
 # SPDX-License-Identifier: MIT
 """Prints what each library costs before anything uses it.
 
-Bytes of code (.text); of code and constants (+.rodata); of all that is loaded and only read, names
-and tables of frames included (text, as size(1) counts it); of data; and the number of relocations.
-Then what the library, with all that it needs, adds to a program that does nothing: the memory that
-the process has changed, and so has of its own (dirty KB), and the time until it ends (start us).
+First the bytes of code (.text), of code and constants (+.rodata), of everything that is loaded
+read-only, including names and unwind tables (text, as size(1) counts it), and of data; then the
+number of relocations. Then what the library, with all that it needs, adds to a program that does
+nothing: the memory that the process has changed and therefore does not share (dirty KB), and the
+time until the process ends (start us).
 """
 import argparse
 import json
@@ -65,7 +66,7 @@ class Bench:
                 process.kill()
 
     def starts(self, programs):
-        """Microseconds of each start: the least of many, since disturbances only delay it.
+        """Microseconds of each start: the least of many, because disturbances only delay it.
 
         The programs take turns."""
         results = os.path.join(self.folder, "starts.json")

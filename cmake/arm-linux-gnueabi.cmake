@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# 32-bit ARM EABI with soft-float calling convention, built with Debian's cross compiler and run
-# under qemu. libunwind for ARM is in a folder of its own, which `./dev cross` fills.
+# 32-bit ARM EABI with the soft-float calling convention, built with Debian's cross compiler and run
+# under qemu. libunwind for ARM is in a separate folder, which `./dev cross` fills.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 

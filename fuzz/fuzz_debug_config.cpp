@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* The text of the debug configuration, from a file and from the environment, through a whole life
- * of debug output. The input's first byte tells how much of it is the file. */
+/* Runs debug output from start to stop with a fuzzed configuration: a part of it is in a file, the
+ * rest in the environment. The input's first byte says how much is in the file. */
 #include <veklib/vekdebug.h>
 
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/* Settings name files to write to: whatever they are called, nothing is written here. (The fuzzer
- * itself writes its findings in mode "wb".) */
+/* Settings name files to write to. Whatever the names are, writing goes to the null device. (The
+ * fuzzer itself writes its findings in mode "wb".) */
 extern "C" FILE *fopen(const char *path, const char *mode)
 {
     static const auto original =
@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size)
     setenv("VEK_DEBUG_CONFIG", text.c_str() + length, 1);
     live("/proc/self/fd/" + std::to_string(file));
 
-    const int next_free = dup(file); // no descriptor may be left open
+    const int next_free = dup(file); // a descriptor that was left open would raise it
     require(next_free == first_free);
     close(next_free);
     return 0;

@@ -6,7 +6,8 @@ set -eu
 export LC_ALL=C
 if [ $# -eq 0 ]; then
     cd "$(dirname "$0")/.."
-    # Folders are named, so that builds beside them stay out. Inputs and drawings are not text.
+    # The folders are listed, so that builds beside them are left out. Fuzz inputs and drawings are
+    # not checked.
     # shellcheck disable=SC2046 # no file of the project has a blank in its name
     set -- *.md CMakeLists.txt CMakePresets.json LICENSE dev $(
         find .ci bench cmake docs examples fuzz tests veklib -type f \
@@ -28,8 +29,8 @@ function fault(text) {
     found = 1
 }
 
-# The kind of the comment that a line of code leaves open, "" if none; `column` is where it begins.
-# Texts, characters and whole comments are passed over.
+# The kind of the comment that a line of code leaves open, "" if none; sets `column` to where it
+# begins. Skips strings, characters and complete comments.
 function open_comment(line) {
     gsub(/\\./, "__", line)
     while (match(line, /"[^"]*"|'\''"'\''|\/\/.*|\/\*([^*]|\*+[^*\/])*\*+\/|\/\*/)) {
@@ -46,7 +47,7 @@ function blanks(count) {
     return sprintf("%" count "s", "")
 }
 
-# Within a comment: a star below the first one, then two blanks in documentation, else one.
+# A line in a comment has a star below the first one, then two blanks in documentation, else one.
 function check_comment(line, rest) {
     rest = substr(line, column + 2)
     if (substr(line, 1, column + 1) != blanks(column) "*") {
@@ -80,7 +81,7 @@ FNR == 1 {
 
 { width = $0; gsub(/[\200-\277]/, "", width); width = length(width) }
 
-# Rows of tables, headings and addresses cannot be broken.
+# Rows of tables, headings and lines with web addresses cannot be broken.
 width > 100 && !is_output && !(is_markdown && /^(\||#)/) && !/https?:\/\// {
     fault("a line of " width " columns; the most is 100")
 }

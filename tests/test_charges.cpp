@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* Whom an allocation or release is charged to: the code that calls the function that makes it, in
- * builds of every type. */
+/* An allocation or release is charged to the code that calls the function that makes it, in builds
+ * of every type. */
 #include <veklib/vekdict.h>
 #include <veklib/vekerror.h>
 #include <veklib/vekhash.h>
@@ -20,7 +20,7 @@
 
 using namespace vektest;
 
-/** "+" an allocation, "-" a release; "a" charged to the application, "l" to the library. */
+/** "+" is an allocation, "-" a release; "a": charged to the application, "l": to the library. */
 static std::string charges;
 
 static void note(char what, void *return_address)
@@ -32,7 +32,7 @@ static void note(char what, void *return_address)
     charges += {what, caller.dli_fbase == application.dli_fbase ? 'a' : 'l'};
 }
 
-/** A table of the platform's functions that notes who asked. */
+/** A table of the platform's functions that notes who is charged. */
 static VekMemoryVtable noting_table()
 {
     VekMemoryVtable table = {};
@@ -146,7 +146,7 @@ TEST(Charges, GoToWhoeverCallsWhatAllocatesOrReleases)
     };
     const VekMemoryVtable table = noting_table();
     vek_set_memory_vtable(&table);
-    vek_memory_enable_trace(); // which hands on who asked
+    vek_memory_enable_trace(); // the wrappers must hand on the address
     captured(2, [&] {
         for (const auto &row : rows) {
             SCOPED_TRACE(testing::Message() << "row " << &row - rows);

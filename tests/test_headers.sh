@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: test_headers.sh SOURCE "HEADER..." CC CXX... - each header compiles alone, and all compile
-# together, without a warning, in each edition of C and C++ that applications are written in. Pairs
-# of compilers that are not installed are named and skipped.
+# together, without a warning, in each edition of C and C++ that applications are written in. A pair
+# of compilers that is not installed is named and skipped.
 set -eu
 source=$1 headers=$2
 shift 2
@@ -12,11 +12,11 @@ export LC_ALL=C
 
 mkdir "$folder/sources"
 for header in $headers; do
-    # Standard C has no sources without a declaration.
+    # Standard C requires a declaration in every source.
     printf '#include <%s>\ntypedef int not_empty;\n' "$header" >"$folder/sources/${header##*/}.c"
     printf '#include <%s>\n' "$header" >>"$folder/sources/all.c"
 done
-# Ignores a result that is the only pointer to what was an empty list.
+# Ignores a result that would be the only pointer to the list if the list was empty.
 cat >"$folder/lose.c" <<'END'
 #include <veklib/vekslist.h>
 void lose(VekSList *list);
@@ -28,7 +28,7 @@ check() {
     flags="-x $2 -std=$3 -I$source -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror"
     # shellcheck disable=SC2086 # the flags are words
     "$1" $flags -fsyntax-only "$folder"/sources/*.c || return
-    # GCC looks for ignored results only after the syntax.
+    # GCC warns of ignored results only in a full compilation, not with -fsyntax-only.
     # shellcheck disable=SC2086
     "$1" $flags -S -o /dev/null "$folder/lose.c" 2>&1 | grep -q unused-result ||
         { echo "$1 $flags does not warn of an ignored vek_slist_append()"; return 1; }

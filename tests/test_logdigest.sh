@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: test_logdigest.sh EXAMPLES COMMAND... - tests what logdigest prints, its errors, its memory
-# and its debug output; COMMAND runs it, perhaps under an emulator.
+# and its debug output. COMMAND runs logdigest, under an emulator if necessary.
 set -eu
 here=$1/logdigest
 shift
@@ -14,7 +14,7 @@ fault() {
     failures=$((failures + 1))
 }
 
-# expect_error NAME TEXT: logdigest refuses the file, with that text and exit code 1.
+# expect_error NAME TEXT: expects that logdigest refuses the file, with that text and exit code 1.
 expect_error() {
     status=0
     "$logdigest" "$1" >"$folder/out" 2>"$folder/err" || status=$?

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* An application that defines entry points of the allocator itself: its definitions serve the
- * library too, and the originals stay within reach. */
+/* An application that defines entry points of the allocator itself: the library uses its
+ * definitions, too, and the originals can still be called. */
 #include <veklib/vekhash.h>
 #include <veklib/vekmemory.h>
 #include <veklib/vekstrfuncs.h>
@@ -35,7 +35,7 @@ void vek_set_memory_vtable(const VekMemoryVtable *table)
 {
     ++installations;
     if (table != nullptr) {
-        __vek_default_free(__vek_default_malloc(1)); // allocating in here must not wait for itself
+        __vek_default_free(__vek_default_malloc(1)); // allocating here must not block
     }
     __vek_default_set_memory_vtable(table);
 }

@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: test_package.sh SOURCE BUILD GENERATOR CC - installs the build into a folder, moves that
-# elsewhere, and uses it from outside: by CMake, and by pkg-config, for which it is a sysroot.
+# folder elsewhere, and builds a program against it: with CMake, and with pkg-config, for which the
+# new place is a sysroot.
 set -eu
 source=$1
 build=$2
@@ -10,7 +11,7 @@ cc=$4
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# Names the only component, because then CMake keeps the list of files of a real installation.
+# Names the only component: then CMake does not overwrite the list of files of a real installation.
 cmake --install "$build" --component Unspecified --prefix "$folder/first" >/dev/null
 root=$folder/root
 prefix=$root$folder/first

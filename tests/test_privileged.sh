@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: test_privileged.sh PROGRAM - with its user's privileges, PROGRAM obeys the environment,
-# and what it starts inherits none of the library's files; with another group's privileges, it
-# ignores the environment. Exits with 77 where no such program can be made.
+# usage: test_privileged.sh PROGRAM - with its user's privileges, PROGRAM obeys the environment, and
+# the programs that it starts inherit none of the library's files; with another group's privileges,
+# PROGRAM ignores the environment. Exits with 77 where no program with such privileges can be made.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT

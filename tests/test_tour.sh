@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: test_tour.sh SOURCE LIBRARY CC CXX - compiles each sample of the documents as it is shown,
-# as C and as C++, and compares what it prints with the texts and warnings that follow it.
+# as C and as C++, and compares its output and warnings with those that follow it in the document.
 set -eu
 source=$1 library=$2 cc=$3 cxx=$4
 folder=$(mktemp -d)

@@ -36,7 +36,7 @@ void write_file(const char *path, const std::string &text)
     std::ofstream(path, std::ios::binary) << text;
 }
 
-/** The streams of one name have one file. */
+/** Expects that streams of one name have one file. */
 void expect_consistent_streams()
 {
     std::map<std::string, FILE *> files;
@@ -49,8 +49,8 @@ void expect_consistent_streams()
     }
 }
 
-/** Runs a case in an empty folder, in a process of its own; neither blocks nor descriptors may be
- *  left at its end. */
+/** Runs a case in an empty folder, in a process of its own. Expects that no block and no descriptor
+ *  is left at its end. */
 Ended in_folder(const std::function<void()> &body)
 {
     std::string folder = testing::TempDir() + "/vekdebug-XXXXXX";
@@ -75,7 +75,7 @@ Ended in_folder(const std::function<void()> &body)
     TEST(suite, name) { in_folder(suite##_##name); }                                               \
     static void suite##_##name()
 
-/** What a source prints, given its settings as "key=value " each; null: it prints nothing. */
+/** What a source prints if these are its settings, each as "key=value "; null: nothing. */
 std::string printed(const char *settings)
 {
     if (settings == nullptr) { return ""; }
@@ -137,7 +137,7 @@ TEST(Debug, NothingHappensBeforeTheStart)
         EXPECT_EQ(vek_debug_reload_config(), 0);
         start("");
         EXPECT_EQ(vek_debug_initialize(nullptr, nullptr), 1);
-        vek_debug_print(nullptr, 1, "new start\n"); // not to the main file from before it
+        vek_debug_print(nullptr, 1, "new start\n"); // the old main file is forgotten
     });
     EXPECT_EQ(ended.out, printed("x=1 ") + "new start\n");
     EXPECT_EQ(
@@ -152,9 +152,9 @@ TEST(Debug, EntriesAreReadByTheGrammar)
     const std::string long_comment = "a=1 #" + std::string(500, 'c') + "=d\nb=2";
     const struct {
         std::string file;
-        const char *settings; ///< printed after the file, in their order
+        const char *settings; ///< what is printed after the file
         const char *environment = "";
-        const char *all_settings = nullptr; ///< printed after both
+        const char *all_settings = nullptr; ///< what is printed after both
     } rows[] = {
         {"a = 1\nb\n", "a=1 b=1 "},
         {"a=\n b = \n", "b= "},
@@ -249,7 +249,7 @@ FOLDER_TEST(Debug, TextIsHeldBackUntilItMustNotBe)
     EXPECT_EQ(content_of("file"), "held");
     vek_debug_print(net, 2, " more");
     vek_debug_print(nullptr, 0, "main text");
-    vek_debug_add_domain("disk", disk_flags); // opens a file
+    vek_debug_add_domain("disk", disk_flags); // this opens a file
     EXPECT_EQ(content_of("file"), "held more");
     EXPECT_EQ(content_of("main"), "main text");
     vek_debug_set_autoflush(true);
@@ -273,7 +273,7 @@ FOLDER_TEST(Debug, PrintFunctionsTakeTheTextInstead)
     EXPECT_EQ(net->print_data, nullptr);
     vek_debug_finalize();
     start("mainfile=again");
-    vek_debug_print(nullptr, 0, "e"); // the stop removed the function
+    vek_debug_print(nullptr, 0, "e"); // the stop has removed the function
     EXPECT_EQ(content_of("main") + content_of("again"), "e");
 }
 
@@ -333,27 +333,27 @@ FOLDER_TEST(Debug, FilesAreSharedByName)
 {
     start("mainfile=main,send=shared,receive=shared,read=STDOUT");
     const size_t before = open_descriptors();
-    VekDebugDomain *const net = add_net(); // the flags share before their domain is registered
+    VekDebugDomain *const net = add_net(); // its flags share files before it is registered
     EXPECT_EQ(net->streams[0].file, net->streams[1].file);
     EXPECT_NE(net->streams[0].name, net->streams[1].name);
     EXPECT_EQ(open_descriptors(), before + 1);
     vek_debug_add_domain("disk", disk_flags);
     VekDebugDomain *const disk = vek_debug_get_domain("disk");
-    EXPECT_EQ(disk->streams[0].file, stdout); // its name means standard output
+    EXPECT_EQ(disk->streams[0].file, stdout); // the name STDOUT means standard output
     EXPECT_EQ(disk->streams[1].file, net->streams[0].file);
     expect_consistent_streams();
 
     vek_debug_print(net, 1, "a");
-    vek_debug_set_output_setting("receive", "alone"); // the others keep the stream
+    vek_debug_set_output_setting("receive", "alone"); // the other flags keep the stream
     vek_debug_print(net, 1, "b");
     vek_debug_print(net, 2, "c");
     EXPECT_EQ(content_of("shared"), "ab");
-    vek_debug_set_output_setting("x", "y"); // re-applied: a file of one flag is emptied
+    vek_debug_set_output_setting("x", "y"); // applies all: a file of one flag is emptied
     EXPECT_EQ(content_of("alone"), "");
     EXPECT_EQ(content_of("shared"), "ab");
     vek_debug_set_output_setting("send", "-");
     vek_debug_set_output_setting("receive", "0");
-    EXPECT_EQ(open_descriptors(), before); // no flag uses the others any more
+    EXPECT_EQ(open_descriptors(), before); // no flag uses the other files any more
     expect_consistent_streams();
 }
 
@@ -361,7 +361,7 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
 {
     const auto ended = in_folder([] {
         write_file("debug.conf", "mainfile=main\nsend\nreceive\nread=main\nautoflush=0\n");
-        vek_debug_initialize("debug.conf", nullptr); // not captured(): that flushes all streams
+        vek_debug_initialize("debug.conf", nullptr); // not in captured(), which flushes all streams
         vek_debug_add_domain("disk", disk_flags);
         VekDebugDomain *const net = add_net();
         const size_t before = open_descriptors();
@@ -374,7 +374,7 @@ TEST(Debug, ReloadLeavesNothingOpenAndNothingOld)
         }
         vek_debug_print(net, 2, "new");
         vek_debug_flush(net, 2);
-        EXPECT_EQ(content_of("main"), "new"); // no text that was held back follows
+        EXPECT_EQ(content_of("main"), "new"); // text that was held back does not follow
 
         write_file("debug.conf", "mainfile=next\nsend\nreceive=main\n");
         EXPECT_EQ(vek_debug_reload_config(), 0);
@@ -412,7 +412,7 @@ TEST(Debug, AFlagIsSwitchedWhateverBecomesOfItsStream)
 FOLDER_TEST(Debug, OnlyARegularFileThatCanBeReadIsAConfiguration)
 {
     EXPECT_EQ(mkfifo("pipe", 0600), 0);
-    EXPECT_EQ(vek_debug_initialize("pipe", ".:/"), 0); // opened, it would wait for a writer
+    EXPECT_EQ(vek_debug_initialize("pipe", ".:/"), 0); // opening the pipe would wait for a writer
     const std::string lines(20000, '\n');
     write_file("debug.conf", lines + "mainfile=main" + lines + lines);
     vek_debug_set_config("debug.conf", ".");
@@ -423,7 +423,7 @@ FOLDER_TEST(Debug, OnlyARegularFileThatCanBeReadIsAConfiguration)
     read_hook = [](FILE *file) { close(fileno(file)); };
     expect_warnings({{"_vek_debug_file_to_string", "!fclose(input)"}}, reload);
     read_hook = nullptr;
-    open_hook = [](const char *, const char *mode) { // what has no size
+    open_hook = [](const char *, const char *mode) { // a file without a size
         static char text[] = "mainfile=main\n";
         return fmemopen(text, sizeof text, mode);
     };
@@ -441,13 +441,13 @@ FOLDER_TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)
     static const char *const second[] = {"c", "d", nullptr};
     start("b=folder/main");
     captured(2, [] {
-        vek_debug_add_domain("net", first); // b has the name, and no file
+        vek_debug_add_domain("net", first); // b has the name, but no file
         vek_debug_add_domain("disk", second);
         std::filesystem::create_directory("folder");
         setenv("VEK_DEBUG_CONFIG", "mainfile=folder/main,a=missing/a,c=1,d=1", 1);
-        vek_debug_reload_config(); // a stops the update in front of b
+        vek_debug_reload_config(); // a stops the update before b
         setenv("VEK_DEBUG_CONFIG", "mainfile=folder/main,a=missing/a,c=missing/c,d=1", 1);
-        vek_debug_reload_config(); // and c in front of d
+        vek_debug_reload_config(); // and c stops it before d
     });
     vek_debug_print(nullptr, 0, "main ");
     vek_debug_print(vek_debug_get_domain("disk"), 2, "d");
@@ -480,11 +480,11 @@ FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsReported)
     expect_warnings({}, [] { vek_debug_set_output_setting("x", "y"); });
     EXPECT_EQ(more->streams[0].file, nullptr);
     vek_debug_finalize();
-    vek_debug_print(net, 1, "after the end"); // the domain, which is gone, is not read
+    vek_debug_print(net, 1, "after the end"); // the domain is gone and must not be read
 }
 
-/** From start to stop, while something fails: an allocation if `memory`, else the opening of a
- *  file. */
+/** Runs debug output from start to stop while something fails: an allocation if `memory`, else the
+ *  opening of a file. */
 void live_with_a_failure(bool memory)
 {
     write_file("debug.conf", "mainfile=main\nsend=shared\nreceive=1\n");
@@ -492,10 +492,10 @@ void live_with_a_failure(bool memory)
     int started = -1;
     const std::string text =
         captured(1, [&] { started = vek_debug_initialize("debug.conf", "."); });
-    // A setting that cannot be stored is left out; a source that cannot be read ends the start.
+    // A setting that cannot be stored is left out; if a source cannot be read, the start fails.
     EXPECT_TRUE(started == 0 || (started == 2 && Allocator::failed()));
     EXPECT_TRUE(started != 0 || !memory || text.find(banner) < text.rfind(banner)) << text;
-    if (started != 0) { return; } // and nothing is left to release
+    if (started != 0) { return; } // there is nothing to release
     Allocator::just_failed();
     const int status = vek_debug_add_domain("net", net_flags);
     EXPECT_TRUE(status == 0 || (status == 2 && Allocator::just_failed()));

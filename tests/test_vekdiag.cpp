@@ -33,7 +33,7 @@ TEST(Warnings, AreFatalAsTheEnvironmentSays)
     const struct {
         const char *environment;
         int answer;
-        int answer_once_unset; ///< the environment is read once, but for negative numbers
+        int answer_once_unset; ///< the environment is read once, unless its number is negative
     } rows[] = {
         {nullptr, 0, 0}, {"0", 0, 0},  {"no", 0, 0},          {"1", 1, 1},
         {" +7x", 1, 1},  {"-3", 1, 0}, {"99999999999", 1, 1}, {"4294967296", 1, 1},
@@ -133,7 +133,7 @@ TEST(Fatal, DefaultHandlerPrintsAndAborts)
     EXPECT_EQ(silent.signal, SIGABRT);
 }
 
-/* The functions called stand in the report, through whatever the library called in turn. */
+/* The report shows the functions that the test called and those that the library called in turn. */
 TEST(Fatal, ShowsTheCallsThatLedThere)
 {
     static VekStr *no_string;
@@ -165,8 +165,8 @@ TEST(Fatal, ShowsTheCallsThatLedThere)
     }
 }
 
-/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1), through a pointer,
- * so that no compiler unrolls it. */
+/* A chain of frames that the back-trace names: descend(n) calls descend(n - 1). The call goes
+ * through a pointer, so that no compiler unrolls it. */
 extern "C" int descend(int depth);
 int (*volatile descend_further)(int) = descend;
 
@@ -177,7 +177,7 @@ extern "C" __attribute__((noinline)) int descend(int depth)
     } else {
         descend_further(depth - 1);
     }
-    return getpid(); // no tail call
+    return getpid(); // prevents a tail call
 }
 
 TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
@@ -196,7 +196,7 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
         EXPECT_EQ(frames.size(), row.frames);
         for (const auto &frame : frames) { EXPECT_TRUE(contains(frame, "descend")) << frame; }
     }
-    // A short stack: of the 11 frames of descend() the innermost, which called, is left out.
+    // On a short stack, the innermost of the 11 frames of descend(), the caller, is left out.
     const auto frames = lines_of(in_clean_child([] { descend(10); }).out);
     const auto is_named = [](const std::string &line) { return contains(line, "descend"); };
     EXPECT_EQ(std::ranges::count_if(frames, is_named), 10);

@@ -28,7 +28,7 @@ Numbers keys_of(VekDict *dict)
     return keys;
 }
 
-/** A dictionary with the keys 1 to `len`, each with its square as text. */
+/** A dictionary with the keys 1 to `len`; the datum of each is its square as text. */
 VekDict *squares(int init_count, int len)
 {
     VekDict *const dict = vek_int_dict_create(init_count);
@@ -47,7 +47,7 @@ Numbers up_to(int len)
 
 VekName names[] = {{0, nullptr}, {1, const_cast<char *>("one")}, {2, const_cast<char *>("two")}};
 
-/** A dictionary whose end calls `look` once. */
+/** A value with a dictionary whose release calls `look` once. */
 VekValue nested(VekDictForeachFunc look)
 {
     VekDict *const dict = _vek_dict_create_full(1, VEK_VALUE_INT, look, nullptr);
@@ -57,7 +57,7 @@ VekValue nested(VekDictForeachFunc look)
     return value;
 }
 
-/* What each function of a typed dictionary checks of its dictionary, in its own words. */
+/* The check that each function of a typed dictionary makes of its dictionary, as it is printed. */
 #define EXPECT_TYPED_REFUSE(dict, condition, condition_of_numbers, prefix)                         \
     EXPECT_REFUSE(dict, condition, prefix##_put_vekstr, prefix##_dup_and_put_string,               \
                   prefix##_put_int, prefix##_put_double, prefix##_put_persistent_pointer,          \
@@ -119,7 +119,7 @@ void store_every_kind(auto key, auto other_key)
             EXPECT_EQ(Of::get_vekstr(dict, key), &shared);
             EXPECT_EQ(Of::get_string(dict, key), shared.text);
             EXPECT_TRUE(Of::exists(dict, key));
-        } else { // the reference stayed here
+        } else { // the reference is still the caller's
             EXPECT_EQ(shared.count, 2u);
             vek_str_unref(&shared);
         }
@@ -149,12 +149,12 @@ void store_every_kind(auto key, auto other_key)
     });
 }
 
-/** Stores a datum of every type that has a convenience, and reads it with all of them. */
+/** Stores a datum of every type that has a convenience, and reads each with all conveniences. */
 template <typename Of>
 void read_with_fallbacks(auto key, const char *null_check)
 {
     SCOPED_TRACE(Of::name);
-    static VekStr text = {0, ""}; // a persistent one
+    static VekStr text = {0, ""}; // a persistent string
     static VekDict *child;
     static VekSList *list;
     child = vek_int_dict_create(1);
@@ -198,7 +198,7 @@ void read_with_fallbacks(auto key, const char *null_check)
     vek_dict_destroy(dict);
 }
 
-/** Stores a dictionary and a list of each type; what a put does not take stays here. */
+/** Stores a dictionary and a list of each type; releases here what a put does not take. */
 template <typename Of>
 void put_nested(auto key, auto other_key)
 {
@@ -264,13 +264,13 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     VekValue key;
     vek_value_set_int(&key, 2);
     VekValue data = key;
-    allocator.fail_nth(1); // a put that fails leaves the records
+    allocator.fail_nth(1); // a put that fails leaves the records alone
     EXPECT_EQ(_vek_dict_put_value(dict, &key, &data), 0);
     EXPECT_EQ(vek_value_equal(&key, &data), 1);
     allocator.fail_nth(0);
     for (int i = 2; i <= 12; ++i) {
         vek_int_dict_put_int(dict, i, i);
-        EXPECT_EQ(allocator.allocations(), i < 12 ? 1u : 2u); // segments of ten
+        EXPECT_EQ(allocator.allocations(), i < 12 ? 1u : 2u); // a segment for each ten items
     }
     EXPECT_EQ(vek_int_dict_get_value(dict, 1), first); // slots never move
     EXPECT_EQ(keys_of(dict), up_to(12));
@@ -336,7 +336,7 @@ TEST(Dict, WalksStopWhenTheFunctionSaysSo)
     vek_dict_ref(dict);
     vek_dict_destroy(dict);
     EXPECT_EQ(seen, Numbers());
-    vek_dict_destroy(dict); // all are released, though the function stopped at the second
+    vek_dict_destroy(dict); // releases all, though the function stops at the second
     EXPECT_EQ(seen, up_to(2));
 }
 
@@ -353,9 +353,9 @@ TEST(Dict, KeysAreEqualWithinTheirType)
         [](VekValue *key) { vek_value_set_pointer(key, &names[1]); },
         [](VekValue *key) { vek_value_set_name(key, &names[1]); },
     };
-    for (const bool backward : {false, true}) { // each stands in front of each other
+    for (const bool backward : {false, true}) { // each key is once before each other one
         VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
-        for (const int round : {0, 1}) { // the second finds what the first has put
+        for (const int round : {0, 1}) { // the second finds what the first put
             for (int i = 0; i < 8; ++i) {
                 VekValue key;
                 VekValue data;
@@ -393,7 +393,7 @@ TEST(Dict, WhatIsReleasedMayLookIntoTheDictionary)
 
     outer = squares(1, 1);
     VekValue data = nested([](VekValue *, VekValue *, void *) {
-        EXPECT_EQ(vek_int_dict_get_int(outer, 1), 7); // what takes the released one's place
+        EXPECT_EQ(vek_int_dict_get_int(outer, 1), 7); // the new datum is in place already
         return 0;
     });
     vek_int_dict_put_value(outer, 1, &data);
@@ -419,7 +419,7 @@ TEST(Dict, WalksPast65535Items)
 {
     constexpr int items = 65600;
     VekDict *const dict = vek_int_dict_create(items);
-    for (int i = 0; i < items; ++i) { // by hand: each put would search them all
+    for (int i = 0; i < items; ++i) { // directly: each put would search all items
         vek_value_set_int(&dict->first_seg.items[i].key, i + 1);
     }
     dict->len = items;
@@ -432,7 +432,7 @@ TEST(Dict, Prints)
     VekDict *const dict = vek_str_dict_create(1);
     EXPECT_EQ(captured(1, [&] { vek_dict_print(dict); }), "");
     vek_str_dict_put_int(dict, "", 1);
-    vek_str_dict_put_double(dict, nullptr, 0.5); // a key of its own
+    vek_str_dict_put_double(dict, nullptr, 0.5); // null is a key like others
     EXPECT_EQ(vek_str_dict_get_double(dict, nullptr), 0.5);
     EXPECT_EQ(captured(1, [&] { vek_dict_print(dict); }),
               "Key: \tValue:1\nKey: (nul)\tValue:0.5\n");
@@ -477,7 +477,7 @@ TEST(TypedDicts, ChecksNameTheFault)
     EXPECT_TYPED_REFUSE(nullptr, "vekdict_ptr != NULL", "dict", vek_name_dict);
     EXPECT_REFUSE(nullptr, "dict != NULL", vek_int_dict_key_exists, vek_name_dict_key_exists);
 
-    VekDict *const of_doubles = _vek_dict_create(1, VEK_VALUE_DOUBLE); // no typed dictionary
+    VekDict *const of_doubles = _vek_dict_create(1, VEK_VALUE_DOUBLE); // not a typed one
     const char *const type = "DICT_TYPE_CHECK(dict)";
     const char *const type_of_ptr = "DICT_TYPE_CHECK(vekdict_ptr)";
     EXPECT_TYPED_REFUSE(of_doubles, type, type, vek_str_dict);
@@ -513,7 +513,7 @@ TEST(Dict, ChecksNameTheFault)
     EXPECT_FAILS("INT_MAX > dict->ref_count", vek_dict_ref(dict), nullptr);
     EXPECT_EQ(std::exchange(dict->ref_count, 1), INT_MAX);
 
-    // The query for the type of an empty key, given or stored, warns first.
+    // If the key passed or stored is empty, the query for its type warns first.
     const auto expect_twice = [&](VekValue *key, const char *condition) {
         const Check first = {"vek_value_get_type", "value->vt != NULL"};
         VekValue data = one;

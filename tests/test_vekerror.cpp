@@ -38,7 +38,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     for (int i = 0; i < 31; ++i) { VEK_ERROR_ADD_CALLSTACK_ENTRY(err); }
     EXPECT_EQ(vek_error_get_callstack_count(err), 30);
     EXPECT_STREQ(vek_error_get_callstack_func(err, 29), __func__);
-    EXPECT_STREQ(vek_error_get_callstack_func(err, 30), "--unknown--"); // not in use
+    EXPECT_STREQ(vek_error_get_callstack_func(err, 30), "--unknown--"); // an index not in use
     EXPECT_EQ(vek_error_get_callstack_line(err, -1), 0);
     vek_error_destroy(err);
 

@@ -24,7 +24,7 @@ std::vector<intptr_t> keys_in_order(VekHash *hash)
     return keys;
 }
 
-/* String keys that all share a chain, and count how often they are hashed. */
+/* Functions for string keys: all keys share a chain. Counts the calls of the hash function. */
 unsigned hashed = 0;
 
 uint32_t poor_hash(const void *)
@@ -33,8 +33,8 @@ uint32_t poor_hash(const void *)
     return 4294967295u;
 }
 
-VekHash *owner = nullptr;           ///< whose functions these are
-const void *searched_key = nullptr; ///< the key searched for, if a test watches it
+VekHash *owner = nullptr;           ///< the table that release_text() looks into
+const void *searched_key = nullptr; ///< the key that must be searched, or null
 
 int equal_text(const void *stored, const void *searched)
 {
@@ -42,7 +42,7 @@ int equal_text(const void *stored, const void *searched)
     return strcmp(static_cast<const char *>(stored), static_cast<const char *>(searched)) == 0;
 }
 
-std::string released; ///< what was released, each with what was stored under "a" at that time
+std::string released; ///< texts released, each with what "a" had at that time
 
 void release_text(void *text)
 {
@@ -51,7 +51,7 @@ void release_text(void *text)
     vek_free(text);
 }
 
-/** A table whose integer keys `hash_func` hashes, with these numbers as keys. */
+/** A table with the keys 0 to `count` - 1, hashed by `hash_func`; each key is its own value. */
 VekHash *table_of(VekHashFunc hash_func, intptr_t count)
 {
     VekHash *const hash = vek_hash_new_full(hash_func, vek_hash_int_equal_func, nullptr, nullptr);
@@ -59,8 +59,8 @@ VekHash *table_of(VekHashFunc hash_func, intptr_t count)
     return hash;
 }
 
-/** Makes a rehash that keeps the order within chains of one that reverses it, as a walk may not
- *  depend on either. */
+/** Reverses all chains. Called after a rehash that reversed them, it makes that one that kept their
+ *  order: a walk must work with either. */
 void reverse_chains(const VekHash *hash)
 {
     for (uint32_t i = 0; i < hash->table_size; ++i) {
@@ -73,8 +73,8 @@ void reverse_chains(const VekHash *hash)
     }
 }
 
-/** Walks over a table and removes the entries for which `removes` says so. Expects each entry once,
- *  and the others to stay.
+/** Walks over a table and removes the entries for which `removes` returns true. Expects that each
+ *  entry is visited once and that the others stay.
  *  @return  how often the table was halved */
 unsigned walk_and_remove(VekHash *hash, const std::function<bool()> &removes)
 {
@@ -102,7 +102,7 @@ unsigned walk_and_remove(VekHash *hash, const std::function<bool()> &removes)
     return halvings;
 }
 
-/* Hashes that share chains, some of them only in a table that was halved. */
+/* Hash functions whose keys share chains, with some of them only in a table that was halved. */
 const VekHashFunc hashes[] = {
     vek_hash_int_hash_func,
     vek_hash_pointer_hash_func,
@@ -118,7 +118,7 @@ TEST(Hash, GrowsAndShrinksByTheRules)
 {
     Allocator allocator;
     VekHash *const hash = vek_hash_new();
-    std::vector<std::pair<uint32_t, uint32_t>> changes; ///< the entries and the new size, at each
+    std::vector<std::pair<uint32_t, uint32_t>> changes; ///< entries and new size, at each change
     uint32_t size = 8;
     const auto watch = [&] {
         if (hash->table_size != size) { changes.emplace_back(hash->entry_count, hash->table_size); }
@@ -146,7 +146,7 @@ TEST(Hash, OrderFollowsTheChains)
     VekHash *const hash = vek_hash_new();
     for (const intptr_t i : {0, 8, 1, -1, 16}) { vek_hash_insert(hash, word(i), nullptr); }
     EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{0, 8, 16, 1, -1}));
-    vek_hash_insert(hash, word(24), nullptr); // the fourth in its chain: 16 slots, chains reversed
+    vek_hash_insert(hash, word(24), nullptr); // fourth in its chain: 16 slots, chains reversed
     EXPECT_EQ(hash->table_size, 16u);
     EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{16, 0, 1, 24, 8, -1}));
     int calls = 0;
@@ -187,7 +187,7 @@ TEST(Hash, OwnsWhatItDestroys)
     vek_hash_destroy(hash);
     EXPECT_EQ(released, "e4 64 d4 54 a- 4- b- 2- ");
 
-    // Either function may be the library's own.
+    // One of the two functions may be the library's own.
     hashed = 0;
     for (const VekEqualFunc equal : {vek_hash_int_equal_func, vek_hash_string_equal_func}) {
         VekHash *const mixed = vek_hash_new_full(poor_hash, equal, nullptr, nullptr);
@@ -213,14 +213,14 @@ TEST(Hash, IntegersHashToThemselves)
         EXPECT_EQ(vek_hash_int_equal_func(word(i), word(i)), 1);
         EXPECT_EQ(vek_hash_int_equal_func(word(i), word(1)), 0);
     }
-    constexpr int half = sizeof(intptr_t) * 4; // what lies beyond 32 bits is folded in
+    constexpr int half = sizeof(intptr_t) * 4; // bits above the lowest 32 are folded in
     EXPECT_EQ(vek_hash_int_hash_func(word(intptr_t{1} << half)), half == 32 ? 1u : 1u << half);
 }
 
 TEST(Hash, PointerHashMixesAllBits)
 {
     constexpr unsigned bits = sizeof(intptr_t) * 8;
-    for (unsigned shift = 0; shift < bits - 10; ++shift) { // 1,000 keys, alike but for ten bits
+    for (unsigned shift = 0; shift < bits - 10; ++shift) { // 1,000 keys; ten bits differ
         VekHash *const hash = vek_hash_new_full(vek_hash_pointer_hash_func, vek_hash_int_equal_func,
                                                 nullptr, nullptr);
         for (intptr_t i = 0; i < 1000; ++i) { vek_hash_insert(hash, word(i << shift), nullptr); }
@@ -258,7 +258,7 @@ TEST(Hash, StringKeysAreEqualByTheirText)
     Allocator allocator;
     VekHash *const hash =
         vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func, vek_free, nullptr);
-    vek_hash_insert(hash, nullptr, word(-1)); // a key of its own
+    vek_hash_insert(hash, nullptr, word(-1)); // null is a key like others
     for (intptr_t i = 0; i < 200; ++i) {      // each twice, through several rehashes
         vek_hash_insert(hash, vek_strdup_printf("%d", static_cast<int>(i % 100)), word(i));
     }
@@ -279,7 +279,7 @@ TEST(Hash, StringKeysAreEqualByTheirText)
 TEST(Hash, FindTellsAbsentFromNull)
 {
     for (const VekHashFunc hash_func : hashes) {
-        VekHash *const hash = table_of(hash_func, 20); // key 0 has the value null
+        VekHash *const hash = table_of(hash_func, 20); // the value of key 0 is null
         EXPECT_EQ(vek_hash_find(hash, word(20)), nullptr);
         for (intptr_t i = 0; i < 20; ++i) {
             VekHashEntry *const entry = vek_hash_find(hash, word(i));
@@ -298,7 +298,7 @@ TEST(Hash, WalksComeToEachEntryOnce)
     std::mt19937 random(1);
     unsigned most_halvings = 0;
     for (const VekHashFunc hash_func : hashes) {
-        for (unsigned subset = 0; subset < 1024; ++subset) { // of ten entries, each that may go
+        for (unsigned subset = 0; subset < 1024; ++subset) { // each subset of ten is removed
             VekHash *const hash = table_of(hash_func, 10);
             unsigned rest = subset;
             walk_and_remove(hash, [&] { return std::exchange(rest, rest / 2) % 2 != 0; });
@@ -364,7 +364,7 @@ TEST(Hash, RemovesMany)
     EXPECT_EQ(vek_hash_foreach_remove(hash, has_value, one), 0u);
     EXPECT_EQ(vek_hash_get_count(hash), 67u);
     EXPECT_STREQ(static_cast<char *>(vek_hash_lookup(hash, "2")), "2");
-    for (int i = 0; i < 2; ++i) { // the second time, empty already
+    for (int i = 0; i < 2; ++i) { // the second time it is empty already
         vek_hash_clear(hash);
         EXPECT_EQ(vek_hash_get_count(hash), 0u);
         EXPECT_EQ(hash->table_size, 8u);
@@ -417,7 +417,7 @@ TEST(Hash, KeepsItsEntriesAndItsSizeWithoutMemory)
         EXPECT_EQ(hash == nullptr, allocator.just_failed());
         if (hash == nullptr) { return; }
         std::vector<intptr_t> stored;
-        for (int step = 0; step < 50; ++step) { // 25 come, which grows the table; 25 go
+        for (int step = 0; step < 50; ++step) { // 25 insertions, which grow the table; 25 removals
             const intptr_t i = step % 25;
             const bool inserting = step < 25;
             const uint32_t size = hash->table_size;

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Every case runs in a process of its own: what happens at first use is most of what is tested. */
+/* Every case runs in a process of its own, because most cases test what happens at first use. */
 #include <veklib/vekdiag.h>
 #include <veklib/vekmemory.h>
 
@@ -23,7 +23,7 @@ using namespace vektest;
 
 static std::atomic<void (*)()> after_the_first_use{nullptr};
 
-/** The C library's, with a gap after the one-time work that a test can fill. */
+/** The C library's pthread_once(); after the one-time work it calls what a test has set. */
 extern "C" int pthread_once(pthread_once_t *once, void (*routine)())
 {
     const auto original =
@@ -41,7 +41,7 @@ std::string plain(const std::string &text)
     return masked(masked(text, "0x[0-9a-f]+", "P"), "P: ", "");
 }
 
-/** Lets the memory queries read `text`, not the kernel's; empty: the file cannot be opened. */
+/** Makes the memory queries read `text` instead of the kernel's; empty: opening the file fails. */
 void serve_meminfo(const char *text)
 {
     open_hook = [text](const char *path, const char *mode) -> FILE * {
@@ -51,14 +51,14 @@ void serve_meminfo(const char *text)
     };
 }
 
-/* Variables: compilers warn of such arguments when they see them as constants. */
+/* Variables, because compilers warn of such arguments when they are constants. */
 void *volatile no_block = word(0xabc);
 volatile size_t largest_size = SIZE_MAX;
 
 int own_allocations = 0;
 int own_releases = 0;
 
-/* Filled in by hand: asking for the table in force would already be the first use. */
+/* The table is not copied from the one in force: asking for that would already be the first use. */
 void install_own_table()
 {
     VekMemoryVtable table = {};
@@ -95,13 +95,13 @@ TEST(Memory, ErrorStateRefusesWithALine)
     void *const there = word(0x1234);
     const auto ended = in_clean_child([&] {
         vek_malloc_set_error(258);                       // as the very first call
-        EXPECT_EQ(vek_malloc_get_error(), 2);            // one byte
-        void *const block = vek_malloc_if_available(10); // is not refused
+        EXPECT_EQ(vek_malloc_get_error(), 2);            // it is one byte
+        void *const block = vek_malloc_if_available(10); // it is not refused
         EXPECT_EQ(vek_malloc_with_return(10, there), nullptr);
         EXPECT_EQ(vek_calloc_with_return(2, 5, there), nullptr);
         EXPECT_EQ(vek_realloc_with_return(no_block, 20, there), nullptr);
         EXPECT_EQ(vek_malloc_if_possible_with_return(3, there), nullptr);
-        EXPECT_EQ(vek_realloc(block, 0), nullptr); // releases
+        EXPECT_EQ(vek_realloc(block, 0), nullptr); // this releases it
         vek_memory_enable_trace();
         EXPECT_EQ(vek_malloc_with_return(largest_size, there), nullptr);
         vek_malloc_set_error(0);
@@ -149,7 +149,7 @@ TEST(Memory, QueriesReadMeminfo)
         const int next = dup(STDIN_FILENO);
         close(next);
         vek_malloc_get_total_bytes();
-        EXPECT_EQ(dup(STDIN_FILENO), next); // nothing stays open
+        EXPECT_EQ(dup(STDIN_FILENO), next); // nothing has stayed open
     });
     in_clean_child([&] {
         serve_meminfo(rows[0].text);
@@ -218,12 +218,12 @@ TEST(Trace, GoesWhereTheEnvironmentSays)
             errno = EDOM;
             vek_free(vek_malloc(16));
             EXPECT_EQ(errno, EDOM);
-            _exit(testing::Test::HasFailure()); // a line is in the file at its newline
+            _exit(testing::Test::HasFailure()); // without flushing: lines are in the file already
         });
     };
     const std::string expected = "vek_malloc(16) => P [#1]\nvek_free(P)\n";
     EXPECT_EQ(traced(path.c_str()).err, "");
-    EXPECT_EQ(traced(path.c_str()).err, ""); // empties the file
+    EXPECT_EQ(traced(path.c_str()).err, ""); // this empties the file
     EXPECT_EQ(plain(content_of(path)), expected);
     unlink(path.c_str());
 
@@ -245,15 +245,15 @@ TEST(Trace, GoesWhereTheEnvironmentSays)
     EXPECT_EQ(lost.signal, SIGABRT);
 }
 
-/* Any order of the things that a program may do first: allocations are always served by the table
- * installed last, and traced exactly while tracing is on. */
+/* In whatever order a program does these things first, allocations are always served by the table
+ * that was installed last, and are traced exactly while tracing is on. */
 TEST(FirstUse, AnyOrderServesOneAllocatorAndItsTracing)
 {
     const struct Step {
         const char *name;
         void (*take)();
-        std::optional<bool> own = {};     ///< whether the own table is in force, if it decides that
-        std::optional<bool> tracing = {}; ///< whether tracing is on, likewise
+        std::optional<bool> own = {};     ///< whether the own table is then in force
+        std::optional<bool> tracing = {}; ///< whether tracing is then on
     } steps[] = {
         {"allocate", [] {}}, // as after every other step
         {"enable", vek_memory_enable_trace, {}, true},
@@ -339,7 +339,7 @@ TEST(Trace, WritesAReleaseBeforeItIsMade)
         table.free = [](void *, void *) { fputs("released\n", stderr); };
         vek_set_memory_vtable(&table);
         vek_memory_enable_trace();
-        EXPECT_EQ(vek_get_memory_vtable()->free, table.free); // the table, not its wrappers
+        EXPECT_EQ(vek_get_memory_vtable()->free, table.free); // the table itself, not the wrappers
         vek_free_with_return(no_block, word(0x1234));
     });
     EXPECT_EQ(ended.err, "0x1234: vek_free(0xabc)\nreleased\n");

@@ -36,7 +36,7 @@ void note(void *data) { seen.push_back(reinterpret_cast<intptr_t>(data)); }
 
 unsigned compared; ///< how often by_tens() was called
 
-/** An order in which many elements are equal: the last digit tells them apart. */
+/** Compares without the last digit, by which the test tells equal elements apart. */
 int by_tens(const void *a, const void *b)
 {
     ++compared;
@@ -117,7 +117,7 @@ TEST(SList, ChecksNameTheFault)
     const Check no_target = {"vek_slist_remove_link", "target != NULL"};
     expect_warnings({no_target, no_node, not_in_list, no_list}, [&] {
         EXPECT_EQ(vek_slist_delete_link(&list, nullptr), nullptr);
-        EXPECT_EQ(vek_slist_delete_link(&list, &other), &list); // and `other` is left alone
+        EXPECT_EQ(vek_slist_delete_link(&list, &other), &list); // `other` is not released
         EXPECT_EQ(vek_slist_delete_link(nullptr, &other), nullptr);
     });
 }
@@ -139,7 +139,7 @@ TEST(SList, DuplicatesWholeOrNotAtAll)
             note(data);
             return word(-reinterpret_cast<intptr_t>(data));
         });
-        // Nothing is copied that nobody could release.
+        // If a node cannot be allocated, no element is copied.
         if (allocator.just_failed()) { expected.clear(); }
         EXPECT_EQ(seen, expected);
         for (intptr_t &number : expected) { number = -number; }

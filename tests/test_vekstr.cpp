@@ -16,7 +16,7 @@ namespace {
 
 constexpr wint_t unconvertible = 0x7fffffff; // for "%lc"
 
-/** Compares a new string with the expected text (null: no string) and drops it. */
+/** Compares a new string with the expected text (null: no string) and releases it. */
 void expect_text(VekStr *vekstr, const char *expected)
 {
     EXPECT_STREQ(vek_str_to_c_str(vekstr), expected);
@@ -37,7 +37,7 @@ TEST(Str, Create)
     expect_text(vek_str_create_printf("%s", ""), "");
     expect_text(with_list<vek_str_create_vprintf>("%0300d", 0), std::string(300, '0').c_str());
     VekStr *const padded = vek_str_ncreate("abc", 5);
-    EXPECT_EQ(memcmp(padded->text, "abc\0\0", 6), 0); // room as asked for
+    EXPECT_EQ(memcmp(padded->text, "abc\0\0", 6), 0); // as much room as requested
     vek_str_unref(padded);
 }
 
@@ -47,7 +47,7 @@ TEST(Str, ReferencesAndPersistence)
     VekStr *first = vek_str_create("a");
     VekStr *second = vek_str_ref(first);
     EXPECT_EQ(second, first);
-    vek_str_force_destroy(first); // has another holder: only a reference goes
+    vek_str_force_destroy(first); // another holder: drops only a reference
     EXPECT_EQ(_vek_str_get_ref_count(second), 1u);
     EXPECT_EQ(vek_str_assign(&second, &second), second);
     EXPECT_EQ(_vek_str_get_ref_count(second), 1u);
@@ -58,7 +58,7 @@ TEST(Str, ReferencesAndPersistence)
     EXPECT_EQ(vek_str_ref(first), first);
     vek_str_unref(first);
     EXPECT_EQ(_vek_str_get_ref_count(first), 0u);
-    EXPECT_EQ(vek_str_append_c_str(&second, "b"), 1); // the persistent string stays
+    EXPECT_EQ(vek_str_append_c_str(&second, "b"), 1); // the persistent string is unchanged
     expect_text(second, "ab");
     EXPECT_STREQ(vek_str_to_c_str(first), "a");
     vek_str_force_destroy(first);
@@ -111,7 +111,7 @@ TEST(Str, EditInPlace)
 TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
 {
     const std::pair<int (*)(VekStr **), const char *> edits[] = {
-        // and what becomes of "mid"
+        // each with what it makes of "mid"
         {[](VekStr **s) { return vek_str_prepend_char(s, '<'); }, "<mid"},
         {[](VekStr **s) { return vek_str_prepend_c_str(s, "pre"); }, "premid"},
         {[](VekStr **s) { return vek_str_append_c_str(s, "post"); }, "midpost"},
@@ -187,7 +187,7 @@ TEST(Str, ChecksNameTheFault)
     EXPECT_EQ(null, nullptr);
 
     text->count = UINT_MAX - 2;
-    EXPECT_EQ(vek_str_ref(text), text); // the last one that is granted
+    EXPECT_EQ(vek_str_ref(text), text); // the last reference that is possible
     EXPECT_FAILS("UINT_MAX > vekstr->count + 1", vek_str_ref(text), nullptr);
     EXPECT_EQ(text->count, UINT_MAX - 1);
     VekStr *holder = vek_str_create("y");

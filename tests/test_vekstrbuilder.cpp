@@ -10,7 +10,7 @@ using namespace vektest;
 
 namespace {
 
-/** What a builder hands over, in either form; "(null)" for nothing. It is empty afterwards. */
+/** What a builder hands over, in either form; "(null)" for nothing. Expects it to be empty. */
 std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
 {
     VekStr *const vekstr = as_vekstr ? vek_str_builder_steal_vekstr(builder) : nullptr;
@@ -30,7 +30,7 @@ std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
 TEST(StrBuilder, AppendsOrRemembersTheFailure)
 {
     const std::pair<int (*)(VekStrBuilder *), const char *> rows[] = {
-        // and what becomes of a text "@", which is "mid" or fills its block
+        // each with what it makes of the text "@": either "mid" or a text that fills its block
         {[](VekStrBuilder *b) { return vek_str_builder_append(b, ""); }, "@"},
         {[](VekStrBuilder *b) { return vek_str_builder_append(b, "post"); }, "@post"},
         {[](VekStrBuilder *b) { return vek_str_builder_append(b, b->str->text); }, "@@"},
@@ -64,7 +64,7 @@ TEST(StrBuilder, AppendsOrRemembersTheFailure)
                 EXPECT_EQ(vek_str_builder_get_length(&builder), text.size());
                 EXPECT_EQ(handed_over(&builder, result[1] == '\0'), done ? whole : "(null)");
                 static_cast<void>(
-                    allocator.just_failed()); // a block that stays large is no failure
+                    allocator.just_failed()); // a block that cannot be shrunk is no failure
             }
             for (const bool as_vekstr : {false, true}) {
                 VekStrBuilder empty = {};
@@ -112,7 +112,7 @@ TEST(StrBuilder, FaultsAreFailures)
         EXPECT_EQ(vek_str_builder_append_printf(&builder, "x%lc", wint_t{0x7fffffff}), 0);
         EXPECT_STREQ(vek_str_builder_get_text(&builder), "kept");
         EXPECT_EQ(handed_over(&builder, true), "(null)");
-        VekStrBuilder full = {nullptr, INT_MAX - 1, INT_MAX, 0}; // 2 GB that are not there
+        VekStrBuilder full = {nullptr, INT_MAX - 1, INT_MAX, 0}; // claims 2 GB that do not exist
         EXPECT_EQ(vek_str_builder_append(&full, "xx"), 0);
         EXPECT_EQ(vek_str_builder_failed(&full), 1);
     });

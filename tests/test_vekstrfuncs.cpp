@@ -11,7 +11,7 @@ using namespace vektest;
 
 namespace {
 
-/** Expects the text of a list of arguments, which is left as it was. */
+/** Expects this text from an argument list, and that the list is not changed. */
 void expect_text(const char *expected, const char *format, ...)
 {
     va_list args;
@@ -50,7 +50,7 @@ TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
     });
     expect_text(std::string(255, '0').c_str(), "%0255d", 0);
     expect_text(std::string(256, '0').c_str(), "%0256d", 0);
-    Allocator allocator; // an empty copy is none
+    Allocator allocator; // an empty copy allocates nothing
     EXPECT_EQ(vek_strndup("abc", 0), nullptr);
     EXPECT_EQ(vek_strdup_printf("%s", ""), nullptr);
     EXPECT_EQ(allocator.allocations(), 0u);

@@ -51,7 +51,7 @@ std::string address(const char *type, const void *payload)
 }
 
 VekName name = {7, const_cast<char *>("eth0")};
-VekStr shared = {1, ""}; ///< all references but this one are dropped
+VekStr shared = {1, ""}; ///< in the end it has this reference alone
 
 const char digits[] = "0x1A";
 VekSList words = {&name, nullptr};
@@ -73,12 +73,12 @@ void make_slist_of_value(VekValue *value)
 
 void make_dict(VekValue *value) { vek_value_take_dict(value, _vek_dict_create(1, VEK_VALUE_INT)); }
 
-/** Every type, with what makes a record a value of it, with a payload as far as there is memory. */
+/** Every type, and what makes a record a value of it, with a payload if there is memory for it. */
 const struct Type {
     VekValueType type;
     const char *text;
     void (*make)(VekValue *value);
-    void (*take)(VekValue *value, VekSList *list) = nullptr; ///< of lists
+    void (*take)(VekValue *value, VekSList *list) = nullptr; ///< for types of lists
 } types[] = {
     {VEK_VALUE_INT, "VEK_VALUE_INT", make<vek_value_set_int, -5>},
     {VEK_VALUE_DOUBLE, "VEK_VALUE_DOUBLE", make<vek_value_set_double, INT32_MAX>},
@@ -126,7 +126,7 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
                 take(&taken, list);
                 EXPECT_EQ(vek_value_get_slist(&taken), list);
                 EXPECT_EQ(vek_value_equal(&taken, &value), list != nullptr || !made);
-                vek_value_release(&taken); // the elements as well
+                vek_value_release(&taken); // releases the elements, too
             }
             Value other(vek_value_set_pointer, &value);
             EXPECT_EQ(vek_value_equal(&value, other), 0);
@@ -168,7 +168,7 @@ TEST(Value, EqualityHasItsCorners)
 
     VekValue empty = {};
     EXPECT_EQ(vek_value_equal(&empty, &empty), 1);
-    VekValue garbage; // 32 bits are the whole integer, whatever lies beside them
+    VekValue garbage; // the integer is only 32 bits; the others do not count
     garbage.payload.pointer = &garbage;
     vek_value_set_int(&garbage, 5);
     EXPECT_EQ(vek_value_equal(Value(vek_value_set_int, 5), &garbage), 1);
@@ -180,7 +180,7 @@ TEST(Value, EqualityHasItsCorners)
 
 TEST(Value, ConvertsToNumbers)
 {
-    enum Fault { none, nothing, range }; // nothing of the text is a number, or it is out of range
+    enum Fault { none, nothing, range }; // no number in the text; a number out of range
     const struct {
         const char *text;
         int32_t integer;
@@ -212,7 +212,7 @@ TEST(Value, ConvertsToNumbers)
         Value string = string_value(row.text);
         Value vekstr(vek_value_take_vekstr, vek_str_create(row.text));
         for (VekValue *const value : std::initializer_list<VekValue *>{string, vekstr}) {
-            errno = EDOM; // a stale error is not the conversion's
+            errno = EDOM; // an older error is not the conversion's
             EXPECT_EQ(captured(1, [&] { EXPECT_EQ(vek_value_get_as_int(value), row.integer); }),
                       reported(row.integer_fault, "an integer"));
             errno = EDOM;
@@ -324,7 +324,7 @@ TEST(Value, ListsAreCopiedWholeOrNotAtAll)
     Allocator allocator;
     Value strings(vek_value_take_slist_of_str, vek_slist_prepend(nullptr, vek_str_ref(&shared)));
     VekValue copy;
-    shared.count = UINT_MAX - 1; // refuses a reference
+    shared.count = UINT_MAX - 1; // so that a reference is refused
     captured(2, [&] { EXPECT_EQ(vek_value_copy(&copy, strings), 0); });
     EXPECT_EQ(vek_value_get_slist(&copy), nullptr);
     shared.count = 2;
@@ -356,7 +356,7 @@ TEST(Value, AccessNamesTheFault)
     Value number(vek_value_init, VEK_VALUE_INT);
     Value real(vek_value_init, VEK_VALUE_DOUBLE);
     for (VekValue *const other :
-         std::initializer_list<VekValue *>{&empty, list}) { // of no type, of another one
+         std::initializer_list<VekValue *>{&empty, list}) { // without a type, of another type
         const std::string type = "vekvalue->vt->type == VEK_VALUE_";
         EXPECT_REFUSE(other, type + "INT", vek_value_get_int);
         EXPECT_REFUSE(other, type + "DOUBLE", vek_value_get_double);
@@ -378,7 +378,7 @@ TEST(Value, AccessNamesTheFault)
     EXPECT_REFUSE(static_cast<VekValue *>(number), is_list, vek_value_get_slist,
                   vek_value_dup_slist);
 
-    // The test for a list asks for the type four times; so do both conversions together.
+    // The test for a list asks for the type four times; the two conversions together do so, too.
     const Check no_type = {"vek_value_get_type", "value->vt != NULL"};
     expect_warnings({no_type, no_type, no_type, no_type, {"vek_value_get_slist", is_list}},
                     [&] { EXPECT_EQ(vek_value_get_slist(&empty), nullptr); });

@@ -6,13 +6,13 @@
 
 #include <veklib/vekdebug.h>
 
-/** Flags of the domain "parse": each line that was read, each that was not. */
+/** Flags of the domain "parse": each line that could be read, each line that could not. */
 enum { DEBUG_LINES = 1 << 0, DEBUG_FAULTS = 1 << 1 };
 
 /** Flags of the domain "report": what the digest holds, and how its names rank. */
 enum { DEBUG_SUMMARY = 1 << 0, DEBUG_RANKING = 1 << 1 };
 
-/* The domains; null, and thereby silent, before debug_start(). */
+/* The domains; before debug_start() they are null and print nothing. */
 extern VekDebugDomain *debug_parse;
 extern VekDebugDomain *debug_report;
 

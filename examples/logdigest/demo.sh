@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: demo.sh LOGDIGEST FOLDER - runs logdigest on a generated log and on a log of this machine,
-# shows where its debug output goes and what a trace of its allocations tells. FOLDER receives what
-# is written.
+# shows where its debug output goes and what a trace of its allocations says. All files are written
+# to FOLDER.
 set -eu
 logdigest=$(realpath "$1")
 here=$(realpath "$(dirname "$0")")
@@ -14,7 +14,7 @@ title() {
     printf '\n== %s\n' "$*"
 }
 
-# Shows a command line as one would type it, then runs it.
+# Prints a command line as a user would type it, then runs it.
 run() {
     printf '\n$ logdigest %s\n' "$*"
     "$logdigest" "$@"

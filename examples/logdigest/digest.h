@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What is known of a log after reading its lines. */
+/* Collects what the lines of a log say, and prints it. */
 #ifndef LOGDIGEST_DIGEST_H
 #define LOGDIGEST_DIGEST_H
 
@@ -15,17 +15,17 @@ struct digest {
     unsigned long unreadable;
     VekNameTable *names; /**< of the programs or packages */
     VekDict *counts;     /**< the lines of each name */
-    VekSList *errors;    /**< what is wrong with the first unreadable lines: VekError, owned */
+    VekSList *errors;    /**< the faults of the first unreadable lines: VekError, owned */
     VekSList *last_error;
     char *first_stamp; /**< time stamp of the earliest line, owned; null before the first one */
     char *last_stamp;  /**< of the latest line */
     int64_t first_seconds;
     int64_t last_seconds;
-    int year;  /**< passed New Years of a log without years */
+    int year;  /**< New Years passed in a log without years */
     int month; /**< of the last line without a year; 0 before it */
 };
 
-/* Functions that can fail return what went wrong, or null; release it with vek_error_destroy(). */
+/* Functions that can fail return an error, or null; release the error with vek_error_destroy(). */
 
 /** Makes an empty digest; release it with digest_release(), also after a failure. */
 VekError *digest_init(struct digest *digest, const VekDict *settings);

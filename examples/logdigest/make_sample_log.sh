@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Writes a sample log of 4,000 plausible syslog lines, some of them broken; always the same ones.
+# Writes a sample log of 4,000 plausible syslog lines, some of them broken; always the same lines.
 set -eu
 awk '
 function random(n) { seed = (seed * 1103 + 12345) % 1000003; return seed % n }

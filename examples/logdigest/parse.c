@@ -5,7 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
-static const int year_without_one = 2000; /* a leap year: 29 February may occur */
+static const int year_without_one = 2000; /* a leap year, because 29 February may occur */
 
 int64_t days_from_date(int year, int month, int day)
 {
@@ -29,8 +29,8 @@ static bool set_time(struct record *record, int year, int month, int day, int ho
     return true;
 }
 
-/* The number of characters of a time stamp "2026-11-22 22:04:01" with `separator` between date and
- * time, 0 if there is none. */
+/* Reads a time stamp "2026-11-22 22:04:01" with `separator` between date and time. Returns the
+ * number of its characters, 0 if there is no such time stamp. */
 static size_t parse_full_stamp(const char *line, char separator, struct record *record)
 {
     int year, month, day, hour, minute, second, length = 0;
@@ -44,8 +44,8 @@ static size_t parse_full_stamp(const char *line, char separator, struct record *
     return (size_t)length;
 }
 
-/* The characters of a fraction and a zone (".52+01:00", "Z") at `text`; takes the zone off the
- * record's time. */
+/* Reads a fraction and a zone (".52+01:00", "Z") at `text`, and subtracts the zone's offset from
+ * the record's time. Returns the number of characters. */
 static size_t parse_fraction_and_zone(const char *text, struct record *record)
 {
     size_t length = 0;

@@ -17,14 +17,14 @@
 struct record {
     int year; /**< 0 when the time stamp has none */
     int month;
-    int64_t seconds;     /**< since 1970, as if `year` 0 were 2000 */
+    int64_t seconds;     /**< since 1970; year 0 counts as 2000 */
     size_t stamp_length; /**< the time stamp is the line's start */
     const char *subject; /**< the program or package */
     size_t subject_length;
 };
 
 /** Reads a line (NUL-terminated, without its newline).
- *  @return  null when `record` is filled in, else what is wrong; release with vek_error_destroy()
+ *  @return  null if `record` is filled in, else an error; release with vek_error_destroy()
  */
 VekError *parse_line(const char *line, struct record *record);
 

@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: trace_balance.sh TRACE - counts the blocks that a trace of allocations shows as allocated
-# and as released; fails, naming the code that asked, when a block was not released.
+# and as released. If a block was not released, prints the line of its allocation and fails.
 awk '
 function take(block, line) { if (block != "(nil)") { ++allocated; owner[block] = line } }
 function release(block) { if (block in owner) { ++released; delete owner[block] } }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// valuetree: settings as a tree of values and dictionaries, built, copied, changed, printed and
-// released from C++. The smart pointer below is all that the C interface needs to feel at home.
+// valuetree: settings as a tree of values and dictionaries, which C++ code builds, copies, changes,
+// prints and releases. To use the C interface comfortably, it needs only the smart pointer below.
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
@@ -13,13 +13,13 @@
 
 namespace {
 
-// Whoever holds one of these holds one reference.
+// Each of these pointers holds one reference.
 struct Release {
     void operator()(VekDict *dict) const { vek_dict_destroy(dict); }
 };
 using Dict = std::unique_ptr<VekDict, Release>;
 
-// Settings that are not there are worse than a program that is not there.
+// A program whose settings are missing must not run.
 [[noreturn]] void give_up()
 {
     std::fputs("valuetree: out of memory\n", stderr);
@@ -118,7 +118,7 @@ void print(const VekValue *value, int depth)
 
 void print(const VekDict *dict, int depth)
 {
-    // A walk hands out records that may be changed, so it asks for a dictionary that may.
+    // A walk hands out records that may be changed, so it takes a dictionary that is not const.
     vek_dict_foreach(
         const_cast<VekDict *>(dict),
         [](VekValue *key, VekValue *data, void *depth_of_items) {

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: entry_points.sh OBJDUMP LIBRARY - each of the allocator's entry points is a test and a jump
-# through the table: at most 15 instructions (ARM spills its link register), and no call. Exits with
-# 77 for processors whose instructions this script does not know.
+# usage: entry_points.sh OBJDUMP LIBRARY - checks that each of the allocator's entry points is a
+# test and a jump through the table: at most 15 instructions (some save the link register on ARM),
+# and no call. Exits with 77 for processors whose instructions this script does not know.
 set -eu
 objdump=$1
 library=$2

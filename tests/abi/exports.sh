@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: exports.sh LIBRARY MAP - the library exports exactly what the map lists; the names that an
-# application may define are weak; it needs only libunwind and the C library (on x86 libgcc_s, too);
-# and it runs nothing when it is loaded.
+# usage: exports.sh LIBRARY MAP - checks that the library exports exactly what the map lists, that
+# the names that an application may define are weak, that it needs only libunwind and the C library
+# (on x86 libgcc_s, too), and that it runs nothing when it is loaded.
 set -eu
 library=$1
 map=$2
@@ -37,7 +37,7 @@ if [ -n "$extra" ]; then
     exit 1
 fi
 
-# The compiler's start files, where they are linked, bring one entry; any other is a constructor.
+# The compiler's start files, if they are linked, add one entry; any other entry is a constructor.
 bits=$(readelf -h "$library" | sed -n 's/.*Class: *ELF//p')
 size=$(readelf -d "$library" | sed -n 's/.*(INIT_ARRAYSZ) *\([0-9]*\).*/\1/p')
 constructors=$((${size:-0} * 8 / bits))

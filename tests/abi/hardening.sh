@@ -1,6 +1,6 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: hardening.sh LIBRARY - the library has the protection that its build asks for.
+# usage: hardening.sh LIBRARY - checks that the library has the protections that its build asks for.
 set -eu
 library=$1
 found=$(readelf -WldnV "$library" && readelf -W --dyn-syms "$library")

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* usage: cancel PLUGIN - threads that are cancelled during a warning release the stream's lock, and
- * cleanup handlers run, also those of a plug-in. In plain C, because a program that needs libgcc_s
- * itself would load it first in any case. */
+/* usage: cancel PLUGIN - checks that a thread that is cancelled during a warning releases the
+ * stream's lock, and that cleanup handlers run, those of a plug-in included. Written in C, because
+ * a program that needs libgcc_s itself would load it first in any case. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <pthread.h>
@@ -38,7 +38,7 @@ int main(int argc, char **argv)
         return 1;
     }
 
-    alarm(30); /* a lock that is still held would stop it for ever */
+    alarm(30); /* a lock that stayed held would block the program for ever */
     vek_set_warnings_fatal(0);
     if (freopen("/dev/null", "w", stderr) == NULL) { return 2; }
     for (int round = 0; round < 500; ++round) {

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Has the library read each of its environment variables, and starts a program that lists the files
- * it inherits. Exits with 0 if it has more privileges than its user, otherwise with 77, unless
- * VEK_FATAL_WARNINGS ends it. */
+/* Makes the library read its environment variables, and starts a program that lists the files that
+ * it inherits. Exits with 0 if this program has more privileges than its user, otherwise with 77,
+ * unless VEK_FATAL_WARNINGS ends it. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/auxv.h>
@@ -13,7 +13,7 @@ int main(void)
 {
     vek_free(vek_malloc(1));
     vek_debug_initialize(NULL, NULL);
-    if (system("ls -l /proc/self/fd") != 0) { // what is started inherits no file
+    if (system("ls -l /proc/self/fd") != 0) { // test_privileged.sh searches this list
         return 1;
     }
     vek_debug_finalize();

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-#ifndef __clang__ // mistaken about <regex> under the sanitizers
+#ifndef __clang__ // GCC's warning is wrong about <regex> under the sanitizers
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 #include "support.h"
@@ -20,7 +20,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/* The test program's fopen() comes before the platform's. */
+/* Defined in the test program, this fopen() takes the place of the platform's. */
 extern "C" FILE *fopen(const char *path, const char *mode)
 {
     return vektest::open_hook ? vektest::open_hook(path, mode) : vektest::plain_open(path, mode);
@@ -53,7 +53,7 @@ FILE *plain_open(const char *path, const char *mode)
 
 namespace {
 
-/* The library obeys its variables when it is first used: each test sets those that it is about. */
+/* The library reads its variables when it is first used; each test sets those that it needs. */
 [[gnu::constructor]] void clear_environment()
 {
     for (const char *const variable :
@@ -63,7 +63,7 @@ namespace {
     }
 }
 
-/** A descriptor that is sent to a temporary file, until its text is taken. */
+/** Redirects a descriptor to a temporary file until the text is taken. */
 class Redirected {
 public:
     explicit Redirected(int fd) : fd_(fd), saved_(dup(fd)), file_(tmpfile())
@@ -127,7 +127,7 @@ void *allocate_zeros(size_t count, size_t size, void *)
     return block != nullptr ? memset(block, 0, count * size) : nullptr;
 }
 
-/** Always moves the block, so that a pointer into the old one is found out. */
+/** Always moves the block, so that the use of a pointer into the old one is detected. */
 void *reallocate(void *block, size_t size, void *)
 {
     void *const moved = allocate(size, nullptr);
@@ -217,7 +217,7 @@ std::vector<Check> same_check(const std::string &functions, const std::string &c
 Allocator::Allocator()
 {
     state = {};
-    VekMemoryVtable table = {}; // what the library and its headers call
+    VekMemoryVtable table = {}; // the operations that the library and its headers call
     table.malloc = allocate;
     table.calloc = allocate_zeros;
     table.realloc = reallocate;

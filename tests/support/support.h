@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
-/* What the tests of all families share: capture of the output streams, one process a case, and an
- * allocator that counts, poisons and fails on request. */
+/* What the tests of all families share: capture of the output streams, a process for each case, and
+ * an allocator that counts, poisons and fails on request. */
 #ifndef VEKLIB_TESTS_SUPPORT_H
 #define VEKLIB_TESTS_SUPPORT_H
 
@@ -17,7 +17,7 @@
 
 namespace vektest {
 
-/** What `body` writes to a stream's descriptor (1 or 2). */
+/** Returns what `body` writes to a stream's descriptor (1 or 2). */
 std::string captured(int fd, const std::function<void()> &body);
 
 /** How a child process ended. */
@@ -28,14 +28,14 @@ struct Ended {
     int signal;    ///< 0 when it exited
 };
 
-/** Runs `body` in a forked process whose library is as it was loaded, as long as the parent does
- *  not use it. The child exits with 1 when an expectation in `body` failed. */
+/** Runs `body` in a forked process. As long as the parent does not use the library, the child's
+ *  library is as it was loaded. The child exits with 1 if an expectation in `body` failed. */
 Ended in_child(const std::function<void()> &body);
 
 /** in_child() that expects a clean exit. */
 Ended in_clean_child(const std::function<void()> &body);
 
-/** A test whose body is such a process. */
+/** A test whose body runs in a process of its own, with in_clean_child(). */
 #define CHILD_TEST(suite, name)                                                                    \
     static void suite##_##name();                                                                  \
     TEST(suite, name) { vektest::in_clean_child(suite##_##name); }                                 \
@@ -43,10 +43,10 @@ Ended in_clean_child(const std::function<void()> &body);
 
 std::vector<std::string> lines_of(const std::string &text);
 
-/** `text` with whatever matches `pattern`, a regular expression, replaced. */
+/** Returns `text` with everything replaced that matches `pattern`, a regular expression. */
 std::string masked(const std::string &text, const char *pattern, const char *replacement);
 
-/** A diagnostic with its line numbers as "L". */
+/** Returns a diagnostic with "L" in place of its line numbers. */
 std::string without_lines(const std::string &text);
 
 std::string content_of(const std::string &path);
@@ -62,7 +62,7 @@ inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
 /** A format that the compiler must not recognise as null. */
 inline const char *const null_format = nullptr;
 
-/** What `function` makes of a format and an argument list. */
+/** Calls `function` with a format and an argument list, and returns its result. */
 template <auto function>
 auto with_list(const char *format, ...)
 {
@@ -79,10 +79,11 @@ using Check = std::pair<std::string, std::string>;
 /** Expects `body` to write exactly these failed-check warnings, in this order. */
 void expect_warnings(const std::vector<Check> &checks, const std::function<void()> &body);
 
-/** The functions of a list, or of a call, with the condition that all of them check. */
+/** Returns a check for each function named in `functions` (a list, or a call), with the condition
+ *  that all of them check. */
 std::vector<Check> same_check(const std::string &functions, const std::string &condition);
 
-/** Calls a function with `first`, then with null and zeros, and expects null or 0. */
+/** Calls a function with `first`, then null and zeros as arguments; expects null or 0. */
 template <typename Result, typename First, typename... Rest>
 void call_for_nothing(std::type_identity_t<First> first, Result (*function)(First, Rest...))
 {
@@ -99,27 +100,28 @@ void expect_refusals(First first, const std::vector<Check> &checks, Functions...
     expect_warnings(checks, [&] { (call_for_nothing(first, functions), ...); });
 }
 
-/** Expects each function, given `first` and otherwise null and zeros, to give null or 0 with the
- *  warning that this check failed. */
+/** Expects each function, called with `first` and otherwise null and zeros, to return null or 0 and
+ *  to warn that this check failed. */
 #define EXPECT_REFUSE(first, condition, ...)                                                       \
     vektest::expect_refusals(first, vektest::same_check(#__VA_ARGS__, condition), __VA_ARGS__)
 
-/** Expects the call to give `value` with that warning. */
+/** Expects the call to return `value` and to warn that this check failed. */
 #define EXPECT_FAILS(condition, call, value)                                                       \
     vektest::expect_warnings(vektest::same_check(#call, condition), [&] { EXPECT_EQ(call, value); })
 
-/** What every fopen() of the process goes through, the library's included; null: straight on. */
+/** Called in place of every fopen() of the process, the library's included; null: the platform's
+ *  fopen() is called. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
 
-/** Called in the middle of every fread() of the process, the library's included; null: never. */
+/** Called in the middle of every fread() of the process, the library's included; null: nothing. */
 extern std::function<void(FILE *file)> read_hook;
 
 /** The platform's own fopen(). */
 FILE *plain_open(const char *path, const char *mode);
 
 /** The allocator table under test conditions, installed for the life of the object (one at a time).
- *  Blocks are poisoned when handed out and when released; a release of anything else than a live
- *  block is a failure, and so is a block that is live at the end. */
+ *  Blocks are poisoned when handed out and when released. The test fails if anything but a live
+ *  block is released, or if a block is still live at the end. */
 class Allocator {
 public:
     Allocator();
@@ -127,20 +129,20 @@ public:
     Allocator(const Allocator &) = delete;
     Allocator &operator=(const Allocator &) = delete;
 
-    /** Lets the n-th allocation from now fail (0: none); with `onward` all later ones too. */
+    /** Lets the n-th allocation from now fail (0: none), with `onward` all later ones, too. */
     static void fail_nth(unsigned n, bool onward = false);
-    static bool failed();          ///< an allocation has failed since fail_nth()
-    static unsigned allocations(); ///< allocations asked for since fail_nth()
-    static size_t live();          ///< blocks that are not released
-    /** An allocation has failed since this was asked last. Ask in a statement of its own: in one
-     *  with the operation, either may come first. */
+    static bool failed();          ///< whether an allocation has failed since fail_nth()
+    static unsigned allocations(); ///< number of allocations requested since fail_nth()
+    static size_t live();          ///< number of blocks that are not released
+    /** Returns whether an allocation has failed since the last call. Call it in a statement of its
+     *  own: in one statement with the operation, either may be evaluated first. */
     static bool just_failed();
 };
 
-/** Runs `scenario` with the first allocation failing, then the second, and so on until a run meets
- *  no failure; each once alone and once with all later ones failing too. A scenario asks after each
- *  operation whether it met a failure, expects what is documented for either case, and releases
- *  everything. */
+/** Runs `scenario` with the first allocation failing, then with the second, and so on until a run
+ *  meets no failure; for each, once with this allocation alone failing and once with all later ones
+ *  failing, too. After each operation a scenario asks whether an allocation failed in it, and
+ *  expects what is documented for that case. At its end it releases everything. */
 void fail_each_allocation(const std::function<void(Allocator &)> &scenario);
 
 } // namespace vektest
