@@ -90,9 +90,9 @@ VEK_API void vek_debug_finalize(void);
 VEK_API int vek_debug_set_config(const char *config_file, const char *search_path);
 
 /** Loads the configuration again and prints it as vek_debug_initialize() does. All earlier settings
- *  are forgotten, and so is the main file if a configuration file is set. Files that the settings
- *  name are opened again and thereby emptied, except those that several flags write to. Also works
- *  before the start, but the start discards what was loaded.
+ *  are forgotten, and so is the main file if a configuration file is set. A main file that is
+ *  named again, and each file that only one flag writes to, is opened again and thereby emptied.
+ *  Also works before the start, but the start discards what was loaded.
  *  If there is no text to read, the domains keep their flags and streams. The settings are
  *  forgotten even then: the next vek_debug_set_output_setting() applies only its own setting and
  *  switches all other flags off.

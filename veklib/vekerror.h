@@ -70,9 +70,8 @@ VEK_API void vek_error_destroy(VekError *err);
  *  Fails:   no memory -> the shared error of type VEK_ERROR_OUT_OF_MEMORY, with the message "Out of
  *           Memory"; the functions below accept it and never change it
  */
-VEK_API VEK_MUST_USE VEK_NEVER_NULL VEK_RELEASED_WITH(vek_error_destroy)
-    VEK_PRINTF(5, 6) VekError *vek_error_create(int type, const char *func, const char *file,
-                                                int line, const char *format, ...);
+VEK_API VEK_MUST_USE VEK_NEVER_NULL VEK_PRINTF(5, 6) VekError *vek_error_create(
+    int type, const char *func, const char *file, int line, const char *format, ...);
 
 /** vek_error_create() with the place of the call: VEK_ERROR_CREATE(type, format, ...). */
 #define VEK_ERROR_CREATE(type, ...)                                                                \

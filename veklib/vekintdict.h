@@ -34,7 +34,8 @@ VEK_API VEK_NEW VekDict *vek_int_dict_create(int init_count);
  *              datum, and the old datum is released
  *
  * Fails: no memory -> 0; null dictionary, or one with keys of another type -> 0, with a warning.
- * The dictionary is unchanged and the datum stays the caller's. */
+ * A stored key that was emptied from outside gives 0, as with _vek_dict_put_value(). The dictionary
+ * is unchanged and the datum stays the caller's. */
 
 /** Stores a VekStr, which may be null. On success the dictionary takes the caller's reference. */
 VEK_API int vek_int_dict_put_vekstr(VekDict *vekdict_ptr, int32_t key, VekStr *value);
@@ -47,7 +48,8 @@ VEK_API int vek_int_dict_put_double(VekDict *vekdict_ptr, int32_t key, double va
 /** Stores a pointer. The dictionary never releases what it points to. */
 VEK_API int vek_int_dict_put_persistent_pointer(VekDict *vekdict_ptr, int32_t key, void *value);
 /** Stores a value of any type. On success its record is taken and zero-filled. A null record gives
- *  0, with a warning that names _vek_dict_put_value; for an empty record see that function. */
+ *  0, with a warning that names _vek_dict_put_value; for an empty record see that function. The
+ *  record must not be one of the dictionary's own. */
 VEK_API int vek_int_dict_put_value(VekDict *vekdict_ptr, int32_t key, VekValue *value);
 
 /* ---- get: the datum of a key ----
@@ -58,7 +60,8 @@ VEK_API int vek_int_dict_put_value(VekDict *vekdict_ptr, int32_t key, VekValue *
  *
  * Fails: null dictionary, or one with keys of another type -> null or 0, with a warning; a datum of
  * another type than the function's -> null or 0, with a warning that names the vek_value_get_
- * function of the wanted type. */
+ * function of the wanted type. A stored key that was emptied from outside gives null or 0, as with
+ * _vek_dict_get_value(). */
 
 /** Returns the record of a datum of any type. */
 VEK_API VekValue *vek_int_dict_get_value(const VekDict *vekdict_ptr, int32_t key);

@@ -46,7 +46,8 @@ static inline const char *vek_name_dict_get_string_or(const VekDict *dict, VekNa
 /* ---- Nested dictionaries and lists ----
  *
  * They behave as the functions of veknamedict.h: a put that fails returns 0, and the datum stays
- * the caller's; what a get returns is borrowed. */
+ * the caller's; what a get returns is borrowed. Warnings about the dictionary name
+ * vek_name_dict_put_value or vek_name_dict_get_value. */
 
 /** Stores a dictionary, which may be null. On success `dict` takes the caller's reference. */
 static inline int vek_name_dict_put_dict(VekDict *dict, VekName *key, VekDict *value)
@@ -66,7 +67,8 @@ static inline VekDict *vek_name_dict_get_dict(const VekDict *dict, VekName *key)
 /** Stores a list.
  *  @param list_type  one of the four list types, VEK_VALUE_SLIST_OF_INT to VEK_VALUE_SLIST_OF_VALUE
  *  @param value      the list, which may be null; taken on success, as by
- *                    vek_value_take_slist_of_int(), _str(), _ptr() or _value()
+ *                    vek_value_take_slist_of_int(), _str(), _ptr() or _value(). It must not share
+ *                    nodes with the list that is stored under the key, which is released
  *  Fails:            as every put; a type that is no list type -> 0, with a warning
  */
 static inline int vek_name_dict_put_slist(VekDict *dict, VekName *key, VekValueType list_type,
@@ -80,7 +82,8 @@ static inline int vek_name_dict_put_slist(VekDict *dict, VekName *key, VekValueT
     return vek_name_dict_put_value(dict, key, &datum);
 }
 
-/** Returns a list datum, of any of the four types. */
+/** Returns a list datum, of any of the four types. To change the list, change it through the record
+ *  of vek_name_dict_get_value(), as vekvalue.h says. An empty record gives five warnings. */
 static inline VekSList *vek_name_dict_get_slist(const VekDict *dict, VekName *key)
 {
     const VekValue *const datum = vek_name_dict_get_value(dict, key);

@@ -35,7 +35,8 @@ VEK_API VEK_NEW VekDict *vek_str_dict_create(int init_count);
  *              datum, and the old datum is released
  *
  * Fails: no memory -> 0; null dictionary, or one with keys of another type -> 0, with a warning.
- * The dictionary is unchanged and the datum stays the caller's. */
+ * A stored key that was emptied from outside gives 0, as with _vek_dict_put_value(). The dictionary
+ * is unchanged and the datum stays the caller's. */
 
 /** Stores a VekStr, which may be null. On success the dictionary takes the caller's reference. */
 VEK_API int vek_str_dict_put_vekstr(VekDict *dict, const char *key, VekStr *value);
@@ -48,7 +49,8 @@ VEK_API int vek_str_dict_put_double(VekDict *dict, const char *key, double value
 /** Stores a pointer. The dictionary never releases what it points to. */
 VEK_API int vek_str_dict_put_persistent_pointer(VekDict *dict, const char *key, void *value);
 /** Stores a value of any type. On success its record is taken and zero-filled. A null record gives
- *  0, with a warning that names _vek_dict_put_value; for an empty record see that function. */
+ *  0, with a warning that names _vek_dict_put_value; for an empty record see that function. The
+ *  record must not be one of the dictionary's own. */
 VEK_API int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *value);
 
 /* ---- get: the datum of a key ----
@@ -59,7 +61,8 @@ VEK_API int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *val
  *
  * Fails: null dictionary, or one with keys of another type -> null or 0, with a warning; a datum of
  * another type than the function's -> null or 0, with a warning that names the vek_value_get_
- * function of the wanted type. */
+ * function of the wanted type. A stored key that was emptied from outside gives null or 0, as with
+ * _vek_dict_get_value(). */
 
 /** Returns the record of a datum of any type. */
 VEK_API VekValue *vek_str_dict_get_value(const VekDict *dict, const char *key);
