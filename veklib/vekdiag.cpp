@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* Warnings, fatal errors, back-traces.
  *
- * Nothing here allocates or locks, so that a report can be made from any thread, even when memory
- * has run out. The three settings are single words, read and written whole; nothing depends on the
+ * Nothing here allocates through the library or has a lock of its own, so that a report can be made
+ * from any thread, even when memory has run out. The three settings are single words, read and written whole; nothing depends on the
  * order in which threads see them change. Every fatal path ends in end_process(), which does not
  * return.
  */

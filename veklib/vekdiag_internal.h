@@ -5,6 +5,7 @@
 #ifndef VEKLIB_VEKDIAG_INTERNAL_H
 #define VEKLIB_VEKDIAG_INTERNAL_H
 
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekdiag.h"
 
 /* The function below has no symbol. If it had a stack frame, every fatal report would show a frame
@@ -50,6 +51,6 @@
  *  give the nearest limit, even if long is wider. errno stays unchanged.
  *  Fails: variable not set, or a program with more rights than its user -> `otherwise`
  */
-int vek_environment_number(const char *name, int otherwise);
+VEK_HIDDEN int vek_environment_number(const char *name, int otherwise);
 
 #endif

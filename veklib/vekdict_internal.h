@@ -19,7 +19,7 @@ struct VekDictPlace {
 };
 
 /** Warns of an empty stored key; the warning names `function`. */
-[[gnu::cold]] void vek_dict_report_empty_key(const VekValue *key, const char *function);
+[[gnu::cold]] VEK_HIDDEN void vek_dict_report_empty_key(const VekValue *key, const char *function);
 
 /** Finds the first item in use for whose key `matches` returns true; it must return false for an
  *  empty key. The search ends with the last segment, because a dictionary that is being cleared may

@@ -4,6 +4,7 @@
 #ifndef VEKLIB_VEKHASH_INTERNAL_H
 #define VEKLIB_VEKHASH_INTERNAL_H
 
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekhash.h"
 #include "veklib/vekstrfuncs_internal.h"
 
@@ -53,6 +54,6 @@ template <typename Equal>
 
 /** Links a new entry, whose key and value are set, into the table at `place`, where the search for
  *  its absent key ended. The table owns the entry from then on, and doubles if it is crowded. */
-void vek_hash_link(VekHash *hash, VekHashPlace place, VekHashEntry *entry);
+VEK_HIDDEN void vek_hash_link(VekHash *hash, VekHashPlace place, VekHashEntry *entry);
 
 #endif

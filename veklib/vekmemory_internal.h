@@ -5,6 +5,7 @@
 
 #include <stdio.h>
 
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekmemory.h"
 
 /* An entry point that passes on its return address as VEK_CALLER. If it were inlined into another
@@ -29,6 +30,6 @@ template <typename T>
 }
 
 /** fopen() for a file that is closed on exec: programs started by this one do not inherit it. */
-FILE *vek_open_file(const char *path, const char *mode);
+VEK_HIDDEN FILE *vek_open_file(const char *path, const char *mode);
 
 #endif

@@ -12,6 +12,9 @@
 
 #include "veklib/vekmemory.h"
 
+/* Hidden where they are declared, too: calls and addresses then need no linkage table. */
+#pragma GCC visibility push(hidden)
+
 namespace vekmemory {
 
 constexpr size_t unknown_size = SIZE_MAX;
@@ -33,9 +36,8 @@ inline void store(Slot &slot, Slot value)
 /* ---- vekmemory.cpp ---- */
 
 /** The table that the application installed; the default table until then. It is empty until the
- *  first use, and never holds a wrapper. Declared hidden, so that ARM needs no relocation for its
- *  address. */
-[[gnu::visibility("hidden")]] extern VekMemoryVtable installed;
+ *  first use, and never holds a wrapper. */
+extern VekMemoryVtable installed;
 
 /** Makes the first-use installation, or waits until the thread that makes it is done. */
 void complete_first_use();
@@ -66,5 +68,7 @@ size_t query_total_bytes();
 size_t query_free_bytes();
 
 } // namespace vekmemory
+
+#pragma GCC visibility pop
 
 #endif

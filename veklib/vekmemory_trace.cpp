@@ -205,8 +205,8 @@ FILE *vek_open_file(const char *path, const char *mode)
 
 /* ---- The switch ---- */
 
-/* An application may define both functions itself. They have no weak names, but the library calls
- * them through the dynamic symbol table. */
+/* An application may define both functions itself. They have no weak names, but the library's call
+ * goes through the dynamic symbol table. */
 
 void vek_memory_enable_trace()
 {

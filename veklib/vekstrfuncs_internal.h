@@ -7,11 +7,13 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekmacros.h"
 
 /** vek_strdup_vprintf() on behalf of the code at `return_address`: same result, same failures. */
 VEK_PRINTF(1, 0)
-char *vek_strdup_vprintf_with_return(const char *format, va_list args, void *return_address);
+VEK_HIDDEN char *vek_strdup_vprintf_with_return(const char *format, va_list args,
+                                                void *return_address);
 
 /** Returns whether two texts are equal, or both null. Most texts that differ do so in their first
  *  byte; comparing it needs no call. */
@@ -29,7 +31,7 @@ inline bool vek_is_same_text(const char *a, const char *b)
  *  Fails:   a shorter text, a value that cannot be converted, or no memory -> null
  */
 VEK_PRINTF(3, 0)
-char *vek_format_block(size_t header, int shortest, const char *format, va_list args,
-                       void *return_address);
+VEK_HIDDEN char *vek_format_block(size_t header, int shortest, const char *format, va_list args,
+                                  void *return_address);
 
 #endif

@@ -8,12 +8,12 @@
 #ifndef VEKLIB_VEKVALUE_INTERNAL_H
 #define VEKLIB_VEKVALUE_INTERNAL_H
 
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekvalue.h"
 
 /** The operations of each type, by its number. Declared as hidden, so that its address needs no
  *  look-up in the global offset table. */
-extern constinit __attribute__((visibility("hidden")))
-const VekValueVtable vek_value_types[VEK_VALUE_MAX];
+extern constinit VEK_HIDDEN const VekValueVtable vek_value_types[VEK_VALUE_MAX];
 
 /** Whether a type holds a number, which is copied and read as such; all other types hold a
  *  pointer. */
