@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* Warnings, fatal errors, back-traces.
  *
- * Nothing here allocates through the library or has a lock of its own, so that a report can be made
- * from any thread, even when memory has run out. The three settings are single words, read and written whole; nothing depends on the
- * order in which threads see them change. Every fatal path ends in end_process(), which does not
- * return.
+ * Nothing here allocates through the library or takes a lock of its own, so that a report can be
+ * made from any thread, even when memory has run out. The three settings are single words, read and
+ * written whole; nothing depends on the order in which threads see them change. Every fatal path
+ * ends in end_process(), which does not return.
  */
 #include "veklib/vekdiag.h"
 

@@ -2,8 +2,8 @@
 /* Memory queries: what the default table answers about the machine's memory.
  *
  * Each query opens, reads and closes "/proc/meminfo" and keeps nothing, so any thread may make one
- * at any time. errno stays unchanged. This source uses neither the tables nor the trace, and does not
- * allocate through the library.
+ * at any time. errno stays unchanged. This source uses neither the tables nor the trace, and does
+ * not allocate through the library.
  */
 #include "veklib/vekmemory_internal.h"
 #include "veklib/vekmemory_table_internal.h"
