@@ -164,7 +164,11 @@ void vek_value_init(VekValue *vekvalue, VekValueType type)
 
     vekvalue->vt = &vek_value_types[type];
     VEK_ASSERT(type == vekvalue->vt->type);
-    vekvalue->payload.real = 0.0; // clears all bytes of the payload: 0 or null in every type
+    if (type == VEK_VALUE_DOUBLE) {
+        vekvalue->payload.real = 0.0;
+    } else {
+        vekvalue->payload.pointer = nullptr;
+    }
 }
 
 void vek_value_release(VekValue *vekvalue)

@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* Values: conversions of a value of any type to a pointer, a number or a text.
  *
- * A conversion never changes the record. It reads the type with vek_value_type_of(), and once more
- * for a message or text that names it. An empty record gives a warning each time; the number of
- * these warnings is interface, as are the texts. A text that cannot be read as a number is reported
+ * A conversion never changes the record. It queries the type, and once more for a message or text
+ * that names it. An empty record gives a warning each time; the number of these warnings is
+ * interface, as are the texts. A text that cannot be read as a number is reported
  * on standard output, everything else as a warning. Each text for the caller is made by one call of
  * vekstrfuncs or vekstr, so only one allocation can fail. */
 #include "veklib/vekvalue.h"
@@ -14,7 +14,6 @@
 
 #include <cctype>
 #include <cerrno>
-#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -120,9 +119,9 @@ int32_t double_to_int(double number)
 /* ---- Values to texts ---- */
 
 /** Makes the text of a value: `copy` of the text that it holds, or what `print` formats. A null
- *  name gives `copy` of null. */
+ *  name gives `copy` of null. Force-inlined: the public function is charged with the text. */
 template <auto copy, auto print>
-auto text_of(const VekValue *value)
+[[gnu::always_inline]] inline auto text_of(const VekValue *value)
 {
     const char *text;
     switch (vek_value_type_of(value)) {

@@ -28,8 +28,9 @@ inline bool vek_value_is(const VekValue *record, VekValueType type)
     return record->vt == &vek_value_types[type];
 }
 
-/** The type of a record. Calls vek_value_get_type(), which warns, only if the record is empty. */
-inline VekValueType vek_value_type_of(const VekValue *record)
+/** The type of a record. Calls vek_value_get_type(), which warns, only if the record is empty.
+ *  Force-inlined: a frame without a name would stand in fatal reports. */
+[[gnu::always_inline]] inline VekValueType vek_value_type_of(const VekValue *record)
 {
     return record->vt != nullptr ? record->vt->type : vek_value_get_type(record);
 }
