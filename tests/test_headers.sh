@@ -26,6 +26,10 @@ END
 # check COMPILER LANGUAGE STANDARD
 check() {
     flags="-x $2 -std=$3 -I$source -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror"
+    case $2 in
+        c) flags="$flags -Wdeclaration-after-statement" ;;
+        c++) flags="$flags -Wold-style-cast -Wzero-as-null-pointer-constant" ;;
+    esac
     # shellcheck disable=SC2086 # the flags are words
     "$1" $flags -fsyntax-only "$folder"/sources/*.c || return
     # GCC warns of ignored results only in a full compilation, not with -fsyntax-only.

@@ -220,14 +220,19 @@ TEST(Hash, IntegersHashToThemselves)
 TEST(Hash, PointerHashMixesAllBits)
 {
     constexpr unsigned bits = sizeof(intptr_t) * 8;
-    for (unsigned shift = 0; shift < bits - 10; ++shift) { // 1,000 keys; ten bits differ
-        VekHash *const hash = vek_hash_new_full(vek_hash_pointer_hash_func, vek_hash_int_equal_func,
-                                                nullptr, nullptr);
-        for (intptr_t i = 0; i < 1000; ++i) { vek_hash_insert(hash, word(i << shift), nullptr); }
-        EXPECT_EQ(vek_hash_get_count(hash), 1000u);
-        EXPECT_LE(hash->table_size, 512u) << shift;
-        EXPECT_GE(hash->table_size, 128u) << shift;
-        vek_hash_destroy(hash);
+    for (unsigned shift = 0; shift < bits - 10; ++shift) { // 1,000 keys
+        for (const bool twice : {false, true}) {
+            VekHash *const hash = vek_hash_new_full(vek_hash_pointer_hash_func,
+                                                    vek_hash_int_equal_func, nullptr, nullptr);
+            for (intptr_t i = 0; i < 1000; ++i) {
+                const intptr_t high = twice ? i << (bits - 10) : 0;
+                vek_hash_insert(hash, word(i << shift | high), nullptr);
+            }
+            EXPECT_EQ(vek_hash_get_count(hash), 1000u);
+            EXPECT_LE(hash->table_size, 512u) << shift;
+            EXPECT_GE(hash->table_size, 128u) << shift;
+            vek_hash_destroy(hash);
+        }
     }
 }
 

@@ -8,7 +8,7 @@
 
 #include <veklib/vekdict.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /* ---- A datum, or a fallback: only for vek_str_dict_get_int_or() and similar functions ----
  *
@@ -54,6 +54,6 @@ static inline const char *_vek_dict_string_or(const VekValue *datum, const char 
     return _vek_dict_datum_is(datum, VEK_VALUE_VEKSTR) ? vek_str_to_c_str(text) : fallback;
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #endif

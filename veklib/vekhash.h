@@ -11,8 +11,8 @@
  *      const char *text = vek_hash_lookup(names, VEK_INT_TO_POINTER(7));
  *      vek_hash_destroy(names);
  *
- *  Tables with the library's own functions for integers or for strings are searched without calls
- *  through pointers.
+ *  vek_hash_lookup(), vek_hash_insert() and vek_hash_remove() search a table that has the library's
+ *  own functions for integers or for strings without calls through pointers.
  *
  *  Functions that can fail return 1 for success and 0 for failure; those of vekdebug.h return a
  *  status instead, where 0 is success.

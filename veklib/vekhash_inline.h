@@ -21,7 +21,7 @@
 #include <veklib/vekdiag.h>
 #include <veklib/vekhash.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /* ---- Keys ---- */
 
@@ -30,9 +30,11 @@ VEK_BEGIN_DECLS
  *  Pass it together with vek_hash_int_equal_func(). */
 static inline uint32_t vek_hash_pointer_hash_func(const void *key)
 {
+    /* A multiplication carries bits upwards only; the shifts bring them down again. */
     uint64_t bits = (uintptr_t)key;
-    bits ^= bits >> 32; /* without this, bits above bit 32 would not reach bit 32 of the product */
-    return (uint32_t)((bits * 0x9e3779b97f4a7c15u) >> 32);
+    bits = (bits ^ bits >> 32) * 0xd6e8feb86659fd93u;
+    bits = (bits ^ bits >> 32) * 0xd6e8feb86659fd93u;
+    return (uint32_t)(bits ^ bits >> 32);
 }
 
 /* ---- Read ---- */
@@ -81,8 +83,8 @@ static inline uint32_t vek_hash_get_count(const VekHash *hash)
  *  Fails: null `hash` -> the body is not entered, with a warning
  */
 #define VEK_HASH_FOREACH(entry, hash)                                                              \
-    for (VekHashWalk entry##_walk = vek_hash_walk_begin(hash);                                     \
-         ((entry) = vek_hash_walk_step(&entry##_walk)) != NULL;)
+    for (VekHashWalk entry##_walk = _vek_hash_walk_begin(hash);                                    \
+         ((entry) = _vek_hash_walk_step(&entry##_walk)) != NULL;)
 
 /* The rest of this group serves only VEK_HASH_FOREACH().
  *
@@ -107,7 +109,7 @@ typedef struct VekHashWalk {
     uint32_t entry_count; /* number of entries then */
 } VekHashWalk;
 
-static inline VekHashWalk vek_hash_walk_begin(const VekHash *hash)
+static inline VekHashWalk _vek_hash_walk_begin(const VekHash *hash)
 {
     VekHashWalk walk = {hash, NULL, NULL, NULL, NULL, 0, 0, 0, 0};
     if (hash == NULL) {
@@ -121,7 +123,7 @@ static inline VekHashWalk vek_hash_walk_begin(const VekHash *hash)
 }
 
 /* Returns the first entry of the slot in a chain, from `entry` on, or null. */
-static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashEntry *entry)
+static inline VekHashEntry *_vek_hash_walk_skip(const VekHashWalk *walk, VekHashEntry *entry)
 {
     const VekHash *hash = walk->hash;
     if (hash->table_size != walk->start_size) {
@@ -134,16 +136,16 @@ static inline VekHashEntry *vek_hash_walk_skip(const VekHashWalk *walk, VekHashE
 }
 
 /* Returns the head of the chain that now holds the slot's entries. */
-static inline VekHashEntry *vek_hash_walk_chain_head(const VekHashWalk *walk)
+static inline VekHashEntry *_vek_hash_walk_chain_head(const VekHashWalk *walk)
 {
     return walk->hash->table[walk->slot & (walk->hash->table_size - 1)];
 }
 
 /* After the table was halved, finds both ends of the entries to come. The walk is passed and
  * returned by value, so that a loop can keep it in registers. */
-static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
+static inline VEK_COLD VekHashWalk _vek_hash_walk_find_again(VekHashWalk walk)
 {
-    VekHashEntry *const first = vek_hash_walk_skip(&walk, vek_hash_walk_chain_head(&walk));
+    VekHashEntry *const first = _vek_hash_walk_skip(&walk, _vek_hash_walk_chain_head(&walk));
     const VekHashEntry *const mark = walk.last != NULL ? walk.last : walk.kept;
     VekHashEntry *met = NULL; /* the near end or the mark, whichever now comes first */
     VekHashEntry *end = NULL;
@@ -153,7 +155,7 @@ static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
     if (walk.next == NULL) {
         return walk;
     }
-    for (entry = first; entry != NULL; entry = vek_hash_walk_skip(&walk, entry->next)) {
+    for (entry = first; entry != NULL; entry = _vek_hash_walk_skip(&walk, entry->next)) {
         if (met == NULL && (entry == walk.next || entry == mark)) {
             met = entry;
         }
@@ -175,7 +177,7 @@ static inline VEK_COLD VekHashWalk vek_hash_walk_find_again(VekHashWalk walk)
 }
 
 /* Goes on to the next entry and returns it; null after the last one. */
-static inline VekHashEntry *vek_hash_walk_step(VekHashWalk *walk)
+static inline VekHashEntry *_vek_hash_walk_step(VekHashWalk *walk)
 {
     const VekHash *const hash = walk->hash;
     if (walk->current != NULL && hash->entry_count == walk->entry_count) {
@@ -183,7 +185,7 @@ static inline VekHashEntry *vek_hash_walk_step(VekHashWalk *walk)
     } else if (walk->current != NULL) {
         walk->entry_count = hash->entry_count;
         if (hash->table_size != walk->table_size) {
-            *walk = vek_hash_walk_find_again(*walk);
+            *walk = _vek_hash_walk_find_again(*walk);
         }
     }
     while (walk->next == NULL) {
@@ -192,18 +194,20 @@ static inline VekHashEntry *vek_hash_walk_step(VekHashWalk *walk)
         }
         ++walk->slot;
         walk->kept = walk->last = NULL;
-        walk->next = vek_hash_walk_skip(walk, vek_hash_walk_chain_head(walk));
+        walk->next = _vek_hash_walk_skip(walk, _vek_hash_walk_chain_head(walk));
     }
     walk->current = walk->next;
-    walk->next = walk->current != walk->last ? vek_hash_walk_skip(walk, walk->current->next) : NULL;
+    walk->next =
+        walk->current != walk->last ? _vek_hash_walk_skip(walk, walk->current->next) : NULL;
     return walk->current;
 }
 
 /* ---- Remove many ---- */
 
 /** Removes the entries for which a function returns nonzero, and releases their keys and values
- *  with the destroy functions. The table halves as it empties. Traces charge the library, as for
- *  vek_hash_remove().
+ *  with the destroy functions. The table halves as it empties, with a warning each time if there
+ *  is no memory for fewer slots. Each removal searches its chain again. Traces charge the library,
+ *  as for vek_hash_remove().
  *  @param hash       the table
  *  @param func       the function; must neither insert nor remove
  *  @param user_data  passed to the function; may be null; borrowed
@@ -228,20 +232,26 @@ static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc
 }
 
 /** Removes all entries and releases their keys and values with the destroy functions. The table can
- *  be used again; it has 8 slots, or more if there was no memory to halve it. Traces charge the
- *  library, as for vek_hash_remove().
+ *  be used again. It halves as it empties, with a warning each time if there is no memory for fewer
+ *  slots. Traces charge the library, as for vek_hash_remove().
  *  Fails: null `hash` -> nothing done, with a warning
  */
 static inline void vek_hash_clear(VekHash *hash)
 {
-    VekHashEntry *entry;
+    uint32_t slot = 0;
     VEK_RETURN_IF_FAIL(hash != NULL);
 
-    VEK_HASH_FOREACH(entry, hash) {
-        vek_hash_remove(hash, entry->key);
+    while (slot < hash->table_size) {
+        const uint32_t size = hash->table_size;
+        const VekHashEntry *const first = hash->table[slot];
+        if (first == NULL || !vek_hash_remove(hash, first->key)) {
+            ++slot;
+        } else if (hash->table_size != size) {
+            slot = 0; /* halved: entries are in other slots now */
+        }
     }
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #endif

@@ -13,7 +13,7 @@
 
 #include <veklib/vekintdict.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /* ---- get_or: the datum of a key, or a fallback ----
  *
@@ -90,6 +90,6 @@ static inline VekSList *vek_int_dict_get_slist(const VekDict *dict, int32_t key)
     return datum != NULL ? vek_value_get_slist(datum) : NULL;
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #endif

@@ -26,6 +26,20 @@
 #define VEK_END_DECLS
 #endif
 
+/* Around inline functions: C linkage, and none of the warnings about what C and C++ share, which
+ * applications may have on. */
+#ifdef __cplusplus
+#define VEK_BEGIN_INLINE                                                                           \
+    _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wold-style-cast\"")          \
+        _Pragma("GCC diagnostic ignored \"-Wzero-as-null-pointer-constant\"") VEK_BEGIN_DECLS
+#define VEK_END_INLINE VEK_END_DECLS _Pragma("GCC diagnostic pop")
+#else
+#define VEK_BEGIN_INLINE                                                                           \
+    _Pragma("GCC diagnostic push")                                                                 \
+        _Pragma("GCC diagnostic ignored \"-Wdeclaration-after-statement\"")
+#define VEK_END_INLINE _Pragma("GCC diagnostic pop")
+#endif
+
 /** An exported function. */
 #define VEK_API __attribute__((__visibility__("default")))
 
@@ -71,10 +85,15 @@
 #define VEK_INT_ENUM
 #endif
 
-/** Converts a 32-bit integer to a pointer, which lists, stacks and hash tables can hold. */
+/** VEK_INT_TO_POINTER(): a 32-bit integer as the pointer that lists, stacks and hash tables hold.
+ *  VEK_POINTER_TO_INT(): the integer in such a pointer. */
+#ifdef __cplusplus
+#define VEK_INT_TO_POINTER(integer)                                                                \
+    reinterpret_cast<void *>(static_cast<intptr_t>(static_cast<int32_t>(integer)))
+#define VEK_POINTER_TO_INT(pointer) static_cast<int32_t>(reinterpret_cast<intptr_t>(pointer))
+#else
 #define VEK_INT_TO_POINTER(integer) ((void *)(intptr_t)(int32_t)(integer))
-
-/** Converts a pointer from VEK_INT_TO_POINTER() back to the integer. */
 #define VEK_POINTER_TO_INT(pointer) ((int32_t)(intptr_t)(pointer))
+#endif
 
 #endif

@@ -98,7 +98,8 @@ VEK_API VekSList *vek_slist_next(const VekSList *slist);
 VEK_API VekSList *vek_slist_find(VekSList *slist, const void *data);
 
 /** Returns 1 when two lists have equal elements in the same order, else 0.
- *  @param a, b   the lists, borrowed; null is the empty list
+ *  @param a      a list, borrowed; null is the empty list
+ *  @param b      another list, borrowed; null is the empty list
  *  @param equal  compares an element of `a` with one of `b` when they are different pointers; may
  *                be null: different pointers are then never equal
  */

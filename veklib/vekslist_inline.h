@@ -16,7 +16,7 @@
 #include <veklib/vekdiag.h>
 #include <veklib/vekslist.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /* ---- Walk ---- */
 
@@ -136,7 +136,8 @@ VEK_MUST_USE static inline VekSList *vek_slist_remove(VekSList *slist, const voi
 }
 
 /** Joins two lists; walks the whole first one.
- *  @param a, b  the lists, taken; they must not share a node
+ *  @param a  a list, taken
+ *  @param b  another list, taken, which shares no node with `a`
  *  @return  the first node of `a`, or of `b` when `a` is empty
  */
 VEK_MUST_USE static inline VekSList *vek_slist_concat(VekSList *a, VekSList *b)
@@ -212,6 +213,6 @@ VEK_MUST_USE static inline VekSList *vek_slist_sort(VekSList *slist, VekCompareF
     return sorted;
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #endif

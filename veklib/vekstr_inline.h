@@ -22,7 +22,7 @@
 #include <veklib/vekmacros.h>
 #include <veklib/vekstr.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /* Returns where a string's text can be written. Hides from compilers that VekStr declares only one
  * character of it: where more are written they would warn, or make the program stop. */
@@ -95,6 +95,9 @@ static inline VEK_PRINTF(2, 0) int vek_str_append_vprintf(VekStr **vekstr, const
     VEK_RETURN_VAL_IF_FAIL(vekstr != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(format != NULL, 0);
 
+    if (*vekstr == NULL) {
+        return vek_str_append_c_str(vekstr, ""); /* warns */
+    }
     VekStr *const added = vek_str_create_vprintf(format, args);
     const int done = added != NULL && vek_str_append_vek_str(vekstr, added);
     vek_str_unref(added);
@@ -119,7 +122,7 @@ static inline VEK_PRINTF(2, 3) int vek_str_append_printf(VekStr **vekstr, const 
     return done;
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #include <veklib/vekstrbuilder.h>
 

@@ -39,7 +39,7 @@
 #include <veklib/vekstr.h>
 #include <veklib/vekstrfuncs.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /** A builder; empty when it is zero-initialised. */
 typedef struct VekStrBuilder {
@@ -73,7 +73,11 @@ static inline int _vek_str_builder_grow(VekStrBuilder *builder, size_t size)
     size_t grown = builder->str != NULL ? 2 * builder->size : 64 - header;
     grown = grown < largest ? grown : largest;
     grown = grown > size ? grown : size;
-    VekStr *const str = (VekStr *)vek_realloc(builder->str, header + grown);
+    VekStr *str = (VekStr *)vek_realloc(builder->str, header + grown);
+    if (str == NULL && grown > size) {
+        grown = size; /* there may be memory for what is needed now */
+        str = (VekStr *)vek_realloc(builder->str, header + grown);
+    }
     if (str == NULL) {
         return _vek_str_builder_fail(builder);
     }
@@ -171,7 +175,7 @@ static inline int vek_str_builder_append_char(VekStrBuilder *builder, char c)
 {
     VEK_RETURN_VAL_IF_FAIL(builder != NULL, 0);
 
-    if (!_vek_str_builder_make_room(builder, 1)) {
+    if (!_vek_str_builder_make_room(builder, c != '\0')) {
         return 0;
     }
     char *const text = _vek_str_text(builder->str);
@@ -318,6 +322,6 @@ static inline VEK_MUST_USE VekStr *vek_str_builder_steal_vekstr(VekStrBuilder *b
     return (VekStr *)_vek_str_builder_detach(builder, offsetof(VekStr, text) + builder->length + 1);
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #endif

@@ -9,7 +9,7 @@
 #include <veklib/vekdiag.h>
 #include <veklib/vekvalue.h>
 
-VEK_BEGIN_DECLS
+VEK_BEGIN_INLINE
 
 /** Takes a list of any of the four list types, for callers that have the type as a number. It does
  *  the work of vek_value_take_slist_of_int(), _str(), _ptr() or _value().
@@ -28,6 +28,6 @@ static inline void vek_value_take_slist(VekValue *vekvalue, VekValueType type, V
     vekvalue->payload.slist = value;
 }
 
-VEK_END_DECLS
+VEK_END_INLINE
 
 #endif
