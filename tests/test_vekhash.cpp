@@ -225,8 +225,8 @@ TEST(Hash, PointerHashMixesAllBits)
             VekHash *const hash = vek_hash_new_full(vek_hash_pointer_hash_func,
                                                     vek_hash_int_equal_func, nullptr, nullptr);
             for (intptr_t i = 0; i < 1000; ++i) {
-                const intptr_t high = twice ? i << (bits - 10) : 0;
-                vek_hash_insert(hash, word(i << shift | high), nullptr);
+                const intptr_t upper = twice ? i << bits / 2 : 0;
+                vek_hash_insert(hash, word((i << shift) + upper), nullptr);
             }
             EXPECT_EQ(vek_hash_get_count(hash), 1000u);
             EXPECT_LE(hash->table_size, 512u) << shift;
