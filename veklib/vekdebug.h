@@ -108,11 +108,11 @@ VEK_API int vek_debug_reload_config(void);
  *  A file that only one flag writes to is thereby opened again and emptied.
  *  @param name   the flags' name; copied
  *  @param value  "0", "1", "-" or a file name; copied
- *  @return  0. Also if a file cannot be opened (with a warning) or there is no memory for a
+ *  @return  0, even if a file cannot be opened (with a warning) or there is no memory for a
  *           stream's name: the flags after it in that domain then keep their state and stream. A
- *           file whose name another flag or the main file has already is not tried again, and gives
- *           no warning. Also if there is no memory for this setting: the old one stays. Before the
- *           start nothing is done
+ *           file whose name another flag or the main file already has is not tried again, and gives
+ *           no warning. The result is also 0 if there is no memory for this setting: the old one
+ *           stays. Before the start nothing is done
  *  Fails:   no memory to create the settings -> 2; null name or value -> 1, with a warning
  */
 VEK_API int vek_debug_set_output_setting(const char *name, const char *value);
@@ -137,9 +137,9 @@ VEK_API void vek_debug_set_autoflush(bool on);
  *  @param flag_names  names of the flags, ended by null; array and names are borrowed until
  *                     vek_debug_finalize(). Flags after the 32nd have no bit and no file of their
  *                     own
- *  @return  0. Also if a file cannot be opened (with a warning) or there is no memory for a
+ *  @return  0, even if a file cannot be opened (with a warning) or there is no memory for a
  *           stream's name: the flags after it then get no stream. A file whose name another flag or
- *           the main file has already is not tried again, and gives no warning. Before the start
+ *           the main file already has is not tried again, and gives no warning. Before the start
  *           nothing is done
  *  Fails:   no memory -> 2; null name or names -> 1, with a warning
  */
@@ -152,14 +152,14 @@ VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names
  */
 VEK_API VekDebugDomain *vek_debug_get_domain(const char *name);
 
-/** Enables flags, until the settings are applied again and decide. Bits beyond the domain's flags
- *  print nothing.
+/** Enables flags. When the settings are next applied, they decide again. Bits beyond the domain's
+ *  flags print nothing.
  *  @param domain  the domain; null does nothing
  *  @param mask    the flags' bits
  */
 VEK_API void vek_debug_enable(VekDebugDomain *domain, uint32_t mask);
 
-/** Disables flags, until the settings are applied again and decide.
+/** Disables flags. When the settings are next applied, they decide again.
  *  @param domain  the domain; null does nothing
  *  @param mask    the flags' bits
  */
@@ -184,10 +184,10 @@ VEK_API void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintF
  *  1023 characters. The message is dropped if its flag is not enabled, or if there is neither a
  *  print function nor an open stream for it. Before the start and after the stop every message is
  *  dropped.
- *  @param domain  the domain; null prints for any flag: to the print function for all domains, else
- *                 to the main file, else to standard output
+ *  @param domain  the domain; null prints whatever the flag: to the print function for all domains,
+ *                 else to the main file, else to standard output
  *  @param flag    the flag's bit. If there are several bits, one must be enabled, and the stream of
- *                 the highest is used
+ *                 the highest is used, even if that one is not enabled
  *  @param format  printf format; borrowed
  */
 VEK_API VEK_PRINTF(3, 4) void vek_debug_print(const VekDebugDomain *domain, uint32_t flag,

@@ -14,8 +14,9 @@
  *
  *  Nested dictionaries are released by recursion: a stack of 64 KB was enough for some 600 levels,
  *  and one of 8 MB for 80,000 (x86-64, optimised; for lists see vekvalue.h). An application that
- *  builds dictionaries from data of others must limit their depth. It must also limit their size,
- *  because storing a new key searches all items. A dictionary that holds itself is never released.
+ *  builds dictionaries from data that comes from outside must limit their depth. It must also limit
+ *  their size, because storing a new key searches all items. A dictionary that holds itself is
+ *  never released.
  *
  *  Threads: a dictionary is used by one thread at a time, through whichever reference.
  */
@@ -61,7 +62,7 @@ struct VekDict {
 /* ---- Create and release ----
  *
  * A dictionary may be used after vek_dict_destroy() as long as there are other references. So no
- * function here has the attribute VEK_RELEASED_WITH(): GCC would warn of correct programs. */
+ * function here has the attribute VEK_RELEASED_WITH(): GCC would warn about correct programs. */
 
 /** Makes an empty dictionary.
  *  @param init_count    number of items to expect, above 0; the first segment has that many slots

@@ -91,7 +91,7 @@ VEK_API VEK_MUST_USE VEK_NEVER_NULL VEK_PRINTF(5, 6) VekError *vek_error_create(
 VEK_API VEK_NEVER_NULL VEK_PRINTF(2, 3) VekError *vek_error_append_msg(VekError *err,
                                                                        const char *format, ...);
 
-/** Adds a place; an error that has 30 places already stays unchanged.
+/** Adds a place; an error that already has 30 places stays unchanged.
  *  @param err   the error; null ends the process through the platform's assertion facility
  *  @param func  function; borrowed for the error's life; null: "--unknown--"
  *  @param file  source file; borrowed for the error's life; null: "--unknown--"

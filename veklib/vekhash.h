@@ -11,8 +11,8 @@
  *      const char *text = vek_hash_lookup(names, VEK_INT_TO_POINTER(7));
  *      vek_hash_destroy(names);
  *
- *  vek_hash_lookup(), vek_hash_insert() and vek_hash_remove() search a table that has the library's
- *  own functions for integers or for strings without calls through pointers.
+ *  If a table has the library's own functions for integers or for strings, vek_hash_lookup(),
+ *  vek_hash_insert() and vek_hash_remove() search it without calls through pointers.
  *
  *  Functions that can fail return 1 for success and 0 for failure; those of vekdebug.h return a
  *  status instead, where 0 is success.
@@ -110,9 +110,10 @@ VekHash *vek_hash_new(void);
  *                Taken on success if the table owns its keys, else borrowed while it is stored
  *  @param value  the value; may be null. Taken on success if the table owns its values, else
  *                borrowed while it is stored
- *  @return  1, even if the table should double and there is no memory for the slots. It then works
- *           on with longer chains and warns, now and at every further insertion that should double
- *           it. Where warnings are fatal, this one ends the process although the entry is stored
+ *  @return  1, even if the table should double and there is no memory for the slots. It then
+ *           carries on with longer chains and warns, now and at every further insertion that
+ *           should double it. Where warnings are fatal, this one ends the process although the
+ *           entry is stored
  *  Fails:   no memory for the entry -> 0; null `hash` or a table without slots -> 0, with a
  *           warning. The table is unchanged; key and value stay the caller's
  */

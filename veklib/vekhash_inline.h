@@ -205,8 +205,8 @@ static inline VekHashEntry *_vek_hash_walk_step(VekHashWalk *walk)
 /* ---- Remove many ---- */
 
 /** Removes the entries for which a function returns nonzero, and releases their keys and values
- *  with the destroy functions. The table halves as it empties, with a warning each time if there
- *  is no memory for fewer slots. Each removal searches its chain again. Traces charge the library,
+ *  with the destroy functions. The table halves as it empties, with a warning each time there is no
+ *  memory for the new slots. Each removal searches its chain again. Traces charge the library,
  *  as for vek_hash_remove().
  *  @param hash       the table
  *  @param func       the function; must neither insert nor remove
@@ -232,7 +232,7 @@ static inline uint32_t vek_hash_foreach_remove(VekHash *hash, VekHashForeachFunc
 }
 
 /** Removes all entries and releases their keys and values with the destroy functions. The table can
- *  be used again. It halves as it empties, with a warning each time if there is no memory for fewer
+ *  be used again. It halves as it empties, with a warning each time there is no memory for the new
  *  slots. Traces charge the library, as for vek_hash_remove().
  *  Fails: null `hash` -> nothing done, with a warning
  */

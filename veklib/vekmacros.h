@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekmacros.h
- *  The macros that every public header of veklib uses: C linkage, export, and the attributes with
+ *  The macros that the public headers of veklib use: C linkage, export, and the attributes with
  *  which GCC and Clang check code that calls the library. Also the version of the library, and
  *  macros that store an integer in a pointer.
  */
@@ -26,8 +26,8 @@
 #define VEK_END_DECLS
 #endif
 
-/* Around inline functions: C linkage, and none of the warnings about what C and C++ share, which
- * applications may have on. */
+/* Around inline functions: C linkage, and none of the warnings that applications may have switched
+ * on about code that must be both C and C++. */
 #ifdef __cplusplus
 #define VEK_BEGIN_INLINE                                                                           \
     _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wold-style-cast\"")          \

@@ -39,7 +39,7 @@
  *  needs before it starts threads.
  *
  *  Environment: if VEK_MALLOC_TRACE is a decimal number other than 0, tracing is switched on
- *  whenever a table is installed, also at the first use and also after tracing was switched off.
+ *  whenever a table is installed (the first use installs one), even if it was switched off before.
  *  VEK_MALLOC_TRACE_FILE names a file to which trace lines go instead of the standard error stream.
  *  It is read once, when the first line is written. The file is emptied, receives each line as soon
  *  as the line is complete, stays open, and is closed on exec. If it cannot be opened, one message

@@ -187,8 +187,8 @@ static inline VekSList *_vek_slist_merge(VekSList *a, VekSList *b, VekCompareFun
  */
 VEK_MUST_USE static inline VekSList *vek_slist_sort(VekSList *slist, VekCompareFunc compare)
 {
-    /* For i below `used`, runs[i] is null or a sorted run of 2^i nodes, as the binary digits of the
-     * number of nodes so far. Two runs of the same length are merged into one of twice the length.
+    /* For i below `used`, runs[i] is null or a sorted run of 2^i nodes, as bit i of the number of
+     * nodes so far is 0 or 1. Two runs of the same length are merged into one of twice the length.
      * A longer run holds earlier nodes. */
     VekSList *runs[8 * sizeof(void *)];
     size_t used = 0;

@@ -36,7 +36,7 @@ typedef struct VekStr {
 
 /* ---- Create ---- */
 
-/** Makes a string of the first characters of a text.
+/** Makes a string from the first characters of a text.
  *  @param cstr  the text, read up to `len` characters or its NUL; may be null if `len` is 0; copied
  *  @param len   number of characters; the string has space for that many even if the text is
  *               shorter (NULs fill the rest)
@@ -46,7 +46,7 @@ typedef struct VekStr {
  */
 VEK_API VEK_NEW VekStr *vek_str_ncreate(const char *cstr, int len);
 
-/** Makes a string of a whole text.
+/** Makes a string from a whole text.
  *  @param cstr  the text, of at most INT_MAX characters; copied
  *  @return  the string, with one reference for the caller; release it with vek_str_unref()
  *  Fails:   null `cstr`, a longer text or no memory -> null, without a warning
@@ -126,8 +126,8 @@ VEK_API int vek_str_eq(const VekStr *s1, const VekStr *s2);
  */
 VEK_API int vek_str_eq_c_str(const VekStr *s1, const char *s2);
 
-/** Returns 1 when the text of `s1` and `s2` are equal in their first `n` characters, else 0 ("neq"
- *  means "n equal", not "not equal"). `s2` may be null if `n` is 0.
+/** Returns 1 when the text of `s1` equals `s2` in the first `n` characters, else 0 ("neq" means "n
+ *  equal", not "not equal"). `s2` may be null if `n` is 0.
  *  Fails: null `s1`, or null `s2` with characters to compare -> 0, with a warning
  */
 VEK_API int vek_str_neq_c_str(const VekStr *s1, const char *s2, size_t n);

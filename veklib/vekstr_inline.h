@@ -82,7 +82,7 @@ static inline int vek_str_append_n(VekStr **vekstr, const char *text, size_t n)
     if (longer == NULL) {
         return 0;
     }
-    memcpy(_vek_str_text(longer) + length, text, added); /* a NUL is already behind it */
+    memcpy(_vek_str_text(longer) + length, text, added); /* a NUL already follows it */
     vek_str_unref(*vekstr);
     *vekstr = longer;
     return 1;

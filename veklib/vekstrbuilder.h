@@ -57,7 +57,7 @@ typedef struct VekStrBuilder {
 
 /* ---- Helpers ---- */
 
-/* Remembers a failure. Returns 0, for the append that fails to return. */
+/* Remembers a failure. Returns 0, which is also what the append that failed returns. */
 static inline int _vek_str_builder_fail(VekStrBuilder *builder)
 {
     builder->failed = 1;

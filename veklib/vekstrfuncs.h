@@ -69,7 +69,7 @@ VEK_API VEK_NEW_BLOCK VEK_PRINTF(1, 0) char *vek_strdup_vprintf(const char *form
  *  @param dest     the buffer; may be null if `destlen` is 0
  *  @param src      the string; borrowed
  *  @param destlen  size of the buffer in bytes; 0 writes nothing
- *  @return  the length of `src`; if that is `destlen` or more, the copy was cut
+ *  @return  the length of `src`; if that is `destlen` or more, the copy was cut short
  *  Fails:   null `src`, or null `dest` while `destlen` is not 0 -> 0, with a warning
  */
 VEK_API size_t vek_strlcpy(char *dest, const char *src, size_t destlen);

@@ -29,7 +29,7 @@
  *  Lists of values may hold lists in turn; they are released, copied and compared by recursion. A
  *  stack of 64 KB was enough to release or compare some 700 levels and to copy 450, and one of 8 MB
  *  for 100,000 and 65,000 (x86-64, optimised; for dictionaries see vekdict.h). An application that
- *  builds such lists from data of others must limit their depth.
+ *  builds such lists from data that comes from outside must limit their depth.
  *
  *  Threads: a value, and what it refers to, is used by one thread at a time.
  */
@@ -100,7 +100,7 @@ typedef struct VekValue {
 
 /* ---- Any type ---- */
 
-/** Makes a record a value of a type, which holds 0 or null.
+/** Turns a record into a value of a type. The value holds 0 or null.
  *  @param vekvalue  the record; what it held is not released
  *  @param type      the type
  *  Fails: null record, or a number that is no type -> nothing written, with a warning
@@ -123,15 +123,15 @@ VEK_API void vek_value_destroy(VekValue *value);
  */
 VEK_API VekValueType vek_value_get_type(const VekValue *value);
 
-/** Copies a value. Strings are copied; of a VekStr or a dictionary the copy holds a new reference.
+/** Copies a value. Strings are copied; for a VekStr or a dictionary the copy holds a new reference.
  *  Lists get new nodes, and their elements are copied by the same rules (records on the heap with
  *  vek_value_dup()).
  *  @param dest  the record that becomes the copy; what it held is not released
  *  @param src   the value; borrowed
  *  @return  1 on success
  *  Fails:   no memory, a VekStr or dictionary that refuses a reference, or an element of a list
- *           that cannot be copied -> 0, and `dest` is a value of the type that holds null; null
- *           record or empty source -> 0, with a warning, and nothing is written
+ *           that cannot be copied -> 0, and `dest` is a value of the same type, which holds null;
+ *           null record or empty source -> 0, with a warning, and nothing is written
  */
 VEK_API int vek_value_copy(VekValue *dest, const VekValue *src);
 
@@ -154,7 +154,8 @@ VEK_API int vek_value_equal(const VekValue *val1, const VekValue *val2);
  *
  * Arguments stay the caller's; a null one gives a value that holds null.
  * Fails: null record -> nothing written, with a warning; an argument that cannot be copied or
- *        refuses a reference (see vek_value_copy()) -> a value of the type that holds null. */
+ *        refuses a reference (see vek_value_copy()) -> a value of the function's type, which
+ *        holds null. */
 
 /** Stores an integer. */
 VEK_API void vek_value_set_int(VekValue *vekvalue, int32_t value);
@@ -266,8 +267,8 @@ VEK_API void *vek_value_steal_pointer(VekValue *value);
  */
 VEK_API void *vek_value_get_as_pointer(const VekValue *vekvalue);
 
-/** Returns a value as an integer. Doubles are cut towards zero. Texts are read as decimal, or as
- *  hexadecimal (prefix 0x) or octal (prefix 0). A number that exceeds 32 bits gives the nearest
+/** Returns a value as an integer. Doubles are rounded towards zero. Texts are read as decimal, or
+ *  as hexadecimal (prefix 0x) or octal (prefix 0). A number that exceeds 32 bits gives the nearest
  *  limit; a NaN or a null text gives 0.
  *  Fails: pointer, name, list or dictionary -> 0, with a warning
  */
@@ -285,7 +286,7 @@ VEK_API double vek_value_get_as_double(const VekValue *value);
  *  @param value  the value; borrowed
  *  @return  the text; release it with vek_free()
  *  Fails:   no memory -> null; a null name -> null, with warnings; an empty record -> "[unknown
- *           VekValueType]" and what its payload holds, with warnings
+ *           VekValueType]" and, as an address, what its payload holds, with warnings
  */
 VEK_API VEK_NEW char *vek_value_get_as_string(const VekValue *value);
 
