@@ -109,7 +109,7 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 
 /* ---- Search ---- */
 
-/** Searches for a key. A warning of an empty stored key names `function`. */
+/** Searches for a key. A warning about an empty stored key names `function`. */
 VekDictPlace find_item(const VekDict *dict, const VekValue *key, const char *function)
 {
     switch (key->vt->type) {

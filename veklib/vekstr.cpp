@@ -52,7 +52,7 @@ int replace(VekStr **variable, const char *head, size_t head_length, const char 
 
 int append(VekStr **variable, const char *text, void *return_address)
 {
-    const size_t length = vek_strlen(*variable); // warns of a null string
+    const size_t length = vek_strlen(*variable); // warns about a null string
     return *variable != nullptr
                ? replace(variable, (*variable)->text, length, text, strlen(text), return_address)
                : 0;
@@ -60,7 +60,7 @@ int append(VekStr **variable, const char *text, void *return_address)
 
 int prepend(VekStr **variable, const char *text, size_t text_length, void *return_address)
 {
-    const size_t length = vek_strlen(*variable); // warns of a null string
+    const size_t length = vek_strlen(*variable); // warns about a null string
     return *variable != nullptr
                ? replace(variable, text, text_length, (*variable)->text, length, return_address)
                : 0;

@@ -73,7 +73,7 @@ static inline int vek_str_append_n(VekStr **vekstr, const char *text, size_t n)
     if (n == 0) {
         return vek_str_append_c_str(vekstr, "");
     }
-    const size_t length = vek_strlen(*vekstr); /* warns of a null string */
+    const size_t length = vek_strlen(*vekstr); /* warns about a null string */
     const size_t added = _vek_text_length(text, n);
     if (*vekstr == NULL || added > INT_MAX - length) {
         return 0;

@@ -57,7 +57,7 @@ struct TypedDict {
     /** Does the work of _vek_dict_get_value(), but needs no record for the key. */
     static VekValue *get_value(const VekDict *dict, Key key)
     {
-        // This name is interface: the warning of an empty stored key prints it.
+        // This name is interface: the warning about an empty stored key prints it.
         VekDictItem *const item =
             vek_dict_search(dict, "_vek_dict_get_value", Keys::match(key)).item;
         return item != nullptr ? &item->data : nullptr;
