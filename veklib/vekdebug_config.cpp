@@ -1,11 +1,12 @@
 /* SPDX-License-Identifier: MIT */
-/* The configuration of debug output. An entry of the file or of the environment sets the main file,
- * autoflush or a setting. The settings are those that the last load read and those that were set
- * since; the dictionary is null until there is a load or a setting. All settings are applied
- * together, to one domain or to all. Only this source changes the settings and the stored names;
- * apart from vek_debug_enable() and vek_debug_disable(), only this source changes which flags are
- * enabled. It never writes to a record.
- */
+/* Debug output: the configuration.
+ *
+ * An entry of the file or of the environment sets the main file, autoflush or a setting. The
+ * settings are those that the last load read and those that were set since; the dictionary is null
+ * if there are none. All settings are applied together, to one domain or to all. Only this source
+ * changes the settings and the stored names; apart from vek_debug_enable() and vek_debug_disable(),
+ * only this source changes which flags are enabled. It never changes a record. A reload keeps
+ * autoflush unless an entry names it. */
 #include "veklib/vekdebug_internal.h"
 
 #include "veklib/vekdiag_internal.h"

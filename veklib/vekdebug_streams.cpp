@@ -1,9 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-/* The streams of debug output. The main file is a record, and every flag of every domain has one. A
- * record that holds a FILE has a name. Records of one name never hold two different FILEs; a record
- * whose file could not be opened holds none. FILEs have no reference count: a record that gives up
- * its FILE closes it if no other record holds it. Standard output is never closed. Only this source
- * opens and closes output files and writes to records. It knows no settings.
+/* Debug output: its streams.
+ *
+ * The main file is a record, and every flag of every domain has one. A record that holds a FILE has
+ * a name, and search_all() finds it: a FILE has no reference count, and a record that gives up its
+ * FILE closes it if no other record holds it. Records of one name never hold two different FILEs; a
+ * record whose file could not be opened holds none. Standard output is never closed. Only this
+ * source opens and closes output files and changes records. It knows settings only as the name "-".
  */
 #include "veklib/vekdebug_internal.h"
 

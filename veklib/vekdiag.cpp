@@ -27,8 +27,8 @@ namespace {
 constexpr int max_backtrace_depth = 100;
 
 /* vek_dump_backtrace() leaves out its caller's frame and the two outermost ones. */
-constexpr int frames_skipped_first = 1;
-constexpr int frames_left_out = 3;
+constexpr int frames_omitted_first = 1;
+constexpr int frames_omitted = 3;
 
 constexpr size_t error_message_size = 255;
 
@@ -159,8 +159,8 @@ void vek_warn_failed_assertion(const char *file, int line, const char *function,
 
 void vek_dump_backtrace(int fd)
 {
-    const int wanted = get_backtrace_depth() + frames_left_out;
-    void *frames[max_backtrace_depth + frames_left_out];
+    const int wanted = get_backtrace_depth() + frames_omitted;
+    void *frames[max_backtrace_depth + frames_omitted];
     int recorded = 0;
 
     unw_context_t context;
@@ -173,7 +173,7 @@ void vek_dump_backtrace(int fd)
            unw_get_reg(&cursor, UNW_REG_IP, &address) == 0) {
         frames[recorded++] = reinterpret_cast<void *>(address);
     }
-    if (recorded > frames_left_out) {
-        backtrace_symbols_fd(frames + frames_skipped_first, recorded - frames_left_out, fd);
+    if (recorded > frames_omitted) {
+        backtrace_symbols_fd(frames + frames_omitted_first, recorded - frames_omitted, fd);
     }
 }

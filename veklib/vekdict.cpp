@@ -1,16 +1,4 @@
 /* SPDX-License-Identifier: MIT */
-#include "veklib/vekdict.h"
-
-#include "veklib/vekdiag_internal.h"
-#include "veklib/vekdict_internal.h"
-#include "veklib/vekmemory_internal.h"
-
-#include <algorithm>
-#include <climits>
-#include <cstddef>
-#include <cstdio>
-#include <cstring>
-
 /* What always holds:
  * - The items in use are the first `len` slots, counted through the segments in their order. Every
  *   segment but the last is full.
@@ -22,6 +10,17 @@
  * - Functions that the release of an item calls may search and walk the dictionary. So the items of
  *   a segment are released before the segment, and a dictionary that is being cleared may have
  *   fewer slots than `len`. */
+#include "veklib/vekdict.h"
+
+#include "veklib/vekdiag_internal.h"
+#include "veklib/vekdict_internal.h"
+#include "veklib/vekmemory_internal.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
 
 namespace {
 

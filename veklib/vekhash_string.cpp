@@ -1,5 +1,8 @@
 /* SPDX-License-Identifier: MIT */
-/* The hash and equality functions for string keys. */
+/* The hash and equality functions for string keys.
+ *
+ * The hash of a text is the same on every platform and in every version. A null key hashes to 0 and
+ * is equal to null only. vekhash_internal.h compares the same way, in place. */
 #include "veklib/vekhash.h"
 
 #include "veklib/vekstrfuncs_internal.h"

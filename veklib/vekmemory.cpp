@@ -9,10 +9,10 @@
  * installation is made. `installed` never holds a first-use entry or a wrapper, so neither can run
  * on top of a table that was installed later.
  *
- * An entry point tests for zero and jumps through the active table, without further ordering.
- * CMakeLists.txt compiles this source so that its calls in return position become jumps, and so
- * that it calls the allocator's functions through the dynamic symbol table.
- */
+ * An entry point that allocates or releases tests for zero (realloc does not) and jumps through the
+ * active table, without further ordering. CMakeLists.txt compiles this source so that its calls in
+ * return position become jumps, and so that it calls the allocator's functions through the dynamic
+ * symbol table. */
 #include "veklib/vekmemory.h"
 
 #include "veklib/vekdiag_internal.h"

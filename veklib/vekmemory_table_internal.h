@@ -62,8 +62,8 @@ void wrap_if_tracing(VekMemoryVtable &table);
 /* ---- vekmemory_queries.cpp ---- */
 
 /* Return the machine's memory, and how much of it is free, in bytes. errno stays unchanged.
- * Fails: "/proc/meminfo" cannot be read, or the number is not in it, or it does not fit into a
- *        size_t -> `unknown_size` */
+ * Fails: "/proc/meminfo" cannot be read, or the number is not in it, or its bytes do not fit into
+ *        a size_t -> `unknown_size`. A number of 2^31 kilobytes or more is not read correctly. */
 size_t query_total_bytes();
 size_t query_free_bytes();
 

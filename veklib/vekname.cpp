@@ -1,4 +1,8 @@
 /* SPDX-License-Identifier: MIT */
+/* Interned names.
+ *
+ * A table owns its names. The keys of its hash table are the names' own texts, its values the
+ * names. Searches compare texts in place, as the table's own functions would. */
 #include "veklib/vekname.h"
 
 #include "veklib/vekdiag_internal.h"

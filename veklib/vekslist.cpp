@@ -1,4 +1,8 @@
 /* SPDX-License-Identifier: MIT */
+/* Lists.
+ *
+ * Nodes are blocks of their own; a list is the address of its first node, and nothing else is
+ * stored. Functions never touch elements, except through the functions that they are passed. */
 #include "veklib/vekslist.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -7,7 +11,7 @@
 
 namespace {
 
-/* Makes a node, whose block is charged to the code at `caller`; null without memory. */
+/** Makes a node, whose block is charged to the code at `caller`; null without memory. */
 VekSList *new_node(void *data, VekSList *next, void *caller)
 {
     auto *const node = vek_new_for<VekSList>(caller);
@@ -19,7 +23,7 @@ VekSList *new_node(void *data, VekSList *next, void *caller)
     return node;
 }
 
-/* Releases a node. The function's name is interface because a failed check prints it. */
+/** Releases a node. The function's name is interface because a failed check prints it. */
 void slist_destroy(VekSList *slist)
 {
     VEK_RETURN_IF_FAIL(slist != NULL);

@@ -1,4 +1,6 @@
 /* SPDX-License-Identifier: MIT */
+/* Stacks: lists whose first node is the top. The record belongs to the caller; the nodes come from
+ * the list's functions and are charged to the library. */
 #include "veklib/vekstack.h"
 
 #include "veklib/vekdiag_internal.h"

@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: MIT */
+/* Copies and formatted texts: a block each, charged to the code that called the public function. */
 #include "veklib/vekstrfuncs.h"
 
 #include "veklib/vekdiag_internal.h"

@@ -5,7 +5,8 @@
  * `type` is the row's own number. A payload that is a pointer may be null in every type: `release`
  * and `equal` accept null, and `dup` is called with it only for lists. Functions that fill in a
  * record ignore what it held. Dictionaries move records by copying their bytes, so no operation may
- * keep the address of a record. The functions of this source touch only their arguments. */
+ * keep the address of a record. A null `release` means that the type owns nothing. Scalars come
+ * first and the list types are adjacent: their numbers are compared, also in applications. */
 #include "veklib/vekvalue.h"
 
 #include "veklib/vekdiag_internal.h"

@@ -1,11 +1,12 @@
 /* SPDX-License-Identifier: MIT */
 /* Values: conversions of a value of any type to a pointer, a number or a text.
  *
- * A conversion never changes the record. It queries the type, and once more for a message or text
- * that names it. An empty record gives a warning each time; the number of these warnings is
- * interface, as are the texts. A text that cannot be read as a number is reported
- * on standard output, everything else as a warning. Each text for the caller is made by one call of
- * vekstrfuncs or vekstr, so only one allocation can fail. */
+ * A conversion never changes the record. It queries the type (except for a pointer), and once more
+ * for a message or text that names it. An empty record gives a warning each time; the number of
+ * these warnings is interface, as are the texts. A text that cannot be read as a number is reported
+ * on standard output; a null text is 0 without a report. Each text for the caller is made by one
+ * call of vekstrfuncs or vekstr, so only one allocation can fail. Reading a number changes errno.
+ */
 #include "veklib/vekvalue.h"
 
 #include "veklib/vekdiag_internal.h"

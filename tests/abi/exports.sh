@@ -14,17 +14,22 @@ expect_same() {
     exit 1
 }
 
-listed=$(sed -n 's/^ *\(_*vek_[a-z_]*\);$/\1/p' "$map" | LC_ALL=C sort)
+listed=$(sed -n 's/^ *\(_*vek_[a-z0-9_]*\);$/\1/p' "$map" | LC_ALL=C sort)
 exported=$(readelf -W --dyn-syms "$library" |
     awk '$1 ~ /^[0-9]+:$/ && $5 != "LOCAL" && $7 != "UND" && $7 != "ABS" {
              sub(/@.*/, "", $8); print $8 }' |
     LC_ALL=C sort)
 expect_same exports "$listed" "$exported"
 
-replaceable=$(sed -n 's/^ *__vek_default_\([a-z_]*\);$/vek_\1/p' "$map" | LC_ALL=C sort)
+replaceable=$(sed -n 's/^ *__vek_default_\([a-z0-9_]*\);$/vek_\1/p' "$map" | LC_ALL=C sort)
 weak=$(readelf -W --dyn-syms "$library" |
     awk '$5 == "WEAK" && $7 != "UND" { sub(/@.*/, "", $8); print $8 }' | LC_ALL=C sort)
 expect_same "weak names" "$replaceable" "$weak"
+
+# The library's own calls reach these, and the two switches of the trace, through the symbol table.
+dynamic=$(sed -n 's/^ *\(vek_[a-z0-9_]*\);$/\1/p' "${map%map}dynamic" | LC_ALL=C sort)
+expect_same "names that the library itself looks up" "$(printf '%s\n' "$replaceable" \
+    vek_memory_disable_trace vek_memory_enable_trace | LC_ALL=C sort)" "$dynamic"
 
 readelf -d "$library" | grep -q 'SONAME.*\[libveklib\.so\.1\]' || {
     echo "wrong SONAME"
