@@ -135,8 +135,8 @@ void print_without_domain(const char *format, va_list args)
 {
     if (vek_debug.print_function != nullptr) {
         call_print_function(vek_debug.print_function, vek_debug.print_data, format, args);
-    } else if (vek_debug.default_stream != nullptr) {
-        print_to_stream(vek_debug.default_stream, format, args);
+    } else if (vek_debug.main_file != nullptr) {
+        print_to_stream(vek_debug.main_file, format, args);
     } else {
         vprintf(format, args);
     }

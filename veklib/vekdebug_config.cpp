@@ -63,7 +63,7 @@ int apply_setting(VekDebugDomain *domain, int32_t index, const char *value)
     return vek_debug_point_at_file(record, to_main_file ? nullptr : value);
 }
 
-int update_domain(void *, void *domain, void *)
+int update_one(void *, void *domain, void *)
 {
     _vek_debug_update_domain(static_cast<VekDebugDomain *>(domain));
     return 0; // go on, even if a flag of this domain failed
@@ -72,7 +72,7 @@ int update_domain(void *, void *domain, void *)
 void update_all_domains()
 {
     if (vek_debug.domains != nullptr) {
-        vek_hash_foreach(vek_debug.domains, update_domain, nullptr);
+        vek_hash_foreach(vek_debug.domains, update_one, nullptr);
     }
 }
 

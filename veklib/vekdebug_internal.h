@@ -23,7 +23,7 @@ struct VekDebugGlobal {
     char *config_file;                    ///< config: as set, or null
     char *search_path;                    ///< config: as set, or null
     bool autoflush;                       ///< config: entries; vekdebug: start and public function
-    VekDebugFilestream *default_stream;   ///< streams: the main file; null without one
+    VekDebugFilestream *main_file;        ///< streams: the main file; null without one
     VekDebugPrintFunction print_function; ///< vekdebug: for all domains, or null
     void *print_data;                     ///< vekdebug: null without the function
     VekHash *domains;                     ///< vekdebug: from name to domain, owned; null if stopped

@@ -50,7 +50,7 @@ int search_domain(void *, void *value, void *search)
 /** Looks at the main file, then at a domain that is being registered, then at all in the table. */
 void search_all(Search *search)
 {
-    VekDebugFilestream *const main = vek_debug.default_stream;
+    VekDebugFilestream *const main = vek_debug.main_file;
     VekDebugDomain *const registering = vek_debug.registering;
     if ((main != nullptr && search_record(search, main)) ||
         (registering != nullptr && search_domain(nullptr, registering, search))) {
@@ -82,19 +82,19 @@ void for_each_record(Visit visit)
     });
 }
 
-/** Finds another record of the same name, open or not: a file that could not be opened for one flag
- *  is not tried again for the next. */
-const VekDebugFilestream *find_sharer(const VekDebugFilestream *fs)
+/** Finds another record of the same name, open or not: a file that could not be opened for one
+ *  record is not tried again for the next. */
+const VekDebugFilestream *find_sharer(const VekDebugFilestream *record)
 {
-    return find_record([fs](const VekDebugFilestream &other) {
-        return &other != fs && other.name != nullptr && strcmp(other.name, fs->name) == 0;
+    return find_record([record](const VekDebugFilestream &other) {
+        return &other != record && other.name != nullptr && strcmp(other.name, record->name) == 0;
     });
 }
 
-bool is_held_elsewhere(const VekDebugFilestream *fs)
+bool is_held_elsewhere(const VekDebugFilestream *record)
 {
-    return find_record([fs](const VekDebugFilestream &other) {
-               return &other != fs && other.file == fs->file;
+    return find_record([record](const VekDebugFilestream &other) {
+               return &other != record && other.file == record->file;
            }) != nullptr;
 }
 
@@ -108,13 +108,13 @@ const char *stream_name(const char *file)
 
 /** Names an empty record. Standard output needs no opening: the record holds it at once. Returns
  *  false without memory. */
-bool take_name(VekDebugFilestream *fs, const char *name)
+bool take_name(VekDebugFilestream *record, const char *name)
 {
-    fs->name = vek_strdup(name);
-    if (fs->name == nullptr) {
+    record->name = vek_strdup(name);
+    if (record->name == nullptr) {
         return false;
     }
-    fs->file = strcmp(name, standard_output_name) == 0 ? stdout : nullptr;
+    record->file = strcmp(name, standard_output_name) == 0 ? stdout : nullptr;
     return true;
 }
 
@@ -181,7 +181,7 @@ void _vek_debug_close_filestream(VekDebugFilestream *fs)
 
 int vek_debug_point_at_file(VekDebugFilestream *record, const char *file)
 {
-    const VekDebugFilestream *const main = vek_debug.default_stream;
+    const VekDebugFilestream *const main = vek_debug.main_file;
     const char *const main_name = main != nullptr ? main->name : standard_output_name;
     if (!take_name(record, file != nullptr ? stream_name(file) : main_name)) {
         return status_no_memory;
@@ -221,14 +221,14 @@ void _vek_debug_set_default_file(const char *filename)
     if (main->file == nullptr) {
         open_main_file(main);
     }
-    vek_debug.default_stream = main;
+    vek_debug.main_file = main;
 }
 
 void vek_debug_close_main_file()
 {
-    if (vek_debug.default_stream != nullptr) {
-        _vek_debug_close_filestream(vek_debug.default_stream);
-        vek_free(vek_debug.default_stream);
-        vek_debug.default_stream = nullptr;
+    if (vek_debug.main_file != nullptr) {
+        _vek_debug_close_filestream(vek_debug.main_file);
+        vek_free(vek_debug.main_file);
+        vek_debug.main_file = nullptr;
     }
 }
