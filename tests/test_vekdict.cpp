@@ -63,30 +63,24 @@ VekValue nested(VekDictForeachFunc look)
     EXPECT_REFUSE(dict, condition_of_numbers, prefix##_get_int, prefix##_get_double)
 
 /* The functions of a typed dictionary, for templates. */
+#define TWO_OF(prefix, first, second)                                                              \
+    static constexpr auto first = prefix##_##first;                                                \
+    static constexpr auto second = prefix##_##second
 #define FUNCTIONS_OF(prefix, test_for_key)                                                         \
     struct Of_##prefix {                                                                           \
         static constexpr const char *name = #prefix;                                               \
         static constexpr auto exists = test_for_key;                                               \
         static constexpr auto create = prefix##_create;                                            \
-        static constexpr auto put_vekstr = prefix##_put_vekstr;                                    \
-        static constexpr auto put_string = prefix##_dup_and_put_string;                            \
-        static constexpr auto put_int = prefix##_put_int;                                          \
-        static constexpr auto put_double = prefix##_put_double;                                    \
-        static constexpr auto put_pointer = prefix##_put_persistent_pointer;                       \
-        static constexpr auto put_value = prefix##_put_value;                                      \
-        static constexpr auto put_dict = prefix##_put_dict;                                        \
-        static constexpr auto put_slist = prefix##_put_slist;                                      \
-        static constexpr auto get_value = prefix##_get_value;                                      \
-        static constexpr auto get_pointer = prefix##_get_pointer;                                  \
-        static constexpr auto get_vekstr = prefix##_get_vekstr;                                    \
-        static constexpr auto get_string = prefix##_get_string;                                    \
-        static constexpr auto get_int = prefix##_get_int;                                          \
-        static constexpr auto get_double = prefix##_get_double;                                    \
-        static constexpr auto get_dict = prefix##_get_dict;                                        \
-        static constexpr auto get_slist = prefix##_get_slist;                                      \
-        static constexpr auto int_or = prefix##_get_int_or;                                        \
-        static constexpr auto double_or = prefix##_get_double_or;                                  \
-        static constexpr auto string_or = prefix##_get_string_or;                                  \
+        TWO_OF(prefix, put_int, get_int);                                                          \
+        TWO_OF(prefix, put_double, get_double);                                                    \
+        TWO_OF(prefix, put_vekstr, get_vekstr);                                                    \
+        TWO_OF(prefix, dup_and_put_string, get_string);                                            \
+        TWO_OF(prefix, put_persistent_pointer, get_pointer);                                       \
+        TWO_OF(prefix, put_value, get_value);                                                      \
+        TWO_OF(prefix, put_dict, get_dict);                                                        \
+        TWO_OF(prefix, put_slist, get_slist);                                                      \
+        TWO_OF(prefix, get_int_or, get_double_or);                                                 \
+        static constexpr auto get_string_or = prefix##_get_string_or;                              \
     }
 FUNCTIONS_OF(vek_str_dict, vek_str_dict_get_value);
 FUNCTIONS_OF(vek_int_dict, vek_int_dict_key_exists);
@@ -122,9 +116,9 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
         const auto expect_reads = [&](const VekDict *from, std::vector<Check> warnings,
                                       const Reads &expected) {
             expect_warnings(warnings, [&] {
-                EXPECT_EQ(Of::int_or(from, key, 5), expected.integer);
-                EXPECT_EQ(Of::double_or(from, key, 2.5), expected.real);
-                EXPECT_STREQ(Of::string_or(from, key, "none"), expected.text);
+                EXPECT_EQ(Of::get_int_or(from, key, 5), expected.integer);
+                EXPECT_EQ(Of::get_double_or(from, key, 2.5), expected.real);
+                EXPECT_STREQ(Of::get_string_or(from, key, "none"), expected.text);
                 EXPECT_EQ(Of::get_dict(from, key), expected.dict);
                 EXPECT_EQ(Of::get_slist(from, key), expected.list);
             });
@@ -167,7 +161,7 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
             EXPECT_EQ(shared.count, 2u);
             vek_str_unref(&shared);
         }
-        if (stored(Of::put_string(dict, key, "text"), 2, {.text = "text"})) {
+        if (stored(Of::dup_and_put_string(dict, key, "text"), 2, {.text = "text"})) {
             EXPECT_EQ(shared.count, 1u);
         }
         for (const double real : {0.5, 0.0}) {
@@ -175,7 +169,7 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
                 EXPECT_EQ(Of::get_double(dict, key), real);
             }
         }
-        if (stored(Of::put_pointer(dict, key, &allocator), -1, {})) {
+        if (stored(Of::put_persistent_pointer(dict, key, &allocator), -1, {})) {
             EXPECT_EQ(Of::get_pointer(dict, key), &allocator);
         }
         VekValue value;
@@ -185,7 +179,7 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
         stored(Of::put_int(dict, key, 0), 0, {.integer = 0});
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
 
-        EXPECT_EQ(Of::put_string(dict, key, nullptr), 0);
+        EXPECT_EQ(Of::dup_and_put_string(dict, key, nullptr), 0);
         const std::string put_slist = std::string(Of::name) + "_put_slist";
         expect_warnings({{put_slist, "list_type >= VEK_VALUE_SLIST_OF_INT"},
                          {put_slist, "list_type <= VEK_VALUE_SLIST_OF_VALUE"}},
@@ -444,11 +438,12 @@ TEST(Dict, ChecksNameTheFault)
     // If the key passed or stored is empty, the query for its type warns first.
     const auto expect_twice = [&](VekValue *key, const char *condition) {
         const Check first = {"vek_value_get_type", "value->vt != NULL"};
-        VekValue data = one;
-        expect_warnings({first, {"_vek_dict_put_value", condition}},
-                        [&] { EXPECT_EQ(_vek_dict_put_value(dict, key, &data), 0); });
-        expect_warnings({first, {"_vek_dict_get_value", condition}},
-                        [&] { EXPECT_EQ(_vek_dict_get_value(dict, key), nullptr); });
+        const Check put = {"_vek_dict_put_value", condition};
+        const Check get = {"_vek_dict_get_value", condition};
+        expect_warnings({first, put, first, get}, [&] {
+            EXPECT_EQ(_vek_dict_put_value(dict, key, &one), 0);
+            EXPECT_EQ(_vek_dict_get_value(dict, key), nullptr);
+        });
     };
     expect_twice(&empty, "vek_value_get_type(key) != VEK_VALUE_INVALID");
     vek_value_release(&dict->first_seg.items[0].key);
