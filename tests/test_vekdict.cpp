@@ -15,15 +15,12 @@ namespace {
 
 using Numbers = std::vector<int32_t>;
 
-int collect(VekValue *key, VekValue *, void *into)
-{
-    static_cast<Numbers *>(into)->push_back(vek_value_get_as_int(key));
-    return 0;
-}
-
 Numbers keys_of(VekDict *dict)
 {
     Numbers keys;
+    const auto collect = [](VekValue *key, VekValue *, void *into) {
+        return static_cast<Numbers *>(into)->push_back(vek_value_get_as_int(key)), 0;
+    };
     vek_dict_foreach(dict, collect, &keys);
     return keys;
 }
@@ -66,192 +63,132 @@ VekValue nested(VekDictForeachFunc look)
     EXPECT_REFUSE(dict, condition_of_numbers, prefix##_get_int, prefix##_get_double)
 
 /* The functions of a typed dictionary, for templates. */
+#define TWO_OF(prefix, first, second)                                                              \
+    static constexpr auto first = prefix##_##first;                                                \
+    static constexpr auto second = prefix##_##second
 #define FUNCTIONS_OF(prefix, test_for_key)                                                         \
     struct Of_##prefix {                                                                           \
         static constexpr const char *name = #prefix;                                               \
         static constexpr auto exists = test_for_key;                                               \
         static constexpr auto create = prefix##_create;                                            \
-        static constexpr auto put_vekstr = prefix##_put_vekstr;                                    \
-        static constexpr auto put_string = prefix##_dup_and_put_string;                            \
-        static constexpr auto put_int = prefix##_put_int;                                          \
-        static constexpr auto put_double = prefix##_put_double;                                    \
-        static constexpr auto put_pointer = prefix##_put_persistent_pointer;                       \
-        static constexpr auto put_value = prefix##_put_value;                                      \
-        static constexpr auto put_dict = prefix##_put_dict;                                        \
-        static constexpr auto put_slist = prefix##_put_slist;                                      \
-        static constexpr auto get_value = prefix##_get_value;                                      \
-        static constexpr auto get_pointer = prefix##_get_pointer;                                  \
-        static constexpr auto get_vekstr = prefix##_get_vekstr;                                    \
-        static constexpr auto get_string = prefix##_get_string;                                    \
-        static constexpr auto get_int = prefix##_get_int;                                          \
-        static constexpr auto get_double = prefix##_get_double;                                    \
-        static constexpr auto get_dict = prefix##_get_dict;                                        \
-        static constexpr auto get_slist = prefix##_get_slist;                                      \
-        static constexpr auto int_or = prefix##_get_int_or;                                        \
-        static constexpr auto double_or = prefix##_get_double_or;                                  \
-        static constexpr auto string_or = prefix##_get_string_or;                                  \
+        TWO_OF(prefix, put_int, get_int);                                                          \
+        TWO_OF(prefix, put_double, get_double);                                                    \
+        TWO_OF(prefix, put_vekstr, get_vekstr);                                                    \
+        TWO_OF(prefix, dup_and_put_string, get_string);                                            \
+        TWO_OF(prefix, put_persistent_pointer, get_pointer);                                       \
+        TWO_OF(prefix, put_value, get_value);                                                      \
+        TWO_OF(prefix, put_dict, get_dict);                                                        \
+        TWO_OF(prefix, put_slist, get_slist);                                                      \
+        TWO_OF(prefix, get_int_or, get_double_or);                                                 \
+        static constexpr auto get_string_or = prefix##_get_string_or;                              \
     }
 FUNCTIONS_OF(vek_str_dict, vek_str_dict_get_value);
 FUNCTIONS_OF(vek_int_dict, vek_int_dict_key_exists);
 FUNCTIONS_OF(vek_name_dict, vek_name_dict_key_exists);
 
-/** Stores and replaces every kind of datum through a typed dictionary. */
+/** What is read from a datum of another kind: the fallbacks, and neither dictionary nor list. */
+struct Reads {
+    int32_t integer = 5;
+    double real = 2.5;
+    const char *text = "none";
+    VekDict *dict = nullptr;
+    VekSList *list = nullptr;
+};
+
+/** Stores every kind of datum through a typed dictionary, each in place of the one before. */
 template <typename Of>
-void store_every_kind(auto key, auto other_key)
+void store_every_kind(auto key, auto other_key, const char *null_check)
 {
     SCOPED_TRACE(Of::name);
+    const std::string type = "vekvalue->vt->type == VEK_VALUE_";
+    const std::vector<Check> readers = {{"vek_value_get_int", type + "INT"},
+                                        {"vek_value_get_double", type + "DOUBLE"},
+                                        {"vek_value_get_vekstr", type + "VEKSTR"},
+                                        {"vek_value_get_dict", type + "DICT"},
+                                        {"vek_value_get_slist", "VEK_VALUE_IS_SLIST(vekvalue)"}};
     fail_each_allocation([&](Allocator &allocator) {
         VekStr shared = {1, ""};
         VekDict *const dict = Of::create(1);
         if (dict == nullptr) { return; }
-        const auto stored = [&](int result) {
+        VekDict *const child = Of::create(1);
+        VekSList *lists[4];
+        for (VekSList *&list : lists) { list = vek_slist_prepend(nullptr, nullptr); }
+        const auto expect_reads = [&](const VekDict *from, std::vector<Check> warnings,
+                                      const Reads &expected) {
+            expect_warnings(warnings, [&] {
+                EXPECT_EQ(Of::get_int_or(from, key, 5), expected.integer);
+                EXPECT_EQ(Of::get_double_or(from, key, 2.5), expected.real);
+                EXPECT_STREQ(Of::get_string_or(from, key, "none"), expected.text);
+                EXPECT_EQ(Of::get_dict(from, key), expected.dict);
+                EXPECT_EQ(Of::get_slist(from, key), expected.list);
+            });
+        };
+        const auto stored = [&](int result, int reader, const Reads &expected) {
             EXPECT_EQ(result, allocator.just_failed() ? 0 : 1);
+            std::vector<Check> warnings = readers; // all others find another type
+            if (reader >= 0) { warnings.erase(warnings.begin() + reader); }
+            if (result) { expect_reads(dict, warnings, expected); }
             return result;
         };
-        EXPECT_EQ(Of::get_int(dict, key), 0); // absent
+        expect_reads(nullptr, {5, {std::string(Of::name) + "_get_value", null_check}}, {});
+        expect_reads(dict, {}, {}); // absent
+        EXPECT_EQ(Of::get_int(dict, key), 0);
         EXPECT_EQ(Of::get_double(dict, key), 0.0);
         EXPECT_EQ(Of::get_pointer(dict, key), nullptr);
         EXPECT_EQ(Of::get_string(dict, key), nullptr);
         EXPECT_FALSE(Of::exists(dict, key));
-        stored(Of::put_int(dict, other_key, 1)); // leaves no free slot
+        allocator.just_failed();
+        Of::put_int(dict, other_key, -7); // leaves no free slot
+        EXPECT_EQ(Of::get_int(dict, other_key), allocator.just_failed() ? 0 : -7);
 
-        if (stored(Of::put_vekstr(dict, key, vek_str_ref(&shared)))) {
+        // What a put does not take is still the caller's.
+        if (!stored(Of::put_dict(dict, key, child), 3, {.dict = child})) {
+            vek_dict_destroy(child);
+        }
+        for (int i = 0; i < 4; ++i) {
+            const auto list_type = static_cast<VekValueType>(VEK_VALUE_SLIST_OF_INT + i);
+            if (stored(Of::put_slist(dict, key, list_type, lists[i]), 4, {.list = lists[i]})) {
+                EXPECT_EQ(vek_value_get_type(Of::get_value(dict, key)), list_type);
+            } else {
+                vek_slist_free(lists[i], nullptr);
+            }
+        }
+        if (stored(Of::put_vekstr(dict, key, vek_str_ref(&shared)), 2, {.text = ""})) {
             EXPECT_EQ(Of::get_vekstr(dict, key), &shared);
             EXPECT_EQ(Of::get_string(dict, key), shared.text);
             EXPECT_TRUE(Of::exists(dict, key));
-        } else { // the reference is still the caller's
+        } else {
             EXPECT_EQ(shared.count, 2u);
             vek_str_unref(&shared);
         }
-        if (stored(Of::put_string(dict, key, "text"))) {
-            EXPECT_STREQ(Of::get_string(dict, key), "text");
+        if (stored(Of::dup_and_put_string(dict, key, "text"), 2, {.text = "text"})) {
             EXPECT_EQ(shared.count, 1u);
         }
-        if (stored(Of::put_double(dict, key, 0.5))) {
-            EXPECT_EQ(Of::get_double(dict, key), 0.5);
-            expect_warnings({{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
-                            [&] { EXPECT_EQ(Of::get_int(dict, key), 0); });
+        for (const double real : {0.5, 0.0}) {
+            if (stored(Of::put_double(dict, key, real), 1, {.real = real})) {
+                EXPECT_EQ(Of::get_double(dict, key), real);
+            }
         }
-        if (stored(Of::put_pointer(dict, key, &allocator))) {
+        if (stored(Of::put_persistent_pointer(dict, key, &allocator), -1, {})) {
             EXPECT_EQ(Of::get_pointer(dict, key), &allocator);
         }
         VekValue value;
         vek_value_set_slist_of_ptr(&value, nullptr);
-        const int put = stored(Of::put_value(dict, key, &value));
+        const int put = stored(Of::put_value(dict, key, &value), 4, {});
         EXPECT_EQ(value.vt == nullptr, put == 1);
-        if (put) {
-            EXPECT_EQ(vek_value_get_type(Of::get_value(dict, key)), VEK_VALUE_SLIST_OF_POINTER);
-        }
-        if (stored(Of::put_int(dict, key, -7))) { EXPECT_EQ(Of::get_int(dict, key), -7); }
+        stored(Of::put_int(dict, key, 0), 0, {.integer = 0});
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
-        EXPECT_EQ(Of::put_string(dict, key, nullptr), 0);
+
+        EXPECT_EQ(Of::dup_and_put_string(dict, key, nullptr), 0);
+        const std::string put_slist = std::string(Of::name) + "_put_slist";
+        expect_warnings({{put_slist, "list_type >= VEK_VALUE_SLIST_OF_INT"},
+                         {put_slist, "list_type <= VEK_VALUE_SLIST_OF_VALUE"}},
+                        [&] {
+                            EXPECT_EQ(Of::put_slist(dict, key, VEK_VALUE_NAME, nullptr), 0);
+                            EXPECT_EQ(Of::put_slist(dict, key, VEK_VALUE_DICT, nullptr), 0);
+                        });
         vek_dict_destroy(dict);
     });
-}
-
-/** Stores a datum of every type that has a convenience, and reads each with all conveniences. */
-template <typename Of>
-void read_with_fallbacks(auto key, const char *null_check)
-{
-    SCOPED_TRACE(Of::name);
-    static VekStr text = {0, ""}; // a persistent string
-    static VekDict *child;
-    static VekSList *list;
-    child = vek_int_dict_create(1);
-    list = vek_slist_prepend(nullptr, nullptr);
-    const struct {
-        void (*set)(VekValue *datum);
-        Check other_type;
-    } rows[] = {{[](VekValue *datum) { vek_value_set_int(datum, 0); },
-                 {"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
-                {[](VekValue *datum) { vek_value_set_double(datum, 0.0); },
-                 {"vek_value_get_double", "vekvalue->vt->type == VEK_VALUE_DOUBLE"}},
-                {[](VekValue *datum) { vek_value_take_vekstr(datum, &text); },
-                 {"vek_value_get_vekstr", "vekvalue->vt->type == VEK_VALUE_VEKSTR"}},
-                {[](VekValue *datum) { vek_value_take_dict(datum, child); },
-                 {"vek_value_get_dict", "vekvalue->vt->type == VEK_VALUE_DICT"}},
-                {[](VekValue *datum) { vek_value_take_slist_of_int(datum, list); },
-                 {"vek_value_get_slist", "VEK_VALUE_IS_SLIST(vekvalue)"}}};
-    VekDict *const dict = Of::create(1);
-    const auto expect_reads = [&](const VekDict *from, int row, std::vector<Check> warnings) {
-        expect_warnings(warnings, [&] {
-            EXPECT_EQ(Of::int_or(from, key, 5), row == 0 ? 0 : 5);
-            EXPECT_EQ(Of::double_or(from, key, 2.5), row == 1 ? 0.0 : 2.5);
-            EXPECT_STREQ(Of::string_or(from, key, "none"), row == 2 ? "" : "none");
-            EXPECT_EQ(Of::get_dict(from, key), row == 3 ? child : nullptr);
-            EXPECT_EQ(Of::get_slist(from, key), row == 4 ? list : nullptr);
-        });
-    };
-    const std::string get_value = std::string(Of::name) + "_get_value";
-    expect_reads(nullptr, -1, std::vector<Check>(5, {get_value, null_check}));
-    expect_reads(dict, -1, {}); // absent
-    for (int row = 0; row < 5; ++row) {
-        VekValue datum;
-        rows[row].set(&datum);
-        EXPECT_EQ(Of::put_value(dict, key, &datum), 1);
-        std::vector<Check> warnings;
-        for (const auto &other : rows) {
-            if (&other != &rows[row]) { warnings.push_back(other.other_type); }
-        }
-        expect_reads(dict, row, warnings);
-    }
-    vek_dict_destroy(dict);
-}
-
-/** Stores a dictionary and a list of each type; releases here what a put does not take. */
-template <typename Of>
-void put_nested(auto key, auto other_key)
-{
-    SCOPED_TRACE(Of::name);
-    const struct {
-        VekValueType type;
-        void *(*make)();
-        VekDestroyFunc release;
-    } rows[] = {{VEK_VALUE_SLIST_OF_INT, [] { return word(1); }, nullptr},
-                {VEK_VALUE_SLIST_OF_STRING, []() -> void * { return vek_str_create("text"); },
-                 [](void *text) { vek_str_unref(static_cast<VekStr *>(text)); }},
-                {VEK_VALUE_SLIST_OF_POINTER, [] { return word(2); }, nullptr},
-                {VEK_VALUE_SLIST_OF_VALUE, [] { return vek_calloc(1, sizeof(VekValue)); },
-                 [](void *value) { vek_value_destroy(static_cast<VekValue *>(value)); }}};
-    fail_each_allocation([&](Allocator &allocator) {
-        VekDict *const dict = Of::create(1);
-        if (dict == nullptr) { return; }
-        Of::put_int(dict, other_key, 1); // leaves no free slot
-        VekDict *const child = Of::create(1);
-        allocator.just_failed();
-        if (const int stored = Of::put_dict(dict, key, child); stored) {
-            EXPECT_EQ(Of::get_dict(dict, key), child);
-        } else {
-            EXPECT_TRUE(allocator.just_failed());
-            vek_dict_destroy(child);
-        }
-        for (const auto &[type, make, release] : rows) {
-            void *const element = make();
-            VekSList *const list = vek_slist_prepend(nullptr, element);
-            if (list == nullptr && release != nullptr) { release(element); }
-            allocator.just_failed();
-            if (const int stored = Of::put_slist(dict, key, type, list); stored) {
-                EXPECT_EQ(vek_value_get_type(Of::get_value(dict, key)), type);
-                EXPECT_EQ(Of::get_slist(dict, key), list);
-            } else {
-                EXPECT_TRUE(allocator.just_failed());
-                vek_slist_free(list, release);
-            }
-        }
-        vek_dict_destroy(dict);
-    });
-
-    VekDict *const dict = Of::create(1);
-    VekSList node = {};
-    const std::string put_slist = std::string(Of::name) + "_put_slist";
-    expect_warnings({{put_slist, "list_type >= VEK_VALUE_SLIST_OF_INT"},
-                     {put_slist, "list_type <= VEK_VALUE_SLIST_OF_VALUE"}},
-                    [&] {
-                        EXPECT_EQ(Of::put_slist(dict, key, VEK_VALUE_NAME, &node), 0);
-                        EXPECT_EQ(Of::put_slist(dict, key, VEK_VALUE_DICT, &node), 0);
-                    });
-    EXPECT_EQ(vek_dict_get_len(dict), 0);
-    vek_dict_destroy(dict);
 }
 
 } // namespace
@@ -324,9 +261,9 @@ TEST(Dict, WalksStopWhenTheFunctionSaysSo)
     Allocator allocator;
     Numbers seen;
     const auto note_id = [](VekValue *key, VekValue *, void *into) -> int {
-        const int32_t id = vek_name_get_id(vek_value_get_name(key));
-        static_cast<Numbers *>(into)->push_back(id);
-        return id == 2;
+        auto &ids = *static_cast<Numbers *>(into);
+        ids.push_back(vek_name_get_id(vek_value_get_name(key)));
+        return ids.back() == 2;
     };
     VekDict *const dict = vek_name_dict_create_full(1, note_id, &seen);
     for (const int i : {1, 2, 0}) { vek_name_dict_dup_and_put_string(dict, &names[i], "x"); }
@@ -448,26 +385,11 @@ TEST(Dict, Prints)
     });
 }
 
-TEST(TypedDicts, StoreAndReplaceEveryKindOfDatum)
+TEST(TypedDicts, StoreEveryKindOfDatum)
 {
-    store_every_kind<Of_vek_str_dict>("one", "two");
-    store_every_kind<Of_vek_int_dict>(1, 2);
-    store_every_kind<Of_vek_name_dict>(&names[1], &names[2]);
-}
-
-TEST(TypedDicts, ReadWithFallbacks)
-{
-    Allocator allocator;
-    read_with_fallbacks<Of_vek_str_dict>("one", "dict != NULL");
-    read_with_fallbacks<Of_vek_int_dict>(1, "vekdict_ptr != NULL");
-    read_with_fallbacks<Of_vek_name_dict>(&names[1], "vekdict_ptr != NULL");
-}
-
-TEST(TypedDicts, HoldDictionariesAndLists)
-{
-    put_nested<Of_vek_str_dict>("one", "two");
-    put_nested<Of_vek_int_dict>(1, 2);
-    put_nested<Of_vek_name_dict>(&names[1], &names[2]);
+    store_every_kind<Of_vek_str_dict>("one", "two", "dict != NULL");
+    store_every_kind<Of_vek_int_dict>(1, 2, "vekdict_ptr != NULL");
+    store_every_kind<Of_vek_name_dict>(&names[1], &names[2], "vekdict_ptr != NULL");
 }
 
 TEST(TypedDicts, ChecksNameTheFault)
@@ -516,11 +438,12 @@ TEST(Dict, ChecksNameTheFault)
     // If the key passed or stored is empty, the query for its type warns first.
     const auto expect_twice = [&](VekValue *key, const char *condition) {
         const Check first = {"vek_value_get_type", "value->vt != NULL"};
-        VekValue data = one;
-        expect_warnings({first, {"_vek_dict_put_value", condition}},
-                        [&] { EXPECT_EQ(_vek_dict_put_value(dict, key, &data), 0); });
-        expect_warnings({first, {"_vek_dict_get_value", condition}},
-                        [&] { EXPECT_EQ(_vek_dict_get_value(dict, key), nullptr); });
+        const Check put = {"_vek_dict_put_value", condition};
+        const Check get = {"_vek_dict_get_value", condition};
+        expect_warnings({first, put, first, get}, [&] {
+            EXPECT_EQ(_vek_dict_put_value(dict, key, &one), 0);
+            EXPECT_EQ(_vek_dict_get_value(dict, key), nullptr);
+        });
     };
     expect_twice(&empty, "vek_value_get_type(key) != VEK_VALUE_INVALID");
     vek_value_release(&dict->first_seg.items[0].key);

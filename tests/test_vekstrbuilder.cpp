@@ -29,25 +29,22 @@ std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
 
 TEST(StrBuilder, AppendsOrRemembersTheFailure)
 {
+#define EDIT(edit, ...) [](VekStrBuilder *b) { return vek_str_builder_##edit(b, __VA_ARGS__); }
     const std::pair<int (*)(VekStrBuilder *), const char *> rows[] = {
         // each with what it makes of the text "@": either "mid" or a text that fills its block
-        {[](VekStrBuilder *b) { return vek_str_builder_append(b, ""); }, "@"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append(b, "post"); }, "@post"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append(b, b->str->text); }, "@@"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, "post", 2); }, "@po"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, "post", SIZE_MAX); }, "@post"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, b->str->text + 1, 2); }, "@id"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, nullptr, 0); }, "@"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_char(b, '>'); }, "@>"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_char(b, '\0'); }, "@"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%d", 7); }, "@7"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%s", ""); }, "@"},
-        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%c.", '\0'); }, "@"},
-        {[](VekStrBuilder *b) {
-             const char *const own = b->str->text;
-             return vek_str_builder_append_printf(b, "<%s%s>", own, own);
-         },
-         "@<@@>"},
+        {EDIT(append, ""), "@"},
+        {EDIT(append, "post"), "@post"},
+        {EDIT(append, b->str->text), "@@"},
+        {EDIT(append_n, "post", 2), "@po"},
+        {EDIT(append_n, "post", SIZE_MAX), "@post"},
+        {EDIT(append_n, b->str->text + 1, 2), "@id"},
+        {EDIT(append_n, nullptr, 0), "@"},
+        {EDIT(append_char, '>'), "@>"},
+        {EDIT(append_char, '\0'), "@"},
+        {EDIT(append_printf, "%d", 7), "@7"},
+        {EDIT(append_printf, "%s", ""), "@"},
+        {EDIT(append_printf, "%c.", '\0'), "@"},
+        {EDIT(append_printf, "<%s%s>", b->str->text, b->str->text), "@<@@>"},
     };
     for (const std::string &start : {std::string("mid"), "mid" + std::string(56, '.')}) {
         fail_each_allocation([&](Allocator &allocator) {
