@@ -127,12 +127,14 @@ TEST(Value, EveryTypeCopiesComparesAndReleases)
                 take(&taken, list);
                 EXPECT_EQ(vek_value_get_slist(&taken), list);
                 EXPECT_EQ(vek_value_equal(&taken, &value), list != nullptr || !made);
-                expect_warnings({}, [&] { vek_value_take_slist(&by_number, type, list); });
+                expect_warnings({},
+                                [&, type = type] { vek_value_take_slist(&by_number, type, list); });
                 EXPECT_TRUE(vek_value_equal(&by_number, &taken));
                 vek_value_release(&taken); // releases the elements, too
             } else {
-                expect_warnings({no_list},
-                                [&] { vek_value_take_slist(&by_number, type, nullptr); });
+                expect_warnings({no_list}, [&, type = type] {
+                    vek_value_take_slist(&by_number, type, nullptr);
+                });
                 EXPECT_EQ(by_number.vt, nullptr);
             }
             Value other(vek_value_set_pointer, &value);

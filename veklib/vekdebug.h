@@ -43,7 +43,8 @@ VEK_BEGIN_DECLS
  */
 typedef void (*VekDebugPrintFunction)(const char *text, void *data);
 
-/** A named output stream. Records of equal names share one file. */
+/** A named output stream. Records with the same name share one file, or none if it could not be
+ *  opened. */
 typedef struct VekDebugFilestream {
     char *name; /**< the file's name, "STDOUT" for standard output; null: no stream */
     FILE *file; /**< the open stream; null, with a name, when it could not be opened */
@@ -64,11 +65,12 @@ typedef struct VekDebugDomain {
 
 /** Starts debug output and loads its configuration: first the file, then the environment. After
  *  each of the two that holds text, it prints a title and all settings so far to standard output.
- *  @param config_file  name of the configuration file, which is searched as vek_debug_set_config()
- *                      describes; null: the environment alone is read; copied
+ *  @param config_file  name of the configuration file, which is searched for as
+ *                      vek_debug_set_config() describes; null: the environment alone is read;
+ *                      copied
  *  @param search_path  directories, separated by ":"; may be null; copied
- *  @return  0. A file that does not exist, or cannot be read to its end, is no failure and gives no
- *           settings
+ *  @return  0. A file that does not exist, or cannot be read to its end, is not a failure and gives
+ *           no settings
  *  Fails:   already started -> 1, with a warning; no memory -> 2, and debug output is not started
  */
 VEK_API int vek_debug_initialize(const char *config_file, const char *search_path);
@@ -85,7 +87,7 @@ VEK_API void vek_debug_finalize(void);
  *                      The current directory is tried only if it is one of them
  *  @return  0
  *  Fails:   no memory -> 2, and the argument that could not be copied counts as null: the old one
- *           is released first. If that is the file's name, the old search path stays
+ *           is released first. If the file's name could not be copied, the old search path stays
  */
 VEK_API int vek_debug_set_config(const char *config_file, const char *search_path);
 
@@ -96,8 +98,8 @@ VEK_API int vek_debug_set_config(const char *config_file, const char *search_pat
  *  If there is no text to read, the domains keep their flags and streams. The settings are
  *  forgotten even then: the next vek_debug_set_output_setting() applies only its own setting and
  *  switches all other flags off.
- *  @return  0. A file that does not exist, or cannot be read to its end, is no failure and gives no
- *           settings
+ *  @return  0. A file that does not exist, or cannot be read to its end, is not a failure and gives
+ *           no settings
  *  Fails:   no memory -> 2; settings and main file are forgotten as above, and the rest is not
  *           read. What was read before the failure is in force: the file, if the text of the
  *           environment could not be copied
@@ -109,21 +111,21 @@ VEK_API int vek_debug_reload_config(void);
  *  @param name   the flags' name; copied
  *  @param value  "0", "1", "-" or a file name; copied
  *  @return  0, even if a file cannot be opened (with a warning) or there is no memory for a
- *           stream's name: the flags after it in that domain then keep their state and stream. A
- *           file whose name another flag or the main file already has is not tried again, and gives
- *           no warning. The result is also 0 if there is no memory for this setting: the old one
- *           stays. Before the start nothing is done
+ *           stream's name: the flags after the affected one in that domain then keep their state
+ *           and stream. A file whose name another flag or the main file already has is not tried
+ *           again, and gives no warning. The result is also 0 if there is no memory for this
+ *           setting: the old one stays. Before the start nothing is done
  *  Fails:   no memory to create the settings -> 2; null name or value -> 1, with a warning
  */
 VEK_API int vek_debug_set_output_setting(const char *name, const char *value);
 
 /** Sets whether each message is flushed at once. The start switches this on, unless the
  *  configuration says otherwise.
- *  A message without a domain that goes to standard output because there is no main file is never
- *  flushed. Unflushed text stays in the stream's buffer until the buffer is full (some kilobytes),
- *  vek_debug_flush() is called, any file of debug output is opened, this file is closed, or the
- *  process ends normally. It is lost if the process ends by abort() or a signal. For standard
- *  output the C library decides when it writes such text.
+ *  A message without a domain is never flushed if it goes to standard output because there is no
+ *  main file. Unflushed text stays in the stream's buffer until the buffer is full (some
+ *  kilobytes), vek_debug_flush() is called, any file of debug output is opened, this file is
+ *  closed, or the process ends normally. It is lost if the process ends by abort() or a signal. For
+ *  standard output the C library decides when it writes such text.
  *  @param on  whether to flush
  *  Fails:   not started -> nothing changes, with a warning
  */
@@ -138,9 +140,9 @@ VEK_API void vek_debug_set_autoflush(bool on);
  *                     vek_debug_finalize(). Flags after the 32nd have no bit and no file of their
  *                     own
  *  @return  0, even if a file cannot be opened (with a warning) or there is no memory for a
- *           stream's name: the flags after it then get no stream. A file whose name another flag or
- *           the main file already has is not tried again, and gives no warning. Before the start
- *           nothing is done
+ *           stream's name: the flags after the affected one then get no stream. A file whose name
+ *           another flag or the main file already has is not tried again, and gives no warning.
+ *           Before the start nothing is done
  *  Fails:   no memory -> 2; null name or names -> 1, with a warning
  */
 VEK_API int vek_debug_add_domain(const char *name, const char *const *flag_names);
@@ -186,8 +188,8 @@ VEK_API void vek_debug_set_print_function(VekDebugDomain *domain, VekDebugPrintF
  *  dropped.
  *  @param domain  the domain; null prints whatever the flag: to the print function for all domains,
  *                 else to the main file, else to standard output
- *  @param flag    the flag's bit. If there are several bits, one must be enabled, and the stream of
- *                 the highest is used, even if that one is not enabled
+ *  @param flag    the flag's bit. If there are several bits, at least one must be enabled, and the
+ *                 stream of the highest is used, even if that one is not enabled
  *  @param format  printf format; borrowed
  */
 VEK_API VEK_PRINTF(3, 4) void vek_debug_print(const VekDebugDomain *domain, uint32_t flag,

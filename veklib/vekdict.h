@@ -32,7 +32,8 @@ VEK_BEGIN_DECLS
 
 /** Receives the records of an item and the caller's data; a nonzero result stops the walk. The
  *  dictionary owns the records: the function may change the datum in place, but not the key. It may
- *  put items, but must not clear, empty or release the dictionary. */
+ *  put items, but must not release the dictionary, nor empty it with vek_dict_clear() or
+ *  vek_dict_dup_and_clear(). */
 typedef int (*VekDictForeachFunc)(VekValue *key, VekValue *data, void *user_data);
 
 /** One item. */
@@ -134,9 +135,9 @@ VEK_API int vek_dict_get_len(const VekDict *vekdict);
 /** Finds the datum of a key; keys of different types never match.
  *  @param vekdict_ptr  the dictionary
  *  @param key          the key; borrowed
- *  @return  the datum's record, borrowed: valid until the dictionary is cleared, emptied or
- *           released (storing under the same key changes what it holds); null when the key is
- *           absent
+ *  @return  the datum's record, borrowed: valid until the dictionary is released, or emptied by
+ *           vek_dict_clear() or vek_dict_dup_and_clear() (storing under the same key changes what
+ *           it holds); null when the key is absent
  *  Fails:   null dictionary, null or empty key, or a stored key that has become empty -> null,
  *           with a warning
  */

@@ -82,8 +82,8 @@ VEK_API VEK_MUST_USE VEK_NEVER_NULL VEK_PRINTF(5, 6) VekError *vek_error_create(
 /** Adds text to the message. Characters beyond 4094 are dropped, and so are those after a NUL among
  *  the formatted characters; text that is added later starts where that NUL was.
  *  @param err     the error; null ends the process through the platform's assertion facility
- *  @param format  printf format; null or empty: nothing is added. No value may be part of this
- *                 error's message
+ *  @param format  printf format; null or empty: nothing is added. None of the values may point into
+ *                 this error's own message
  *  @return  the same error
  *  Fails:   a value that cannot be converted, or a text of more than INT_MAX characters -> the same
  *           error, with the message unchanged
@@ -137,7 +137,7 @@ VEK_API int vek_error_get_callstack_line(const VekError *err, int index);
  */
 VEK_API void vek_error_print(const VekError *err, FILE *stream);
 
-/** Returns the text of a type, a constant; "Unknown Error" for a number that is no VekErrorType. */
+/** Returns the text of a type, a constant; "Unknown Error" if it is not a VekErrorType. */
 VEK_API VEK_NEVER_NULL const char *_vek_error_get_string(int type);
 
 VEK_END_DECLS

@@ -14,8 +14,9 @@
  *  If a table has the library's own functions for integers or for strings, vek_hash_lookup(),
  *  vek_hash_insert() and vek_hash_remove() search it without calls through pointers.
  *
- *  Functions that can fail return 1 for success and 0 for failure; those of vekdebug.h return a
- *  status instead, where 0 is success.
+ *  Functions that can fail return 1 or an object for success, and 0 or null for failure. In two
+ *  headers 0 is success: the functions of vekdebug.h return a status, those of vekthread.h an error
+ *  number.
  *
  *  The lowest bits of a key's hash choose its slot. A table doubles when an insertion leaves more
  *  than 8 entries per slot, or when the new entry joins a chain that already has at least a third
@@ -110,9 +111,9 @@ VekHash *vek_hash_new(void);
  *                Taken on success if the table owns its keys, else borrowed while it is stored
  *  @param value  the value; may be null. Taken on success if the table owns its values, else
  *                borrowed while it is stored
- *  @return  1, even if the table should double and there is no memory for the slots. It then
- *           carries on with longer chains and warns, now and at every further insertion that
- *           should double it. Where warnings are fatal, this one ends the process although the
+ *  @return  1, even if the table is due to double and there is no memory for the slots. It then
+ *           carries on with longer chains and warns, now and at every further insertion at which it
+ *           is due to double. Where warnings are fatal, this one ends the process although the
  *           entry is stored
  *  Fails:   no memory for the entry -> 0; null `hash` or a table without slots -> 0, with a
  *           warning. The table is unchanged; key and value stay the caller's
@@ -122,7 +123,7 @@ VEK_API int vek_hash_insert(VekHash *hash, void *key, void *value);
 /** Removes an entry and releases its key and value with the destroy functions.
  *  @param hash  the table
  *  @param key   the key to search for; borrowed; may be the stored key itself
- *  @return  1 when an entry was removed, 0 when the key is absent. If the table should halve and
+ *  @return  1 when an entry was removed, 0 when the key is absent. If the table is due to halve and
  *           there is no memory for the slots, it warns and returns 1
  *  Fails:   null `hash` or a table without slots -> 0, with a warning
  */

@@ -90,7 +90,7 @@ static inline uint32_t vek_hash_get_count(const VekHash *hash)
  *
  * The walk visits, one after another, the slots that the table had at the start. When the table is
  * halved, each chain is joined with another. The entries of one of the walk's slots are then
- * scattered over the joint chain, in their old order or in reverse. No visited entry of the slot
+ * scattered over the joined chain, in their old order or in reverse. No visited entry of the slot
  * lies between those that are still to come, so the first and the last of these, the near and the
  * far end, are enough to find them all. Neither end can disappear, because only the current entry
  * may be removed. As long as the table keeps its size, the far end is the end of the chain and need

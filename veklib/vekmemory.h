@@ -139,9 +139,9 @@ VEK_API void vek_free_with_return(void *block, void *return_address);
  *  @param block  the block, taken on success; null allocates a new one
  *  @param size   new size in bytes; 0 releases the block
  *  @return  the resized block, which may have moved; release with vek_free()
- *  Fails:   no memory or error state -> null, and the block is unchanged. Size 0 releases the block
- *           even in the error state -> null. For a null block with size 0 the table decides: the
- *           default one returns a block, which must be released
+ *  Fails:   no memory or error state -> null, and the block is unchanged. Size 0 -> null, and the
+ *           block is released, even in the error state. For a null block with size 0 the table
+ *           decides: the default one returns a block, which must be released
  */
 VEK_API VEK_MUST_USE VEK_SIZED_BY(2) void *vek_realloc(void *block, size_t size);
 
@@ -206,7 +206,7 @@ VEK_API void *vek_malloc_if_available_with_return(size_t size, void *return_addr
  *  "/proc/meminfo" and leaves errno unchanged. */
 VEK_API size_t vek_malloc_get_total_bytes(void);
 
-/** Returns the machine's free memory in bytes; its whole memory if the table can only tell that;
+/** Returns the machine's free memory in bytes; its whole memory if the table reports only that;
  *  SIZE_MAX if unknown. The default table reads it from "/proc/meminfo" and leaves errno unchanged.
  */
 VEK_API size_t vek_malloc_get_free_bytes(void);

@@ -1,14 +1,14 @@
 /* SPDX-License-Identifier: MIT */
 /** @file vekname.h
  *  Interned names. A name table holds one VekName for each distinct text, so two names of one table
- *  are equal exactly if their pointers are equal. The table owns its names for its whole life.
+ *  are equal if and only if their pointers are equal. The table owns its names for its whole life.
  *
  *      VekNameTable *table = vek_name_table_create(NULL);
  *      VekName *eth0 = vek_name_from_string(table, "eth0", 7);
  *      assert(vek_name_try_string(table, "eth0") == eth0);
  *      vek_name_table_destroy(&table);
  *
- *  A name table keeps its names in a hash table (vekhash.h). If the hash table should double but
+ *  A name table keeps its names in a hash table (vekhash.h). If the hash table is due to double but
  *  there is no memory for its slots, it warns, and warns again at each new name that would double
  *  it. If warnings are fatal, the process then ends although the name was interned. The hash of
  *  texts is not secret: whoever chooses the texts can make them share a slot. 20,000 texts chosen

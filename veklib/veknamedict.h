@@ -65,12 +65,12 @@ VEK_API int vek_name_dict_put_value(VekDict *vekdict_ptr, VekName *key, VekValue
 
 /* ---- get: the datum of a key ----
  *
- * @return      the datum, borrowed: valid until it is replaced, or the dictionary is cleared,
- *              emptied or released. An absent key gives null or 0, as does a stored null or 0;
- *              vek_name_dict_key_exists() distinguishes the two
+ * @return      the datum, borrowed: valid until it is replaced, or the dictionary is emptied (see
+ *              vek_dict_clear(), vek_dict_dup_and_clear()) or released. An absent key gives null or
+ *              0, as does a stored null or 0; vek_name_dict_key_exists() distinguishes the two
  *
  * Fails: null dictionary, or one with keys of another type -> null or 0, with a warning; a datum of
- * another type than the function's -> null or 0, with a warning that names the vek_value_get_
+ * a type other than the function's -> null or 0, with a warning that names the vek_value_get_
  * function of the wanted type. A stored key that was emptied from outside gives null or 0, as with
  * _vek_dict_get_value(). */
 

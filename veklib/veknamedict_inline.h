@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /** @file veknamedict_inline.h
- *  Conveniences of name dictionaries: reading with a fallback, nested dictionaries and lists.
+ *  Conveniences for name dictionaries: reading with a fallback, nested dictionaries and lists.
  *  veknamedict.h includes this header.
  *
  *      int32_t speed = vek_name_dict_get_int_or(port, speed_name, 1000);
@@ -21,7 +21,7 @@ VEK_BEGIN_INLINE
  * @return          the datum; a text is borrowed as from vek_name_dict_get_string()
  *
  * Fails: null dictionary, or one with keys of another type -> `fallback`, with a warning that names
- * vek_name_dict_get_value; a datum of another type than the function's -> `fallback`, with a
+ * vek_name_dict_get_value; a datum of a type other than the function's -> `fallback`, with a
  * warning that names the vek_value_get_ function of the wanted type. */
 
 /** Returns an integer datum, or `fallback`. */
@@ -45,7 +45,7 @@ static inline const char *vek_name_dict_get_string_or(const VekDict *dict, VekNa
 
 /* ---- Nested dictionaries and lists ----
  *
- * They behave as the functions of veknamedict.h: a put that fails returns 0, and the datum stays
+ * They behave like the functions of veknamedict.h: a put that fails returns 0, and the datum stays
  * the caller's; what a get returns is borrowed. Warnings about the dictionary name
  * vek_name_dict_put_value or vek_name_dict_get_value. */
 
@@ -69,7 +69,7 @@ static inline VekDict *vek_name_dict_get_dict(const VekDict *dict, VekName *key)
  *  @param value      the list, which may be null; taken on success, as by
  *                    vek_value_take_slist_of_int(), _str(), _ptr() or _value(). It must not share
  *                    nodes with the list that is stored under the key, which is released
- *  Fails:            as every put; a type that is no list type -> 0, with a warning
+ *  Fails:            as for every put; a type that is not a list type -> 0, with a warning
  */
 static inline int vek_name_dict_put_slist(VekDict *dict, VekName *key, VekValueType list_type,
                                           VekSList *value)

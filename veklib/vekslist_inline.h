@@ -123,7 +123,8 @@ VEK_MUST_USE static inline VekSList *vek_slist_insert_sorted(VekSList *slist, vo
     return vek_slist_insert_after(before, data) != NULL ? slist : NULL;
 }
 
-/** Removes the first node that holds an element and releases it; the element is not released.
+/** Removes the first node that holds the given element, and releases the node; the element is not
+ *  released.
  *  @param slist  the list, taken
  *  @param data   the pointer to look for; may be null
  *  @return  the first node of the remaining list; null if no node remains; `slist` when no node

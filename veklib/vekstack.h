@@ -46,7 +46,7 @@ VEK_API void vek_stack_push(VekStack *stack, void *data);
 
 /** Removes the top element.
  *  @param stack  the stack; not null
- *  @return  the element, which is the caller's again
+ *  @return  the element, to which the stack no longer refers
  *  Fails:   empty stack -> null, with three warnings
  */
 VEK_API void *vek_stack_pop(VekStack *stack);

@@ -25,7 +25,7 @@
 VEK_BEGIN_INLINE
 
 /* Returns where a string's text can be written. Hides from compilers that VekStr declares only one
- * character of it: where more are written they would warn, or make the program stop. */
+ * character of it: otherwise they would warn where more are written, or make the program stop. */
 static inline char *_vek_str_text(VekStr *vekstr)
 {
     char *text = (char *)vekstr + offsetof(VekStr, text);

@@ -224,7 +224,7 @@ static inline VEK_PRINTF(2, 0) int vek_str_builder_append_vprintf(VekStrBuilder 
  *  @param builder  the builder; not null
  *  @param format   printf format, followed by its values, which may be the builder's own text; not
  *                  null; borrowed
- *  @return  1, or 0 (see above), also if a value cannot be converted
+ *  @return  1, or 0 (see above); also 0 if a value cannot be converted
  *  The warning for a null argument names vek_str_builder_append_vprintf.
  */
 static inline VEK_PRINTF(2, 3) int vek_str_builder_append_printf(VekStrBuilder *builder,

@@ -30,7 +30,7 @@ VEK_API VEK_NEW VekDict *vek_str_dict_create(int init_count);
 /* ---- put: store a datum under a key ----
  *
  * @param key   the key, copied; null is a key like any other. Each put copies it, even one that
- *              replaces a datum, and fails without memory for the copy
+ *              replaces a datum, and fails if there is no memory for the copy
  * @return      1 on success. If an equal key is stored, its item keeps its slot and gets the new
  *              datum, and the old datum is released
  *
@@ -55,12 +55,13 @@ VEK_API int vek_str_dict_put_value(VekDict *dict, const char *key, VekValue *val
 
 /* ---- get: the datum of a key ----
  *
- * @return      the datum, borrowed: valid until it is replaced, or the dictionary is cleared,
- *              emptied or released. An absent key gives null or 0, as does a stored null or 0;
- *              vek_str_dict_get_value() != NULL distinguishes the two
+ * @return      the datum, borrowed: valid until it is replaced, or the dictionary is emptied (see
+ *              vek_dict_clear(), vek_dict_dup_and_clear()) or released. An absent key gives null or
+ *              0, as does a stored null or 0; vek_str_dict_get_value() != NULL distinguishes the
+ *              two
  *
  * Fails: null dictionary, or one with keys of another type -> null or 0, with a warning; a datum of
- * another type than the function's -> null or 0, with a warning that names the vek_value_get_
+ * a type other than the function's -> null or 0, with a warning that names the vek_value_get_
  * function of the wanted type. A stored key that was emptied from outside gives null or 0, as with
  * _vek_dict_get_value(). */
 

@@ -34,15 +34,15 @@ typedef uint32_t VekPrivate;
  */
 VEK_API VEK_MUST_USE VekPrivate vek_private_new(void (*destructor)(void *value));
 
-/** Releases a slot. Values that are still in it are not destroyed; a later slot may get the same
- *  number.
+/** Releases a slot. The destructor is not called for values that are still in it; a later slot may
+ *  get the same number.
  *  @param slot  the slot
  *  @return  0
  *  Fails:   no such slot -> the platform's error number
  */
 VEK_API int vek_private_free(VekPrivate slot);
 
-/** Stores the calling thread's value. The previous one is not destroyed.
+/** Stores the calling thread's value. The destructor is not called for the previous one.
  *  @param slot   the slot
  *  @param value  the value; may be null. If the thread ends while the slot exists, the slot's
  *                destructor gets the value; when the process ends, it does not

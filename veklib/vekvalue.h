@@ -18,7 +18,8 @@
  *  Functions that fill in a record (set, take, vek_value_init(), vek_value_copy()) do not release
  *  what it held: if it owns something, release it before you fill it in again. A record may be
  *  moved by copying its bytes; treat the source as empty from then on. To change a list that a
- *  value holds, take the changed list without a release: the value owns the nodes before and after.
+ *  value holds, take the changed list without first releasing the value: the value owns the nodes
+ *  before and after.
  *
  *      list = vek_slist_append(vek_value_get_slist(&value), VEK_INT_TO_POINTER(7));
  *      vek_value_take_slist_of_int(&value, list);
@@ -103,7 +104,7 @@ typedef struct VekValue {
 /** Turns a record into a value of a type. The value holds 0 or null.
  *  @param vekvalue  the record; what it held is not released
  *  @param type      the type
- *  Fails: null record, or a number that is no type -> nothing written, with a warning
+ *  Fails: null record, or a number that is not a type -> nothing written, with a warning
  */
 VEK_API void vek_value_init(VekValue *vekvalue, VekValueType type);
 
