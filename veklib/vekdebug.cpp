@@ -3,10 +3,10 @@
  *
  * Domains exist only between start and stop. The hash table `domains` owns them; `last_found` is
  * one of them or null. A domain that is being registered is not in the table yet, but its records
- * are in use already, so searches find it through `registering`. At the stop all streams are closed
- * before the first domain is released, because closing one looks at the records of all. Printing
- * changes nothing and does not allocate through the library. This source never changes a record or
- * a setting. */
+ * are in use already, so searches find it through `registering`. When debug output is stopped, all
+ * streams are closed before the first domain is released, because closing one looks at the records
+ * of all. Printing changes nothing and does not allocate through the library. This source never
+ * changes a record or a setting. */
 #include "veklib/vekdebug_internal.h"
 
 #include "veklib/vekdiag_internal.h"

@@ -5,8 +5,8 @@
  * a name, and search_all() finds it: a FILE has no reference count, and a record that gives up its
  * FILE closes it if no other record holds it. Records of one name never hold two different FILEs; a
  * record whose file could not be opened holds none. Standard output is never closed. Only this
- * source opens and closes output files and changes records. It knows settings only as the name "-".
- */
+ * source opens and closes output files and changes records. Of the settings it knows only "-", the
+ * name for standard output. */
 #include "veklib/vekdebug_internal.h"
 
 #include "veklib/vekdiag_internal.h"
@@ -165,7 +165,7 @@ void open_main_file(VekDebugFilestream *main)
 
 } // namespace
 
-/* ---- What the other parts call ---- */
+/* ---- What the other sources call ---- */
 
 void _vek_debug_close_filestream(VekDebugFilestream *fs)
 {

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* What always holds:
+/* Dictionaries. What always holds:
  * - The items in use are the first `len` slots, counted through the segments in their order. Every
  *   segment but the last is full.
  * - Free slots are zero-filled. Releasing such empty records does nothing.

@@ -1,12 +1,12 @@
 /* SPDX-License-Identifier: MIT */
-/* What always holds:
+/* Hash tables. What always holds:
  * - The number of slots is a power of two, at least 8. An entry is in the chain of the slot that
  *   the lowest bits of its key's hash choose. Hashes are not stored; a rehash computes them again.
  * - No two keys are equal by the table's equality function. An insertion appends to a chain; a
  *   rehash reverses chains. What VEK_HASH_FOREACH() relies on is said at rehash().
- * - entry_count is the number of entries in all chains, except while a table is destroyed.
+ * - entry_count is the number of entries in all chains, except while a table is being released.
  * - A rehash moves the entries and allocates only the slots. Without memory for them the table
- *   keeps the old ones: it works with any number of slots, but fewer are slower.
+ *   keeps the old ones: it works with too few slots, only more slowly.
  * - The chains are up to date before a destroy function runs: it may look keys up. */
 #include "veklib/vekhash.h"
 

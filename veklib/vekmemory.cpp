@@ -1,13 +1,13 @@
 /* SPDX-License-Identifier: MIT */
 /* The allocator's tables, their first use, and the entry points.
  *
- * Every call goes through the `active` table. At load it holds first-use entries; afterwards it
- * always holds the operations of the `installed` table, or wrappers around them if tracing is on.
- * Only publish() makes the two tables agree. The first call that needs them (an allocation, a
- * query, or one that switches tracing on) completes the first-use installation before anything else
- * happens, and racing threads wait for it. If a table is installed before that, no first-use
- * installation is made. `installed` never holds a first-use entry or a wrapper, so neither can run
- * on top of a table that was installed later.
+ * Every call goes through the `active` table. At load its slots hold first-use functions;
+ * afterwards it always holds the operations of the `installed` table, or wrappers around them if
+ * tracing is on. Only publish() makes the two tables agree. The first call that needs them (an
+ * allocation, a query, or one that switches tracing on) completes the first-use installation before
+ * anything else happens, and racing threads wait for it. If a table is installed before that, no
+ * first-use installation is made. `installed` never holds a first-use function or a wrapper, so
+ * neither can run on top of a table that was installed later.
  *
  * An entry point that allocates or releases tests for zero (realloc does not) and jumps through the
  * active table, without further ordering. CMakeLists.txt compiles this source so that its calls in

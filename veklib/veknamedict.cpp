@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: MIT */
+/* Dictionaries with name keys. vektypeddict_internal.h has the bodies of the functions. */
 #include "veklib/veknamedict.h"
 
 #include "veklib/vekdiag_internal.h"

@@ -3,7 +3,8 @@
  *
  * A string is one block with its count and its text. A count of 0 marks a persistent string, which
  * vek_str_unref() never releases. A replacing edit makes the new string first, so that the old one
- * stays if there is no memory, and releases the old one last, because the texts may be its own. */
+ * stays if there is no memory, and releases the old one last, because the texts that are passed may
+ * be part of it. */
 #include "veklib/vekstr.h"
 
 #include "veklib/vekdiag_internal.h"

@@ -1,4 +1,5 @@
 /* SPDX-License-Identifier: MIT */
+/* Dictionaries with string keys. vektypeddict_internal.h has the bodies of the functions. */
 #include "veklib/vekstrdict.h"
 
 #include "veklib/vekdiag_internal.h"

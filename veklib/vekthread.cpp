@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
+/* Thread slots and recursive mutexes: thin wrappers around the platform's functions. Nothing is
+ * stored or allocated here. */
 #include "veklib/vekthread.h"
 
 namespace {
 
-/* Thin wrappers around the platform's functions; nothing is stored or allocated here. A slot is the
- * platform's key plus 1, so that 0 can mean no slot.
- */
+/** A slot is the platform's key plus 1, so that 0 can mean no slot. */
 pthread_key_t key_of(VekPrivate slot)
 {
     return slot - 1;

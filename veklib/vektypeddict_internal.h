@@ -2,7 +2,7 @@
 /* The bodies of the typed dictionaries' functions. `Keys` says how a key is stored and found:
  *
  *     Keys::Key                    the type of the key that callers pass
- *     Keys::store(record, key)     makes the record of a key to store; false without memory
+ *     Keys::store(record, key)     fills in the record of a key to be stored; false without memory
  *     Keys::match(key)             the function that matches stored keys with `key` in a search
  */
 #ifndef VEKLIB_VEKTYPEDDICT_INTERNAL_H

@@ -2,9 +2,10 @@
 /* Values: access to the datum of a record by its type, with the header's five verbs.
  *
  * `set` and `take` write the record and never read what it held. The others read: they refuse an
- * empty record (null `vt`) like a record of another type, and those for lists report each of their
- * queries besides. A refusal changes nothing. Of the functions that read, only `steal` changes the
- * payload; it leaves the type. The names of parameters are printed by the checks. */
+ * empty record (null `vt`) like a record of another type, and those for lists also give the
+ * warnings of their type queries. A refusal changes nothing. Of the functions that read, only
+ * `steal` changes the payload; it leaves the type. The names of parameters are printed by the
+ * checks. */
 #include "veklib/vekvalue.h"
 
 #include "veklib/vekdiag_internal.h"
