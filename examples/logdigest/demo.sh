@@ -32,10 +32,10 @@ real_log() {
 title 'logdigest, an application that uses this library'
 cat <<'END'
 It tells what an operator wants to know of a log first: the time that it spans, who writes most of
-it, and which lines cannot be read. Its settings are a dictionary; another one, whose keys are
+it, and which lines cannot be read. Its settings are a dictionary; a hash table, whose keys are
 interned names, counts the lines of each program; a list of errors keeps what could not be read.
-Families in use: memory, string helpers, lists, names, values, dictionaries, typed dictionaries,
-errors, debug output.
+Families in use: memory, string helpers, lists, hash tables, names, values, dictionaries, typed
+dictionaries, errors, debug output.
 END
 
 title 'A generated log: 4,000 lines of a small gateway, some of them broken on purpose'

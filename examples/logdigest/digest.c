@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-enum { expected_names = 64, excerpt_length = 48 };
+enum { excerpt_length = 48 };
 
 static VekError *out_of_memory(void)
 {
@@ -20,7 +20,9 @@ VekError *digest_init(struct digest *digest, const VekDict *settings)
     memset(digest, 0, sizeof *digest);
     digest->settings = settings;
     digest->names = vek_name_table_create(NULL);
-    digest->counts = vek_name_dict_create(expected_names);
+    /* Not a dictionary: that is searched item by item, and a log may name thousands of packages. */
+    digest->counts =
+        vek_hash_new_full(vek_hash_pointer_hash_func, vek_hash_int_equal_func, NULL, NULL);
     return digest->names != NULL && digest->counts != NULL ? NULL : out_of_memory();
 }
 
@@ -31,7 +33,9 @@ static void destroy_error(void *element)
 
 void digest_release(struct digest *digest)
 {
-    vek_dict_destroy(digest->counts); /* its keys are the table's names */
+    if (digest->counts != NULL) {
+        vek_hash_destroy(digest->counts); /* its keys are the table's names */
+    }
     vek_name_table_destroy(&digest->names);
     vek_slist_free(digest->errors, destroy_error);
     vek_free(digest->first_stamp);
@@ -88,8 +92,9 @@ static VekError *count_subject(struct digest *digest, const struct record *recor
     if (name == NULL) {
         return out_of_memory();
     }
-    const int32_t count = vek_name_dict_get_int_or(digest->counts, name, 0) + 1;
-    return vek_name_dict_put_int(digest->counts, name, count) ? NULL : out_of_memory();
+    const int count = VEK_POINTER_TO_INT(vek_hash_lookup(digest->counts, name)) + 1;
+    return vek_hash_insert(digest->counts, name, VEK_INT_TO_POINTER(count)) ? NULL
+                                                                            : out_of_memory();
 }
 
 static VekError *replace_stamp(char **stamp, const char *line, const struct record *record)
@@ -162,29 +167,29 @@ static int busier_first(const void *a, const void *b)
     return strcmp(first->name, second->name);
 }
 
-static int collect_count(VekValue *key, VekValue *data, void *user_data)
+static int collect_count(void *name, void *lines, void *user_data)
 {
     struct count **const next = user_data;
-    (*next)->name = vek_name_to_string(vek_value_get_name(key));
-    (*next)->lines = vek_value_get_int(data);
+    (*next)->name = vek_name_to_string(name);
+    (*next)->lines = VEK_POINTER_TO_INT(lines);
     ++*next;
     return 0;
 }
 
 static VekError *print_busiest(const struct digest *digest, FILE *out)
 {
-    const int number = vek_dict_get_len(digest->counts);
+    const uint32_t number = digest->counts->entry_count;
     const int top = vek_str_dict_get_int_or(digest->settings, "busiest", 10);
-    struct count *const counts = vek_calloc((size_t)number, sizeof *counts);
+    struct count *const counts = vek_calloc(number, sizeof *counts);
     if (counts == NULL) {
         return out_of_memory();
     }
     struct count *next = counts;
-    vek_dict_foreach(digest->counts, collect_count, &next);
-    qsort(counts, (size_t)number, sizeof *counts, busier_first);
-    fprintf(out, "busiest     of %d programs or packages\n", number);
-    for (int i = 0; i < number && i < top; ++i) {
-        VEK_DEBUG(debug_report, DEBUG_RANKING, "rank %d: %s\n", i + 1, counts[i].name);
+    vek_hash_foreach(digest->counts, collect_count, &next);
+    qsort(counts, number, sizeof *counts, busier_first);
+    fprintf(out, "busiest     of %u programs or packages\n", number);
+    for (uint32_t i = 0; i < number && i < (uint32_t)top; ++i) {
+        VEK_DEBUG(debug_report, DEBUG_RANKING, "rank %u: %s\n", i + 1, counts[i].name);
         fprintf(out, "  %10d  %s\n", counts[i].lines, counts[i].name);
     }
     vek_free(counts);
@@ -216,8 +221,8 @@ static void print_unreadable(const struct digest *digest, FILE *out)
 
 VekError *digest_print(const struct digest *digest, const char *name, FILE *out)
 {
-    VEK_DEBUG(debug_report, DEBUG_SUMMARY, "%lu lines, %d names, %lu faults\n", digest->lines,
-              vek_dict_get_len(digest->counts), digest->unreadable);
+    VEK_DEBUG(debug_report, DEBUG_SUMMARY, "%lu lines, %u names, %lu faults\n", digest->lines,
+              digest->counts->entry_count, digest->unreadable);
     fprintf(out, "log         %s\n", name);
     fprintf(out, "lines       %lu\n", digest->lines);
     print_span(digest, out);

@@ -14,7 +14,7 @@ struct digest {
     unsigned long lines;
     unsigned long unreadable;
     VekNameTable *names; /**< of the programs or packages */
-    VekDict *counts;     /**< the lines of each name */
+    VekHash *counts;     /**< the number of lines of each name */
     VekSList *errors;    /**< the faults of the first unreadable lines: VekError, owned */
     VekSList *last_error;
     char *first_stamp; /**< time stamp of the earliest line, owned; null before the first one */

@@ -1,27 +1,30 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Writes a sample log of 4,000 plausible syslog lines, some of them broken; always the same lines.
+# usage: make_sample_log.sh [LINES [PROGRAMS]] - writes a sample log of so many (4,000) plausible
+# syslog lines from so many (10) programs; some are broken. They are always the same.
 set -eu
-awk '
+awk -v lines="${1:-4000}" -v programs="${2:-10}" '
 function random(n) { seed = (seed * 1103 + 12345) % 1000003; return seed % n }
 BEGIN {
     seed = 7
     split("Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec", month, " ")
-    programs = split("kernel cron sshd systemd NetworkManager dbus-daemon rsyslogd " \
-                     "wpa_supplicant chronyd modem-manager", program, " ")
+    kinds = split("kernel cron sshd systemd NetworkManager dbus-daemon rsyslogd " \
+                  "wpa_supplicant chronyd modem-manager", program, " ")
     messages = split("started|link is up, 100 Mbit/s|session opened for user root|" \
                      "temperature 61 C, fan on|reply from 192.0.2.7 in 12 ms|" \
                      "retrying in 5 seconds|configuration read", message, "|")
     day = 31; m = 12; second = 41000
-    for (i = 0; i < 4000; ++i) {
+    for (i = 0; i < lines; ++i) {
         second += random(45)
         if (second >= 86400) {
             second -= 86400
-            if (++day > 31) { day = 1; m = m % 12 + 1 }
+            days = substr("312831303130313130313031", 2 * m - 1, 2)
+            if (++day > days + 0) { day = 1; m = m % 12 + 1 }
         }
         # The first programs are the busiest ones.
         p = random(programs)
-        who = program[1 + int(p * random(programs) / programs)]
+        p = int(p * random(programs) / programs)
+        who = program[1 + p % kinds] (p < kinds ? "" : "-" int(p / kinds))
         stamp = sprintf("%s %2d %02d:%02d:%02d", month[m], day, second / 3600, second / 60 % 60,
                         second % 60)
         if (i % 500 == 123) print "-- MARK --"
