@@ -15,10 +15,9 @@ enum { longest_line = 65536, busiest = 10, kept_faults = 5, excerpt_length = 48 
 typedef enum { NO_STAMP, NO_PROGRAM, NO_PACKAGE, BAD_FILE } LineError;
 static const char *const finders[] = {"parse_line", "parse_program", "parse_package"};
 
-#define LINE_ERROR line_error_quark()
-static G_DEFINE_QUARK(line - error - quark, line_error)
+static GQuark line_error_quark(void) { return g_quark_from_static_string("line-error-quark"); }
 
-    typedef struct {
+typedef struct {
     int year; /* 0 when the time stamp has none */
     int month;
     gint64 seconds;
@@ -109,7 +108,7 @@ static gboolean parse_program(char *text, Record *record, GError **error)
     record->subject_length = strcspn(record->subject, " [:");
     const char end = record->subject[record->subject_length];
     if (record->subject_length == 0 || (end != '[' && end != ':')) {
-        g_set_error_literal(error, LINE_ERROR, NO_PROGRAM, "no program name");
+        g_set_error_literal(error, line_error_quark(), NO_PROGRAM, "no program name");
         return FALSE;
     }
     return TRUE;
@@ -127,7 +126,7 @@ static gboolean parse_package(char *text, Record *record, GError **error)
     if (g_str_has_prefix(text, "status ")) { record->subject = next_word(record->subject); }
     record->subject_length = strcspn(record->subject, " :");
     if (record->subject_length == 0) {
-        g_set_error_literal(error, LINE_ERROR, NO_PACKAGE, "no package name");
+        g_set_error_literal(error, line_error_quark(), NO_PACKAGE, "no package name");
         return FALSE;
     }
     return TRUE;
@@ -140,7 +139,7 @@ static gboolean parse_line(char *line, Record *record, GError **error)
     if (length == 0) { length = parse_zoned_stamp(line, record); }
     if (length == 0) { length = parse_classic_stamp(line, record); }
     if (length == 0 || line[length] != ' ') {
-        g_set_error_literal(error, LINE_ERROR, NO_STAMP, "no time stamp");
+        g_set_error_literal(error, line_error_quark(), NO_STAMP, "no time stamp");
         return FALSE;
     }
     record->stamp_length = (gsize)length;
@@ -261,7 +260,7 @@ static gboolean read_lines(FILE *file, Digest *digest, GError **error)
     while ((length = getline(&line, &size, file)) > 0) {
         if (line[length - 1] == '\n') { line[--length] = '\0'; }
         if (length > longest_line || strlen(line) != (size_t)length) {
-            g_set_error(error, LINE_ERROR, BAD_FILE, "line %lu: not a line of a log",
+            g_set_error(error, line_error_quark(), BAD_FILE, "line %lu: not a line of a log",
                         digest->lines + 1);
             break;
         }
@@ -273,7 +272,8 @@ static gboolean read_lines(FILE *file, Digest *digest, GError **error)
         g_set_error_literal(error, G_FILE_ERROR, (int)g_file_error_from_errno(errno),
                             g_strerror(errno));
     } else if (digest->unreadable == digest->lines) {
-        g_set_error_literal(error, LINE_ERROR, BAD_FILE, "no line could be read as a log line");
+        g_set_error_literal(error, line_error_quark(), BAD_FILE,
+                            "no line could be read as a log line");
     }
     return !ferror(file) && digest->unreadable != digest->lines;
 }
