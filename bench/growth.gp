@@ -24,14 +24,17 @@ texts = "VekStrBuilder vek_str_append_c_str GString std::string"
 array contenders = [tables, tables, tables, tables, \
                     dictionaries, dictionaries, dictionaries, dictionaries, \
                     names, names, lists, texts]
-# The library is black, with dashes for its second choice; the peers have the colours of chart.gp.
+
+# The library is black, GLib and the C++ library have the colours of chart.gp; dashes are for a
+# second way to do the job.
 set linetype 1 linecolor "#000000" pointtype 7 linewidth 2.5
 set linetype 2 linecolor "#000000" pointtype 6 linewidth 1.5 dashtype 2
 set linetype 3 linecolor "#0072b2" pointtype 5 linewidth 1.5
 set linetype 4 linecolor "#56b4e9" pointtype 9 linewidth 1.5
 set linetype 5 linecolor "#d55e00" pointtype 13 linewidth 1.5
+set linetype 6 linecolor "#56b4e9" pointtype 8 linewidth 1.5 dashtype 2
 type(who, place) = who[1:1] eq "G" ? 3 : who[1:5] eq "tsl::" ? 5 : \
-    who[1:5] ne "std::" ? place : who eq "std::vector" ? 5 : 4
+    who[1:5] ne "std::" ? place : who eq "std::vector" ? 6 : 4
 
 set terminal svg noenhanced size 960, 1640 font "sans-serif,12" background "white"
 set multiplot layout 6, 2 margins 0.075, 0.965, 0.033, 0.955 spacing 0.1, 0.05 \
