@@ -208,6 +208,38 @@ TEST(Trace, WritesOneLineAnOperation)
               "0x1234: vek_malloc(7) => P [#7]\n0x1234: vek_free(P)\n");
 }
 
+TEST(Trace, PrintsNumbersAsPrintfDoes)
+{
+    std::vector<size_t> numbers = {0};
+    for (size_t ten = 1; ten <= SIZE_MAX / 10; ten *= 10) {
+        numbers.insert(numbers.end(), {ten, 10 * ten - 1});
+    }
+    for (size_t two = 1; two != 0; two *= 2) {
+        numbers.insert(numbers.end(), {two, two - 1, 0 - two});
+    }
+    const auto pointer = [](size_t number) { return reinterpret_cast<void *>(number); };
+
+    const auto ended = in_clean_child([&] {
+        VekMemoryVtable table = {};
+        table.realloc = [](void *block, size_t, void *) { return block; };
+        vek_set_memory_vtable(&table);
+        vek_memory_enable_trace();
+        for (const size_t number : numbers) {
+            void *const block = pointer(number);
+            EXPECT_EQ(vek_realloc_with_return(block, number, pointer(~number)), block);
+        }
+    });
+    std::string expected;
+    int count = 0;
+    for (const size_t number : numbers) {
+        char line[200];
+        snprintf(line, sizeof line, "%p: vek_realloc(%p, %zd) => %p [#%d]\n", pointer(~number),
+                 pointer(number), static_cast<ssize_t>(number), pointer(number), ++count);
+        expected += line;
+    }
+    EXPECT_EQ(ended.err, expected);
+}
+
 TEST(Trace, GoesWhereTheEnvironmentSays)
 {
     const std::string path = testing::TempDir() + "/veklib-trace-" + std::to_string(getpid());

@@ -7,16 +7,20 @@
  * errno stays as the traced operation left it. Nothing here writes to a table, except that
  * wrap_if_tracing() changes the one that it is given. Nothing allocates through the library.
  */
+#include "veklib/vekcompiler_internal.h"
 #include "veklib/vekdiag.h"
 #include "veklib/vekmemory_internal.h"
 #include "veklib/vekmemory_table_internal.h"
 
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <limits>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -28,8 +32,9 @@ namespace {
 
 /* ---- The trace writer ---- */
 
-constexpr size_t trace_buffer_size = 1024;
-constexpr int trace_line_limit = 1021; // longer lines are dropped; scripts may rely on it
+/* Room for every line: the longest, of vek_calloc() with all values at their longest, has 112
+ * characters. */
+constexpr size_t trace_line_size = 256;
 
 constinit FILE *trace_destination = nullptr;
 constinit pthread_once_t trace_destination_once = PTHREAD_ONCE_INIT;
@@ -50,30 +55,72 @@ void choose_trace_destination()
     trace_destination = stderr;
 }
 
-/** Writes a line, which begins with the return address, and a newline in one write. A line over the
- *  limit is dropped. The first line chooses the destination.
+/* Lines are composed here, because snprintf() takes three times as long. The functions append to a
+ * line and return its new end. */
+
+/** Appends the last `count` digits of `number`. */
+template <unsigned base>
+char *append_digits(char *end, uintptr_t number, int count)
+{
+    for (char *digit = end + count; digit != end; number /= base) {
+        *--digit = "0123456789abcdef"[number % base];
+    }
+    return end + count;
+}
+
+char *append_address(char *end, const void *address)
+{
+    if (address == nullptr) {
+        return stpcpy(end, "(nil)");
+    }
+    const auto number = reinterpret_cast<uintptr_t>(address);
+    const int bits = std::numeric_limits<uintptr_t>::digits - std::countl_zero(number);
+    return append_digits<16>(stpcpy(end, "0x"), number, (bits + 3) / 4);
+}
+
+char *append_decimal(char *end, ssize_t number)
+{
+    auto magnitude = static_cast<size_t>(number);
+    if (number < 0) {
+        *end++ = '-';
+        magnitude = 0 - magnitude;
+    }
+    int count = 1;
+    for (size_t rest = magnitude; rest >= 10; rest /= 10) {
+        ++count;
+    }
+    return append_digits<10>(end, magnitude, count);
+}
+
+/** Writes a line, which begins with the return address, and a newline in one write. `format` may
+ *  contain only "%p" and "%zd". The first line chooses the destination.
  *  Fails: there is no destination at all -> a fatal error */
 VEK_PRINTF(1, 2) void write_trace(const char *format, ...)
 {
     const int saved_errno = errno;
 
-    char line[trace_buffer_size];
+    char line[trace_line_size];
+    char *end = line;
     va_list args;
     va_start(args, format);
-    const int length = vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    if (length < 0 || length > trace_line_limit) {
-        errno = saved_errno;
-        return;
+    while (const char c = *format++) {
+        if (!vek_is_rare(c == '%')) {
+            *end++ = c;
+        } else if (*format++ == 'p') {
+            end = append_address(end, va_arg(args, void *));
+        } else {
+            ++format; // the d of "%zd"
+            end = append_decimal(end, va_arg(args, ssize_t));
+        }
     }
-    line[length] = '\n';
-    line[length + 1] = '\0';
+    va_end(args);
+    *end++ = '\n';
 
     pthread_once(&trace_destination_once, choose_trace_destination);
     if (trace_destination == nullptr) {
         _vek_error(__FILE__, __LINE__, "Assertion %s failed.\n", "trace_destination");
     }
-    fputs(line, trace_destination);
+    fwrite(line, 1, static_cast<size_t>(end - line), trace_destination);
     errno = saved_errno;
 }
 
@@ -96,7 +143,8 @@ const VekMemoryVtable &traced_table()
     return installed;
 }
 
-int next_allocation_number()
+/* Lines show the number as an int, too: it is negative after INT_MAX. */
+ssize_t next_allocation_number()
 {
     return static_cast<int>(allocation_counter.fetch_add(1, std::memory_order_relaxed) + 1);
 }
@@ -104,7 +152,7 @@ int next_allocation_number()
 void *traced_malloc(size_t size, void *return_address)
 {
     void *const result = load(traced_table().malloc)(size, return_address);
-    write_trace("%p: vek_malloc(%zd) => %p [#%d]", return_address, as_signed(size), result,
+    write_trace("%p: vek_malloc(%zd) => %p [#%zd]", return_address, as_signed(size), result,
                 next_allocation_number());
     return result;
 }
@@ -112,7 +160,7 @@ void *traced_malloc(size_t size, void *return_address)
 void *traced_calloc(size_t count, size_t size, void *return_address)
 {
     void *const result = load(traced_table().calloc)(count, size, return_address);
-    write_trace("%p: vek_calloc(%zd, %zd) => %p [#%d]", return_address, as_signed(count),
+    write_trace("%p: vek_calloc(%zd, %zd) => %p [#%zd]", return_address, as_signed(count),
                 as_signed(size), result, next_allocation_number());
     return result;
 }
@@ -122,7 +170,7 @@ void *traced_realloc(void *block, size_t size, void *return_address)
     // For the line: once the block has been resized, the old pointer must not be used any more.
     const auto old_address = reinterpret_cast<uintptr_t>(block);
     void *const result = load(traced_table().realloc)(block, size, return_address);
-    write_trace("%p: vek_realloc(%p, %zd) => %p [#%d]", return_address,
+    write_trace("%p: vek_realloc(%p, %zd) => %p [#%zd]", return_address,
                 reinterpret_cast<void *>(old_address), as_signed(size), result,
                 next_allocation_number());
     return result;
@@ -138,7 +186,7 @@ void traced_free(void *block, void *return_address)
 void *traced_malloc_if_possible(size_t size, void *return_address)
 {
     void *const result = load(traced_table().malloc_if_possible)(size, return_address);
-    write_trace("%p: vek_malloc_if_possible(%zd) => %p [#%d]", return_address, as_signed(size),
+    write_trace("%p: vek_malloc_if_possible(%zd) => %p [#%zd]", return_address, as_signed(size),
                 result, next_allocation_number());
     return result;
 }
@@ -146,7 +194,7 @@ void *traced_malloc_if_possible(size_t size, void *return_address)
 void *traced_malloc_if_available(size_t size, void *return_address)
 {
     void *const result = load(traced_table().malloc_if_available)(size, return_address);
-    write_trace("%p: vek_malloc_if_available(%zd) => %p [#%d]", return_address, as_signed(size),
+    write_trace("%p: vek_malloc_if_available(%zd) => %p [#%zd]", return_address, as_signed(size),
                 result, next_allocation_number());
     return result;
 }
