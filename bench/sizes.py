@@ -14,13 +14,14 @@ import json
 import os
 import re
 import shlex
+import statistics
 import subprocess
 import tempfile
 
 PROGRAM = """#include <unistd.h>
 int main(int c, char **v) { return c > 1 && write(1, *v, 1) && pause(); }
 """
-ROUNDS = 20
+ROUNDS = 40
 PROCESSES = 10
 
 
@@ -84,19 +85,23 @@ class Bench:
                 process.kill()
 
     def starts(self, programs):
-        """Microseconds of each start: the least of many, because disturbances only delay it.
-
-        The programs take turns."""
+        """{program: microseconds of its start in each round}, the least of several each time,
+        because disturbances only delay it. The programs take turns."""
         results = os.path.join(self.folder, "starts.json")
         commands = [shlex.join(self.run + [program]) for program in programs]
         rounds = []
         for _ in range(ROUNDS):
-            hyperfine = ["hyperfine", "-N", "--warmup", "5", "--runs", "20"]
+            hyperfine = ["hyperfine", "-N", "--warmup", "2", "--runs", "10"]
             hyperfine += ["--export-json", results]
             subprocess.run(hyperfine + commands, capture_output=True, check=True)
             with open(results, encoding="utf-8") as file:
-                rounds.append([command["min"] for command in json.load(file)["results"]])
-        return [min(times) * 1e6 for times in zip(*rounds)]
+                rounds.append([command["min"] * 1e6 for command in json.load(file)["results"]])
+        return dict(zip(programs, zip(*rounds)))
+
+
+def added(starts, base):
+    """The median of the rounds' differences: what slows one round down slows both programs."""
+    return round(statistics.median(start - other for start, other in zip(starts, base)))
 
 
 def main():
@@ -119,7 +124,7 @@ def main():
             program = bench.program(os.path.abspath(library))
             rows.append((library, program, bench.program(*needs) if needs else empty))
         programs = list({program for row in rows for program in (empty, *row[1:])})
-        starts = dict(zip(programs, bench.starts(programs)))
+        starts = bench.starts(programs)
         dirty = {program: bench.dirty_kilobytes(program) for program in programs}
         for library, whole, needed in rows:
             sections, text, data = bench.sections(library)
@@ -127,7 +132,7 @@ def main():
             row = [code, code + sections.get(".rodata", 0), text, data]
             row.append(bench.relocations(library))
             for base in (empty, needed):
-                row += [dirty[whole] - dirty[base], round(starts[whole] - starts[base])]
+                row += [dirty[whole] - dirty[base], added(starts[whole], starts[base])]
             print(f"{os.path.basename(library):18}" + "".join(f"{number:9}" for number in row))
 
 
