@@ -13,8 +13,9 @@
 
 namespace {
 
-/** Copies the first `length` characters of `text` into a new, NUL-terminated string. */
-char *duplicate(const char *text, size_t length, void *return_address)
+/** Copies the first `length` characters of `text` into a new, NUL-terminated string. Force-inlined:
+ *  at -Os the compiler emits a call, which takes eight instructions and saves no byte. */
+[[gnu::always_inline]] inline char *duplicate(const char *text, size_t length, void *return_address)
 {
     auto *const copy = static_cast<char *>(vek_malloc_with_return(length + 1, return_address));
     if (copy != nullptr) {
