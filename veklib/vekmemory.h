@@ -52,7 +52,7 @@
  *  limit on the size of files raises SIGXFSZ. Both signals end a process that neither ignores nor
  *  handles them.
  *
- *  Tools may rely on the format of trace lines. Addresses are printed with "%p", null as "(nil)".
+ *  Tools may rely on the format of trace lines. Addresses look as "%p" prints them, null as "(nil)".
  *  Sizes are printed as signed numbers of the machine's width, so a size in the upper half of the
  *  range is negative:
  *
