@@ -130,9 +130,9 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
     return {item, nullptr, 0, false};
 }
 
-/** Works like vek_dict_search() for an integer, but looks at two items a step. That takes two thirds
- *  of the time among 50 items, and no longer among 5. Force-inlined: the place that a call returned
- *  in memory would cost more than the steps save. */
+/** Works like vek_dict_search() for an integer, but looks at two items at a time. Among 50 items
+ *  that takes two thirds of the time, among 5 it takes no longer. Force-inlined: to return the place
+ *  in memory would cost more than the pairs save. */
 [[gnu::always_inline]] inline VekDictPlace search_int(const VekDict *dict, int32_t key,
                                                       const char *function)
 {

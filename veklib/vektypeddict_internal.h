@@ -11,8 +11,8 @@
 
 #include "veklib/vekdict_internal.h"
 
-/** Keys::find() with a function that matches keys. Force-inlined, so that a get is one search without
- *  a call. */
+/** Keys::find() with a function that matches keys. Force-inlined, so that a get is one search
+ *  without a call. */
 template <typename Matches>
 [[gnu::always_inline]] inline VekValue *vek_dict_find(const VekDict *dict, Matches matches)
 {
