@@ -131,8 +131,8 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 }
 
 /** Works like vek_dict_search() for an integer, but looks at two items at a time. Among 50 items
- *  that takes two thirds of the time, among 5 it takes no longer. Force-inlined: to return the place
- *  in memory would cost more than the pairs save. */
+ *  that takes two thirds of the time, among 5 it takes no longer. Force-inlined: returning the
+ *  place in memory would cost more than the pairs save. */
 [[gnu::always_inline]] inline VekDictPlace search_int(const VekDict *dict, int32_t key,
                                                       const char *function)
 {
