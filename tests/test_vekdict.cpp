@@ -342,7 +342,8 @@ TEST(Dict, IntegersAreFoundAmongKeysThatLookLikeThem)
     VekDict *const dict = vek_int_dict_create(1);
     for (int number = 1; number <= 5; ++number) { // at odd and at even places
         VekValue pointer;
-        vek_value_set_pointer(&pointer, VEK_INT_TO_POINTER(number));
+        vek_value_set_pointer(&pointer, nullptr);
+        pointer.payload.integer = number; // the same bits, in either byte order
         VekValue data;
         vek_value_set_int(&data, 0);
         EXPECT_EQ(_vek_dict_put_value(dict, &pointer, &data), 1);

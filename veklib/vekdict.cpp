@@ -108,16 +108,12 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 
 /* ---- Search ---- */
 
-/** Whether a search for an integer may end at this key: it looks like the integer, or is empty. */
-[[gnu::always_inline]] inline bool may_end_at(const VekValue &stored, int32_t key)
+/** Whether a search for an integer ends at this key: it is that integer, or is empty. The bits come
+ *  first, because (same bits && an integer) || empty takes twice the time in the loop. */
+[[gnu::always_inline]] inline bool ends_at(const VekValue &stored, int32_t key)
 {
-    return vek_is_rare(stored.payload.integer == key || stored.vt == nullptr);
-}
-
-/** Whether such a key is an integer indeed, or is empty, and not of a type with the same bits. */
-[[gnu::always_inline]] inline bool ends_at(const VekValue &stored)
-{
-    return vek_value_is(&stored, VEK_VALUE_INT) || stored.vt == nullptr;
+    return vek_is_rare(stored.payload.integer == key || stored.vt == nullptr) &&
+           (vek_value_is(&stored, VEK_VALUE_INT) || stored.vt == nullptr);
 }
 
 /** What a search has found that ended at an integer or at an empty key. */
@@ -131,8 +127,8 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
 }
 
 /** Works like vek_dict_search() for an integer, but looks at two items at a time. Among 50 items
- *  that takes two thirds of the time, among 5 it takes no longer. Force-inlined: returning the
- *  place in memory would cost more than the pairs save. */
+ *  that takes 0.7 of the time, among 5 no more. Force-inlined: returning the place in memory would
+ *  cost more than the pairs save. */
 [[gnu::always_inline]] inline VekDictPlace search_int(const VekDict *dict, int32_t key,
                                                       const char *function)
 {
@@ -142,16 +138,16 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
         VekDictItem *item = segment->items;
         const VekDictItem *const end = item + used;
         if (used % 2 != 0) {
-            if (may_end_at(item->key, key) && ends_at(item->key)) {
+            if (ends_at(item->key, key)) {
                 return found_at(item, function);
             }
             ++item;
         }
         for (; item != end; item += 2) {
-            if (may_end_at(item[0].key, key) && ends_at(item[0].key)) {
+            if (ends_at(item[0].key, key)) {
                 return found_at(&item[0], function);
             }
-            if (may_end_at(item[1].key, key) && ends_at(item[1].key)) {
+            if (ends_at(item[1].key, key)) {
                 return found_at(&item[1], function);
             }
         }

@@ -21,13 +21,13 @@ struct VekDictPlace {
 /** Warns of an empty stored key; the warning names `function`. */
 [[gnu::cold]] VEK_HIDDEN void vek_dict_report_empty_key(const VekValue *key, const char *function);
 
-/** The datum of an integer key in any dictionary, or null: _vek_dict_get_value() without a record
- *  for the key. */
+/** The datum of an integer key in any dictionary, or null: the search of _vek_dict_get_value(), but
+ *  without a record for the key. */
 VEK_HIDDEN VekValue *vek_dict_find_int(const VekDict *dict, int32_t key);
 
 /** Finds the first item in use for whose key `matches` returns true; it must return false for an
  *  empty key. The search ends with the last segment, because a dictionary that is being cleared may
- *  have fewer slots than `len`. */
+ *  have fewer slots than `len`. The search for integers in vekdict.cpp has the same frame. */
 template <typename Matches>
 VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
 {
