@@ -98,8 +98,8 @@ static long field(const char *text, const char *name)
 }
 
 /* Writes to the standard error stream: the heap's peak in bytes; in KB, the memory that the process
- * has changed, and its resident memory, which includes the pages of files that it shares. The
- * kernel counts pages exactly here, and with an error of some pages in /proc/self/status. */
+ * has changed (the kernel calls it anonymous), and its resident memory, which includes the pages of
+ * files that it shares. The kernel counts pages exactly here, unlike in /proc/self/status. */
 __attribute__((destructor)) static void report(void)
 {
     char text[4096] = "";
@@ -107,7 +107,7 @@ __attribute__((destructor)) static void report(void)
     const int file = open("/proc/self/smaps_rollup", O_RDONLY);
     if (read(file, text, sizeof text - 1) < 0) { text[0] = '\0'; }
     close(file);
-    dprintf(STDERR_FILENO, "peaks %zu %ld %ld\n", heap_peak, field(text, "Private_Dirty:"),
+    dprintf(STDERR_FILENO, "peaks %zu %ld %ld\n", heap_peak, field(text, "Anonymous:"),
             field(text, "Rss:"));
 }
 #endif

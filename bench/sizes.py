@@ -87,10 +87,11 @@ class Bench:
                 process.kill()
 
     def dirty_kilobytes_of_process(self, pid):
-        """An emulated program of 32 bits has its memory below 4 GB, the emulator has its own
-        above."""
+        """Anonymous pages include a file's that the process has changed. Private_Dirty would also
+        count pages of a new file that are not on the disk yet. An emulated program of 32 bits has
+        its memory below 4 GB, the emulator has its own above."""
         with open(f"/proc/{pid}/smaps", encoding="utf-8") as file:
-            mappings = re.findall(r"(?ms)^([0-9a-f]+)-.*?^Private_Dirty: *(\d+)", file.read())
+            mappings = re.findall(r"(?ms)^([0-9a-f]+)-.*?^Anonymous: *(\d+)", file.read())
         return sum(
             int(dirty) for start, dirty in mappings if not self.run or int(start, 16) < 1 << 32
         )
