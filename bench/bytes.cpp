@@ -2,10 +2,12 @@
 /* Prints the heap bytes of one element of each structure, the allocator's overhead included
  * (heap.h), as lines of structure|size|maker|bytes. Each measurement has a process of its own. It
  * makes as many structures of the size as hold `elements` elements in all, so that the first block
- * of a pool or of a peer's own allocator hardly counts. What an element refers to exists before:
+ * of a pool or of a peer's own allocator hardly counts; or one structure, because GLib has only one
+ * table of names. What an element refers to exists before:
  * data, the texts of string keys, and the integer keys of those peers that take their addresses.
  * Only tables of names and dictionaries copy texts. Nothing is released. */
 #include "heap.h"
+#include "keys.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -57,11 +59,13 @@ struct Job {
     std::vector<int> sizes;
     const char *maker;
     Make *make;
-    int elements = 100'000;
+    int elements = 100'000; // one_structure: as many as the structure has
 };
 
+constexpr int one_structure = 0;
 const std::vector<int> list_sizes = {100'000};
 const std::vector<int> hash_sizes = {10, 100, 1000, 100'000};
+const std::vector<int> name_sizes = {10, 1000, 10'000, 100'000};
 const std::vector<int> dictionary_sizes = {5, 10, 50, 200};
 
 constexpr int longest = 100'000;
@@ -71,16 +75,11 @@ char datum;
 
 void prepare()
 {
-    constexpr const char *kinds[] = {"interface", "route",  "sensor", "timer",
-                                     "input",     "bridge", "status", "uplink"};
-    for (int i = 0; i < longest; ++i) {
-        texts.push_back(std::string(kinds[i % 8]) + "-" + std::to_string(i * 7919L) + ".state");
-        numbers.push_back(i);
-    }
+    texts = bench::texts(longest);
+    for (int i = 0; i < longest; ++i) { numbers.push_back(i); }
 }
 
 char *text(int i) { return texts[static_cast<size_t>(i)].data(); }
-void *word(int i) { return reinterpret_cast<void *>(static_cast<intptr_t>(i)); }
 
 /** Takes what a job makes; otherwise the compiler may leave out what nobody reads. */
 void keep(const void *made)
@@ -109,7 +108,7 @@ void vek_list(int size)
 void vek_integers(int size)
 {
     VekHash *const hash = vek_hash_new();
-    for (int i = 0; i < size; ++i) { vek_hash_insert(hash, word(i), &datum); }
+    for (int i = 0; i < size; ++i) { vek_hash_insert(hash, bench::word(i), &datum); }
 }
 
 void vek_strings(int size)
@@ -167,7 +166,7 @@ void glib_list(int size)
 void glib_integers(int size)
 {
     GHashTable *const hash = g_hash_table_new(nullptr, nullptr);
-    for (int i = 0; i < size; ++i) { g_hash_table_insert(hash, word(i), &datum); }
+    for (int i = 0; i < size; ++i) { g_hash_table_insert(hash, bench::word(i), &datum); }
 }
 
 void glib_strings(int size)
@@ -187,6 +186,12 @@ void glib_names(int size)
     for (int i = 0; i < size; ++i) { g_intern_string(text(i)); }
 }
 
+void glib_chunk(int size)
+{
+    GStringChunk *const chunk = g_string_chunk_new(1024);
+    for (int i = 0; i < size; ++i) { g_string_chunk_insert_const(chunk, text(i)); }
+}
+
 GValue *gvalue(int number)
 {
     auto *const value = g_new0(GValue, 1);
@@ -197,7 +202,7 @@ GValue *gvalue(int number)
 void glib_integer_items(int size)
 {
     GHashTable *const table = g_hash_table_new(nullptr, nullptr);
-    for (int i = 0; i < size; ++i) { g_hash_table_insert(table, word(i), gvalue(i)); }
+    for (int i = 0; i < size; ++i) { g_hash_table_insert(table, bench::word(i), gvalue(i)); }
 }
 
 void glib_string_items(int size)
@@ -206,7 +211,10 @@ void glib_string_items(int size)
     for (int i = 0; i < size; ++i) { g_hash_table_insert(table, g_strdup(text(i)), gvalue(i)); }
 }
 
-void glib_error(int) { keep(g_error_new(1, VEK_ERROR_IO, MESSAGE)); }
+void glib_error(int)
+{
+    keep(g_error_new(g_quark_from_static_string("bytes-error"), VEK_ERROR_IO, MESSAGE));
+}
 
 /* ---- APR, all structures in one pool ---- */
 
@@ -252,7 +260,9 @@ void apr_string_items(int size)
 
 void json_hash(lh_table *table, int size, bool of_text)
 {
-    for (int i = 0; i < size; ++i) { lh_table_insert(table, of_text ? text(i) : word(i), &datum); }
+    for (int i = 0; i < size; ++i) {
+        lh_table_insert(table, of_text ? text(i) : bench::word(i), &datum);
+    }
 }
 
 void json_integers(int size) { json_hash(lh_kptr_table_new(16, nullptr), size, false); }
@@ -315,7 +325,7 @@ void ut_integers(int size)
 {
     UtEntry *hash = nullptr;
     for (int i = 0; i < size; ++i) {
-        UtEntry *const entry = ut_entry(word(i));
+        UtEntry *const entry = ut_entry(bench::word(i));
         HASH_ADD_PTR(hash, key, entry);
     }
 }
@@ -363,7 +373,7 @@ void std_string(int)
 {
     using Handle = std::shared_ptr<std::string>;
     alignas(Handle) static char handle[sizeof(Handle)]; // never destroyed
-    new (handle) Handle(std::make_shared<std::string>(text_of<length>()));
+    keep(new (handle) Handle(std::make_shared<std::string>(text_of<length>())));
 }
 
 void std_names(int size)
@@ -390,13 +400,18 @@ void std_string_items(int size)
 
 /* ---- All jobs ---- */
 
+/* GLib has two peers: one table whose names nobody can release, and tables that can be released. */
+const char *const beside_quarks = "name (g_intern_string)";
+const char *const beside_chunk = "name (GStringChunk)";
+
 const Job jobs[] = {
     {"list node", list_sizes, "veklib", vek_list},
     {"hash entry, integer keys", hash_sizes, "veklib", vek_integers},
     {"hash entry, string keys", hash_sizes, "veklib", vek_strings},
     {"string of 8 characters", {1}, "veklib", vek_string<8>},
     {"string of 64 characters", {1}, "veklib", vek_string<64>},
-    {"name", {1000}, "veklib", vek_names, 1000},
+    {beside_quarks, name_sizes, "veklib", vek_names, one_structure},
+    {beside_chunk, name_sizes, "veklib", vek_names, one_structure},
     {"dictionary item, integer keys", dictionary_sizes, "veklib", vek_integer_items},
     {"dictionary item, string keys", dictionary_sizes, "veklib", vek_string_items},
     {"error", {1}, "veklib", vek_error, 1000},
@@ -425,8 +440,10 @@ const Job jobs[] = {
     {"string of 64 characters", {1}, "json-c", json_string<64>},
     {"string of 64 characters", {1}, "talloc", talloc_string<64>},
     {"string of 64 characters", {1}, "C++", std_string<64>},
-    {"name", {1000}, "GLib", glib_names, 1000},
-    {"name", {1000}, "C++", std_names, 1000},
+    {beside_quarks, name_sizes, "GLib", glib_names, one_structure},
+    {beside_quarks, name_sizes, "C++", std_names, one_structure},
+    {beside_chunk, name_sizes, "GLib", glib_chunk, one_structure},
+    {beside_chunk, name_sizes, "C++", std_names, one_structure},
     {"dictionary item, integer keys", dictionary_sizes, "GLib", glib_integer_items},
     {"dictionary item, integer keys", dictionary_sizes, "C++", std_integer_items},
     {"dictionary item, string keys", dictionary_sizes, "GLib", glib_string_items},
@@ -439,7 +456,7 @@ const Job jobs[] = {
 
 void measure(const Job &job, int size)
 {
-    const int count = job.elements / size;
+    const int count = job.elements == one_structure ? 1 : job.elements / size;
     const size_t before = heap_bytes();
     for (int i = 0; i < count; ++i) { job.make(size); }
     const double bytes = static_cast<double>(heap_bytes() - before);

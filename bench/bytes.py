@@ -3,13 +3,15 @@
 """usage: bytes.py BYTES ARM_BYTES QEMU...
 
 Prints the heap bytes of one element of each structure, for the library and its peers, as the
-program BYTES measures them, and for the library on ARM (QEMU... is its command with options). The
-allocator's overhead and the structure's own record are included, and divided by the elements.
+program BYTES measures them, and for the library on ARM (QEMU... is its command with options).
 """
 import collections
 import subprocess
 import sys
 
+LEGEND = """\
+The allocator's overhead and the structure's own record are included, and divided by the elements.
+"-": the peer has no such structure."""
 MAKERS = ["veklib", "GLib", "APR", "json-c", "talloc", "uthash", "C++"]
 
 
@@ -33,6 +35,7 @@ def main():
         numbers = [by_maker.get(maker) for maker in MAKERS] + [on_arm[structure, size]["veklib"]]
         cells = ["-" if number is None else f"{number:.0f}" for number in numbers]
         print(f"{label:38}" + "".join(f"{cell:>7}" for cell in cells))
+    print(LEGEND)
 
 
 if __name__ == "__main__":

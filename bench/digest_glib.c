@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /* usage: digest_glib [FILE] - examples/logdigest written with GLib, for a comparison of time and
- * memory: it prints the same report of the same log, without options and debug output. It writes
- * with printf(), because g_print() alone would take 33 KB of heap and half a megabyte in all. */
+ * memory. Of a log that can be read it prints the same report. It has no options and no debug
+ * output, and is written as one writes with GLib: it reads with getline(), searches one table for
+ * each line, and copies only new names. It prints with printf(), because g_print() alone would take
+ * 33 KB of heap and half a megabyte in all. */
 #include <errno.h>
 #include <glib.h>
 #include <stdio.h>

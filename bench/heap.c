@@ -67,32 +67,47 @@ void free(void *block)
     __libc_free(block);
 }
 
-/* Memory that a library maps by itself, as APR does for its pools. No program here unmaps it. */
-typedef void *Map(void *address, size_t size, int access, int flags, int file, off_t offset);
-
-void *mmap(void *address, size_t size, int access, int flags, int file, off_t offset)
+/* On 32-bit ARM, mmap64() has a wider offset; otherwise both are the same. */
+void *mmap64(void *address, size_t size, int access, int flags, int file, off64_t offset)
 {
+    typedef void *Map(void *, size_t, int, int, int, off64_t);
     static Map *map;
-    if (map == NULL) { *(void **)&map = dlsym(RTLD_NEXT, "mmap"); }
+    if (map == NULL) { *(void **)&map = dlsym(RTLD_NEXT, "mmap64"); }
     void *const mapped = map(address, size, access, flags, file, offset);
     if (mapped != MAP_FAILED && (flags & MAP_ANONYMOUS) != 0) { add(size); }
     return mapped;
 }
 
+void *mmap(void *address, size_t size, int access, int flags, int file, off_t offset)
+{
+    return mmap64(address, size, access, flags, file, offset);
+}
+
 size_t heap_bytes(void) { return in_use; }
 
 #ifdef HEAP_REPORT
-/* Writes the heap's peak in bytes and the peak of resident memory in KB to the standard error
- * stream. Not taken from getrusage(), whose figure includes the process that started this one. */
+
+/* From now on the C library keeps the pages of blocks that are released. So the process has as many
+ * pages at its end as at its peak, when no library could look. */
+__attribute__((constructor)) static void keep_pages(void) { mallopt(M_TRIM_THRESHOLD, -1); }
+
+static long field(const char *text, const char *name)
+{
+    const char *const found = strstr(text, name);
+    return found != NULL ? strtol(found + strlen(name), NULL, 10) : 0;
+}
+
+/* Writes to the standard error stream: the heap's peak in bytes; in KB, the memory that the process
+ * has changed (the kernel calls it anonymous), and its resident memory, which includes the pages of
+ * files that it shares. The kernel counts pages exactly here, unlike in /proc/self/status. */
 __attribute__((destructor)) static void report(void)
 {
-    char status[4096] = "";
+    char text[4096] = "";
     const size_t heap_peak = peak;
-    const int file = open("/proc/self/status", O_RDONLY);
-    const ssize_t length = read(file, status, sizeof status - 1);
-    const char *const resident = length > 0 ? strstr(status, "VmHWM:") : NULL;
+    const int file = open("/proc/self/smaps_rollup", O_RDONLY);
+    if (read(file, text, sizeof text - 1) < 0) { text[0] = '\0'; }
     close(file);
-    dprintf(STDERR_FILENO, "peaks %zu %ld\n", heap_peak,
-            resident != NULL ? strtol(resident + 6, NULL, 10) : 0);
+    dprintf(STDERR_FILENO, "peaks %zu %ld %ld\n", heap_peak, field(text, "Anonymous:"),
+            field(text, "Rss:"));
 }
 #endif

@@ -1,15 +1,15 @@
 /* SPDX-License-Identifier: MIT */
 /* How jobs are named ("job/size/who"), registered and timed. The contenders, which are the library
- * ("veklib") and its peers, do the same work on the same keys; the ratio of their times is the
- * result. */
+ * ("veklib", or the name of its function or type) and its peers, do the same work on the same keys
+ * (keys.h); the ratio of their times is the result. */
 #ifndef VEKLIB_BENCH_JOBS_H
 #define VEKLIB_BENCH_JOBS_H
 
+#include "keys.h"
+
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <initializer_list>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -55,39 +55,6 @@ void timed(benchmark::State &state, int size, Prepare prepare, Work work)
         state.SetIterationTime(std::chrono::duration<double>(clock::now() - start).count());
     }
     state.SetItemsProcessed(state.iterations() * count * size);
-}
-
-/** An integer as a list's element, or a table's key or datum. */
-inline void *word(intptr_t number) { return reinterpret_cast<void *>(number); }
-
-/** `count` texts like those that programs use as keys, from number `first` on. Some begin alike.
- *  Jobs store one copy and search with another, so that no comparison ends early because the
- *  addresses are equal. */
-inline std::vector<std::string> texts(int count, int first = 0)
-{
-    constexpr const char *kinds[] = {"interface", "route",  "sensor", "timer",
-                                     "input",     "bridge", "status", "uplink"};
-    std::vector<std::string> result;
-    for (int i = first; i < first + count; ++i) {
-        result.push_back(std::string(kinds[i % 8]) + "-" + std::to_string(i * 7919L) + ".state");
-    }
-    return result;
-}
-
-/** The elements in another order, which is the same in each run: no job searches keys in the order
- *  in which they were stored. */
-template <typename Element>
-std::vector<Element> shuffled(std::vector<Element> elements)
-{
-    std::shuffle(elements.begin(), elements.end(), std::mt19937(1));
-    return elements;
-}
-
-inline std::vector<const char *> pointers(const std::vector<std::string> &strings)
-{
-    std::vector<const char *> result;
-    for (const std::string &string : strings) { result.push_back(string.c_str()); }
-    return result;
 }
 
 /** Counts from 0 to `size` - 1, again and again. */

@@ -2,12 +2,9 @@
 # SPDX-License-Identifier: MIT
 """Prints what each library costs before anything uses it.
 
-First the bytes of code (.text), of code and constants (+.rodata), of everything that is loaded
-read-only, including names and unwind tables (text, as size(1) counts it), and of data; then the
-number of relocations. Then what the library, with all that it needs, adds to a program that does
-nothing: the memory that the process has changed and therefore does not share (dirty KB), and the
-time until the process ends (start us). The last two columns are the library's own share of these:
-what it adds to a program that already loads the libraries that it needs.
+A row below the first library shows what the libraries that it needs cost without it. With --run
+there are no times, because an emulator's say nothing, and only the emulated program's memory
+counts.
 """
 import argparse
 import json
@@ -18,9 +15,15 @@ import statistics
 import subprocess
 import tempfile
 
+LEGEND = """\
+.text: bytes of code; +.rodata: with the constants; text: all that is loaded read-only, with names
+and unwind tables; data: all that can be written; relocs: number of relocations.
+dirty KB, start us: the memory that a process changes and the time until it ends, beyond a program
+that only loads the C library. own KB, own us: beyond one that also loads what the library needs."""
 PROGRAM = """#include <unistd.h>
 int main(int c, char **v) { return c > 1 && write(1, *v, 1) && pause(); }
 """
+C_LIBRARY = re.compile(r"(libc|libm|libpthread|libdl|librt|ld-linux.*)\.so\.")
 ROUNDS = 40
 PROCESSES = 10
 
@@ -55,7 +58,7 @@ class Bench:
     def needs(self, library):
         """The names of the libraries that it needs, except those of the C library."""
         found = re.findall(r"NEEDED.*\[(.*)\]", output_of(self.prefix + "readelf", "-dW", library))
-        return [name for name in found if not re.match(r"(libc|ld-linux.*)\.so\.", name)]
+        return [name for name in found if not C_LIBRARY.match(name)]
 
     def sections(self, library):
         """{section: bytes} and the three sums of size(1), of the stripped library."""
@@ -79,16 +82,25 @@ class Bench:
         with subprocess.Popen(self.run + [program, "wait"], stdout=subprocess.PIPE) as process:
             try:
                 process.stdout.read(1)
-                with open(f"/proc/{process.pid}/smaps_rollup", encoding="utf-8") as file:
-                    return int(re.search(r"Private_Dirty: *(\d+)", file.read()).group(1))
+                return self.dirty_kilobytes_of_process(process.pid)
             finally:
                 process.kill()
+
+    def dirty_kilobytes_of_process(self, pid):
+        """Anonymous pages include a file's that the process has changed. Private_Dirty would also
+        count pages of a new file that are not on the disk yet. An emulated program of 32 bits has
+        its memory below 4 GB, the emulator has its own above."""
+        with open(f"/proc/{pid}/smaps", encoding="utf-8") as file:
+            mappings = re.findall(r"(?ms)^([0-9a-f]+)-.*?^Anonymous: *(\d+)", file.read())
+        return sum(
+            int(dirty) for start, dirty in mappings if not self.run or int(start, 16) < 1 << 32
+        )
 
     def starts(self, programs):
         """{program: microseconds of its start in each round}, the least of several each time,
         because disturbances only delay it. The programs take turns."""
         results = os.path.join(self.folder, "starts.json")
-        commands = [shlex.join(self.run + [program]) for program in programs]
+        commands = [shlex.quote(program) for program in programs]
         rounds = []
         for _ in range(ROUNDS):
             hyperfine = ["hyperfine", "-N", "--warmup", "2", "--runs", "10"]
@@ -104,6 +116,15 @@ def added(starts, base):
     return round(statistics.median(start - other for start, other in zip(starts, base)))
 
 
+def cells(bench, starts, dirty, whole, base):
+    time = "-" if bench.run else added(starts[whole], starts[base])
+    return [dirty[whole] - dirty[base], time]
+
+
+def print_row(name, row):
+    print(f"{name:18}" + "".join(f"{cell:>9}" for cell in row))
+
+
 def main():
     parser = argparse.ArgumentParser(
         description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
@@ -114,7 +135,7 @@ def main():
     arguments = parser.parse_args()
     heads = [".text", "+.rodata", "text", "data", "relocs", "dirty KB", "start us"]
     heads += ["own KB", "own us"]
-    print(f"{'library':18}" + "".join(f"{head:>9}" for head in heads))
+    print_row("library", heads)
     with tempfile.TemporaryDirectory() as folder:
         bench = Bench(arguments, folder)
         empty = bench.program()
@@ -124,7 +145,7 @@ def main():
             program = bench.program(os.path.abspath(library))
             rows.append((library, program, bench.program(*needs) if needs else empty))
         programs = list({program for row in rows for program in (empty, *row[1:])})
-        starts = bench.starts(programs)
+        starts = {} if bench.run else bench.starts(programs)
         dirty = {program: bench.dirty_kilobytes(program) for program in programs}
         for library, whole, needed in rows:
             sections, text, data = bench.sections(library)
@@ -132,8 +153,12 @@ def main():
             row = [code, code + sections.get(".rodata", 0), text, data]
             row.append(bench.relocations(library))
             for base in (empty, needed):
-                row += [dirty[whole] - dirty[base], added(starts[whole], starts[base])]
-            print(f"{os.path.basename(library):18}" + "".join(f"{number:9}" for number in row))
+                row += cells(bench, starts, dirty, whole, base)
+            print_row(os.path.basename(library), row)
+            if library == arguments.libraries[0] and needed != empty:
+                row = ["-"] * 5 + cells(bench, starts, dirty, needed, empty) + ["-"] * 2
+                print_row("  what it needs", row)
+    print(LEGEND)
 
 
 if __name__ == "__main__":
