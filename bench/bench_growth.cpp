@@ -215,11 +215,15 @@ struct TableOfNames : Names {
 
 /* ---- Jobs of tables, dictionaries and names ---- */
 
+/** The largest structure takes less. */
+void prepare_heap() { bench::prepare_heap(256 << 20); }
+
 template <class Table, class Key>
 void get(benchmark::State &state, int size)
 {
     const std::vector<Key> stored = stored_keys<Key>(size);
     const std::vector<Key> searched = searched_keys<Key>(size);
+    prepare_heap();
     Table table;
     for (const Key key : stored) { table.put(key); }
     for (auto _ : state) {
@@ -232,7 +236,7 @@ void get(benchmark::State &state, int size)
 template <class Structure, class Work>
 void make(benchmark::State &state, int size, Work work)
 {
-    bench::prepare_heap(256 << 20); // the largest structure takes less
+    prepare_heap();
     bench::timed_from_construction<Structure>(state, size, work);
 }
 
