@@ -59,7 +59,8 @@ def read_goals(path):
                 job, peer, ratios = (field.strip() for field in line.split("|"))
                 for ratio in ratios.split():
                     size, least = ratio.split(":")
-                    goals[job, int(size), peer] = float(least)
+                    if size.isdigit():  # instructions.py reads the others
+                        goals[job, int(size), peer] = float(least)
     return goals
 
 

@@ -308,6 +308,56 @@ TEST(Dict, KeysAreEqualWithinTheirType)
     }
 }
 
+TEST(Dict, SearchesEndAtTheKeyOrAtAnEmptyOneBeforeIt)
+{
+    const Check first = {"vek_value_get_type", "value->vt != NULL"};
+    const Check get = {"_vek_dict_get_value", "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != "
+                                              "VEK_VALUE_INVALID"};
+    for (const int init_count : {1, 2, 5}) {
+        for (const int len : {1, 2, 5, 6}) {
+            for (int emptied = 1; emptied <= len; ++emptied) {
+                VekDict *const dict = squares(init_count, len);
+                vek_dict_foreach(
+                    dict,
+                    [](VekValue *key, VekValue *, void *searched) {
+                        const bool is_searched =
+                            vek_value_get_int(key) == *static_cast<int *>(searched);
+                        if (is_searched) { vek_value_release(key); }
+                        return is_searched ? 1 : 0;
+                    },
+                    &emptied);
+                for (int key = 1; key <= len + 1; ++key) {
+                    const bool found = key < emptied;
+                    expect_warnings(found ? std::vector<Check>{} : std::vector<Check>{first, get},
+                                    [&] { EXPECT_EQ(vek_int_dict_key_exists(dict, key), found); });
+                }
+                vek_dict_destroy(dict);
+            }
+        }
+    }
+}
+
+TEST(Dict, IntegersAreFoundAmongKeysThatLookLikeThem)
+{
+    VekDict *const dict = vek_int_dict_create(1);
+    for (int number = 1; number <= 5; ++number) { // at odd and at even places
+        VekValue pointer;
+        vek_value_set_pointer(&pointer, VEK_INT_TO_POINTER(number));
+        VekValue data;
+        vek_value_set_int(&data, 0);
+        EXPECT_EQ(_vek_dict_put_value(dict, &pointer, &data), 1);
+    }
+    EXPECT_EQ(vek_int_dict_key_exists(dict, 5), 0);
+    for (int number = 1; number <= 5; ++number) {
+        EXPECT_EQ(vek_int_dict_put_int(dict, number, number), 1);
+    }
+    for (int number = 1; number <= 5; ++number) {
+        EXPECT_EQ(vek_int_dict_get_int(dict, number), number);
+    }
+    EXPECT_EQ(vek_dict_get_len(dict), 10);
+    vek_dict_destroy(dict);
+}
+
 TEST(Dict, WhatIsReleasedMayLookIntoTheDictionary)
 {
     Allocator allocator;

@@ -21,6 +21,10 @@ struct VekDictPlace {
 /** Warns of an empty stored key; the warning names `function`. */
 [[gnu::cold]] VEK_HIDDEN void vek_dict_report_empty_key(const VekValue *key, const char *function);
 
+/** The datum of an integer key in any dictionary, or null: _vek_dict_get_value() without a record
+ *  for the key. */
+VEK_HIDDEN VekValue *vek_dict_find_int(const VekDict *dict, int32_t key);
+
 /** Finds the first item in use for whose key `matches` returns true; it must return false for an
  *  empty key. The search ends with the last segment, because a dictionary that is being cleared may
  *  have fewer slots than `len`. */
@@ -46,15 +50,8 @@ VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches 
     }
 }
 
-/* The functions that match the keys of each typed dictionary. They match the same keys as
- * vek_value_equal(). */
-
-inline auto vek_dict_match_int(int32_t key)
-{
-    return [key](const VekValue &stored) {
-        return vek_is_rare(stored.payload.integer == key) && vek_value_is(&stored, VEK_VALUE_INT);
-    };
-}
+/* The functions that match keys of other types than integers, which have a search of their own.
+ * They match the same keys as vek_value_equal(). */
 
 inline auto vek_dict_match_string(const char *key)
 {

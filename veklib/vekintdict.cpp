@@ -18,7 +18,7 @@ struct IntKeys {
         return true;
     }
 
-    static auto match(Key key) { return vek_dict_match_int(key); }
+    static VekValue *find(const VekDict *dict, Key key) { return vek_dict_find_int(dict, key); }
 };
 
 using Dict = TypedDict<IntKeys>;
@@ -89,7 +89,7 @@ VekValue *vek_int_dict_get_value(const VekDict *vekdict_ptr, int32_t key)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(vekdict_ptr), nullptr);
 
-    return Dict::get_value(vekdict_ptr, key);
+    return IntKeys::find(vekdict_ptr, key);
 }
 
 void *vek_int_dict_get_pointer(const VekDict *vekdict_ptr, int32_t key)
@@ -97,7 +97,7 @@ void *vek_int_dict_get_pointer(const VekDict *vekdict_ptr, int32_t key)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(vekdict_ptr), nullptr);
 
-    return Dict::read<vek_value_get_pointer, void *>(vekdict_ptr, key, nullptr);
+    return Dict::read<vek_value_pointer_of, void *>(vekdict_ptr, key, nullptr);
 }
 
 VekStr *vek_int_dict_get_vekstr(const VekDict *vekdict_ptr, int32_t key)
@@ -105,7 +105,7 @@ VekStr *vek_int_dict_get_vekstr(const VekDict *vekdict_ptr, int32_t key)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(vekdict_ptr), nullptr);
 
-    return Dict::read<vek_value_get_vekstr, VekStr *>(vekdict_ptr, key, nullptr);
+    return Dict::read<vek_value_vekstr_of, VekStr *>(vekdict_ptr, key, nullptr);
 }
 
 const char *vek_int_dict_get_string(const VekDict *vekdict_ptr, int32_t key)
@@ -121,7 +121,7 @@ int32_t vek_int_dict_get_int(const VekDict *dict, int32_t key)
     VEK_RETURN_VAL_IF_FAIL(dict, 0);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(dict), 0);
 
-    return Dict::read<vek_value_get_int>(dict, key, int32_t{0});
+    return Dict::read<vek_value_int_of>(dict, key, int32_t{0});
 }
 
 double vek_int_dict_get_double(const VekDict *dict, int32_t key)
@@ -129,7 +129,7 @@ double vek_int_dict_get_double(const VekDict *dict, int32_t key)
     VEK_RETURN_VAL_IF_FAIL(dict, 0.0);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(dict), 0.0);
 
-    return Dict::read<vek_value_get_double>(dict, key, 0.0);
+    return Dict::read<vek_value_double_of>(dict, key, 0.0);
 }
 
 int vek_int_dict_key_exists(const VekDict *dict, int32_t key)
@@ -137,5 +137,5 @@ int vek_int_dict_key_exists(const VekDict *dict, int32_t key)
     VEK_RETURN_VAL_IF_FAIL(dict != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(dict), 0);
 
-    return Dict::get_value(dict, key) != nullptr;
+    return IntKeys::find(dict, key) != nullptr;
 }

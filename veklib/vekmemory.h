@@ -52,9 +52,9 @@
  *  limit on the size of files raises SIGXFSZ. Both signals end a process that neither ignores nor
  *  handles them.
  *
- *  Tools may rely on the format of trace lines. Addresses look as "%p" prints them, null as "(nil)".
- *  Sizes are printed as signed numbers of the machine's width, so a size in the upper half of the
- *  range is negative:
+ *  Tools may rely on the format of trace lines. Addresses look as "%p" prints them, null as
+ *  "(nil)". Sizes are printed as signed numbers of the machine's width, so a size in the upper half
+ *  of the range is negative:
  *
  *      0x401136: vek_malloc(16) => 0x1f2e2a0 [#1]
  *      0x401144: vek_calloc(2, 8) => 0x1f2e2c0 [#2]

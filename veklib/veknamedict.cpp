@@ -18,7 +18,10 @@ struct NameKeys {
         return true;
     }
 
-    static auto match(Key key) { return vek_dict_match_name(key); }
+    static VekValue *find(const VekDict *dict, Key key)
+    {
+        return vek_dict_find(dict, vek_dict_match_name(key));
+    }
 };
 
 using Dict = TypedDict<NameKeys>;
@@ -94,7 +97,7 @@ VekValue *vek_name_dict_get_value(const VekDict *vekdict_ptr, VekName *key)
     VEK_RETURN_VAL_IF_FAIL(vekdict_ptr != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(vekdict_ptr), nullptr);
 
-    return Dict::get_value(vekdict_ptr, key);
+    return NameKeys::find(vekdict_ptr, key);
 }
 
 void *vek_name_dict_get_pointer(const VekDict *vekdict_ptr, VekName *key)
@@ -142,5 +145,5 @@ int vek_name_dict_key_exists(const VekDict *dict, VekName *key)
     VEK_RETURN_VAL_IF_FAIL(dict != NULL, 0);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(dict), 0);
 
-    return Dict::get_value(dict, key) != nullptr;
+    return NameKeys::find(dict, key) != nullptr;
 }

@@ -14,7 +14,10 @@ struct StringKeys {
 
     static bool store(VekValue *record, Key key) { return vek_value_set_string(record, key) != 0; }
 
-    static auto match(Key key) { return vek_dict_match_string(key); }
+    static VekValue *find(const VekDict *dict, Key key)
+    {
+        return vek_dict_find(dict, vek_dict_match_string(key));
+    }
 };
 
 using Dict = TypedDict<StringKeys>;
@@ -85,7 +88,7 @@ VekValue *vek_str_dict_get_value(const VekDict *dict, const char *key)
     VEK_RETURN_VAL_IF_FAIL(dict != NULL, nullptr);
     VEK_RETURN_VAL_IF_FAIL(DICT_TYPE_CHECK(dict), nullptr);
 
-    return Dict::get_value(dict, key);
+    return StringKeys::find(dict, key);
 }
 
 void *vek_str_dict_get_pointer(const VekDict *dict, const char *key)

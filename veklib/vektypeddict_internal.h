@@ -3,12 +3,23 @@
  *
  *     Keys::Key                    the type of the key that callers pass
  *     Keys::store(record, key)     fills in the record of a key to be stored; false without memory
- *     Keys::match(key)             the function that matches stored keys with `key` in a search
+ *     Keys::find(dict, key)        the datum of a key, or null; does the work of
+ *                                  _vek_dict_get_value(), but needs no record for the key
  */
 #ifndef VEKLIB_VEKTYPEDDICT_INTERNAL_H
 #define VEKLIB_VEKTYPEDDICT_INTERNAL_H
 
 #include "veklib/vekdict_internal.h"
+
+/** Keys::find() with a function that matches keys. Force-inlined, so that a get is one search
+ *  without a call. */
+template <typename Matches>
+[[gnu::always_inline]] inline VekValue *vek_dict_find(const VekDict *dict, Matches matches)
+{
+    // This name is interface: the warning about an empty stored key prints it.
+    VekDictItem *const item = vek_dict_search(dict, "_vek_dict_get_value", matches).item;
+    return item != nullptr ? &item->data : nullptr;
+}
 
 template <typename Keys>
 struct TypedDict {
@@ -54,20 +65,11 @@ struct TypedDict {
         return stored;
     }
 
-    /** Does the work of _vek_dict_get_value(), but needs no record for the key. */
-    static VekValue *get_value(const VekDict *dict, Key key)
-    {
-        // This name is interface: the warning about an empty stored key prints it.
-        VekDictItem *const item =
-            vek_dict_search(dict, "_vek_dict_get_value", Keys::match(key)).item;
-        return item != nullptr ? &item->data : nullptr;
-    }
-
     /** Returns what `get` reads from the stored record, or `absent` for an absent key. */
     template <auto get, typename Result>
     static Result read(const VekDict *dict, Key key, Result absent)
     {
-        const VekValue *const data = get_value(dict, key);
+        const VekValue *const data = Keys::find(dict, key);
         return data != nullptr ? get(data) : absent;
     }
 };

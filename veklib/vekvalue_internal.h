@@ -35,6 +35,33 @@ inline bool vek_value_is(const VekValue *record, VekValueType type)
     return record->vt != nullptr ? record->vt->type : vek_value_get_type(record);
 }
 
+/* The datum of a record, as its public function returns it. That is called only if the record is of
+ * another type, to warn. Force-inlined, as above. */
+
+[[gnu::always_inline]] inline int32_t vek_value_int_of(const VekValue *record)
+{
+    return vek_value_is(record, VEK_VALUE_INT) ? record->payload.integer
+                                               : vek_value_get_int(record);
+}
+
+[[gnu::always_inline]] inline double vek_value_double_of(const VekValue *record)
+{
+    return vek_value_is(record, VEK_VALUE_DOUBLE) ? record->payload.real
+                                                  : vek_value_get_double(record);
+}
+
+[[gnu::always_inline]] inline VekStr *vek_value_vekstr_of(const VekValue *record)
+{
+    return vek_value_is(record, VEK_VALUE_VEKSTR) ? record->payload.vekstr
+                                                  : vek_value_get_vekstr(record);
+}
+
+[[gnu::always_inline]] inline void *vek_value_pointer_of(const VekValue *record)
+{
+    return vek_value_is(record, VEK_VALUE_POINTER) ? record->payload.pointer
+                                                   : vek_value_get_pointer(record);
+}
+
 /** Makes a record a value of `type` that holds `payload`. */
 inline void vek_value_become(VekValue *record, VekValueType type, void *payload)
 {
