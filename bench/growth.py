@@ -4,8 +4,8 @@
 
 The first line of a job has the library's nanoseconds for an operation. Below are the times of the
 others over the library's: with a plus, the library's other way; then the peers (above 1 the library
-is faster). RESULTS are the JSON files that Google Benchmark writes. The panels are the plot commands
-that growth.gp runs.
+is faster). RESULTS are the JSON files that Google Benchmark writes. The panels are plot commands,
+which growth.gp runs.
 """
 import argparse
 import collections
