@@ -1,29 +1,24 @@
 /* SPDX-License-Identifier: MIT */
 /* How the time of an operation grows with the number of elements, here and in the best peers. The
  * sizes end early for operations that walk all elements. Each contender hashes texts with its own
- * library's function. */
+ * library's function. A plus marks the library's other way to do a job. */
+#include "contenders.h"
 #include "jobs.h"
 
 #include <forward_list>
-#include <string_view>
 #include <type_traits>
 #include <unordered_map>
-#include <unordered_set>
-#include <variant>
 
-#include <glib-object.h>
 #include <tsl/robin_map.h>
 #include <veklib/vekhash.h>
-#include <veklib/vekintdict.h>
 #include <veklib/vekmemory.h>
-#include <veklib/vekname.h>
 #include <veklib/vekslist.h>
 #include <veklib/vekstr.h>
 #include <veklib/vekstrbuilder.h>
-#include <veklib/vekstrdict.h>
 #include <veklib/vekstrfuncs.h>
 #include <veklib/vekvalue.h>
 
+using bench::Owner;
 using bench::word;
 
 namespace {
@@ -40,7 +35,7 @@ using Integer = int;
 using Text = const char *;
 
 template <class Key>
-inline constexpr bool is_text = std::is_same_v<Key, Text>;
+constexpr bool is_text = std::is_same_v<Key, Text>;
 
 /** Two copies of as many texts as the largest size needs, made only once. */
 const std::vector<std::string> &all_texts(size_t copy)
@@ -83,41 +78,37 @@ void *pointer(Text key) { return const_cast<char *>(key); }
 
 /* ---- Hash tables, which neither copy nor own keys and values ---- */
 
+/** The functions release texts, where the table owns its keys, and values. */
 template <class Key>
-VekHash *new_vek_hash(VekDestroyFunc destroy_key, VekDestroyFunc destroy_value)
+VekHash *new_vek_hash(VekDestroyFunc free_text, VekDestroyFunc free_value)
 {
     return is_text<Key> ? vek_hash_new_full(vek_hash_string_hash_func, vek_hash_string_equal_func,
-                                            destroy_key, destroy_value)
+                                            free_text, free_value)
                         : vek_hash_new_full(vek_hash_int_hash_func, vek_hash_int_equal_func,
-                                            nullptr, destroy_value);
+                                            nullptr, free_value);
 }
 
 template <class Key>
-GHashTable *new_g_hash(GDestroyNotify destroy_key, GDestroyNotify destroy_value)
+GHashTable *new_g_hash(GDestroyNotify free_text, GDestroyNotify free_value)
 {
-    return is_text<Key> ? g_hash_table_new_full(g_str_hash, g_str_equal, destroy_key, destroy_value)
-                        : g_hash_table_new_full(nullptr, nullptr, nullptr, destroy_value);
+    return is_text<Key> ? g_hash_table_new_full(g_str_hash, g_str_equal, free_text, free_value)
+                        : g_hash_table_new_full(nullptr, nullptr, nullptr, free_value);
 }
 
 template <class Key>
-struct VekTable {
+struct VekTable : Owner {
     VekHash *hash = new_vek_hash<Key>(nullptr, nullptr);
     ~VekTable() { vek_hash_destroy(hash); }
-    void put(Key key) { vek_hash_insert(hash, pointer(key), this); }
+    void put(Key key) { vek_hash_insert(hash, pointer(key), word(1)); }
     void *get(Key key) const { return vek_hash_lookup(hash, pointer(key)); }
 };
 
 template <class Key>
-struct GlibTable {
+struct GlibTable : Owner {
     GHashTable *hash = new_g_hash<Key>(nullptr, nullptr);
     ~GlibTable() { g_hash_table_destroy(hash); }
-    void put(Key key) { g_hash_table_insert(hash, pointer(key), this); }
+    void put(Key key) { g_hash_table_insert(hash, pointer(key), word(1)); }
     void *get(Key key) const { return g_hash_table_lookup(hash, pointer(key)); }
-};
-
-struct TextHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
 };
 
 struct TextEqual {
@@ -126,22 +117,34 @@ struct TextEqual {
 };
 
 template <class Key>
-using Hash = std::conditional_t<is_text<Key>, TextHash, std::hash<Key>>;
+using Hash = std::conditional_t<is_text<Key>, bench::TextHash, std::hash<Key>>;
 template <class Key>
 using Equal = std::conditional_t<is_text<Key>, TextEqual, std::equal_to<Key>>;
 
-/** C++ code searches texts without making a std::string of them. */
+/** A table of C++, which searches texts without making a std::string of them. The job searches only
+ *  keys that are present. */
 template <class Map, class Key>
 struct MapOf {
     using Searched = std::conditional_t<is_text<Key>, std::string_view, Key>;
     Map map;
     void put(Key key) { map.try_emplace(key, 1); }
-    const auto &get(Key key) const { return map.find(Searched(key))->second; }
+    auto get(Key key) const
+    {
+        const auto &value = map.find(Searched(key))->second;
+        if constexpr (std::is_same_v<typename Map::mapped_type, bench::Variant>) {
+            return std::get<int>(value);
+        } else {
+            return value;
+        }
+    }
 };
 
+/** Hashes are stored where comparisons are slow. */
+template <class Key>
+constexpr bool stores_hash = is_text<Key>;
 template <class Key, class Stored, class Value>
 using RobinMap = tsl::robin_map<Stored, Value, Hash<Key>, Equal<Key>,
-                                std::allocator<std::pair<Stored, Value>>, is_text<Key>>;
+                                std::allocator<std::pair<Stored, Value>>, stores_hash<Key>>;
 
 template <class Key>
 using StdTable = MapOf<std::unordered_map<Key, intptr_t, Hash<Key>, Equal<Key>>, Key>;
@@ -150,26 +153,12 @@ using RobinTable = MapOf<RobinMap<Key, Key, intptr_t>, Key>;
 
 /* ---- Dictionaries, which copy texts and own values of several types ---- */
 
-struct VekTexts {
-    VekDict *dict = vek_str_dict_create(10);
-    ~VekTexts() { vek_dict_destroy(dict); }
-    void put(Text key) { vek_str_dict_put_int(dict, key, 1); }
-    int get(Text key) const { return vek_str_dict_get_int(dict, key); }
-};
-
-struct VekIntegers {
-    VekDict *dict = vek_int_dict_create(10);
-    ~VekIntegers() { vek_dict_destroy(dict); }
-    void put(Integer key) { vek_int_dict_put_int(dict, key, 1); }
-    int get(Integer key) const { return vek_int_dict_get_int(dict, key); }
-};
-
 template <class Key>
-using VekDictionary = std::conditional_t<is_text<Key>, VekTexts, VekIntegers>;
+using VekDictionary = std::conditional_t<is_text<Key>, bench::VekTexts, bench::VekIntegers>;
 
 /** What the library has for more items: a hash table that owns values. */
 template <class Key>
-struct VekTableOfValues {
+struct VekTableOfValues : Owner {
     VekHash *hash = new_vek_hash<Key>(vek_free, destroy);
     ~VekTableOfValues() { vek_hash_destroy(hash); }
     static void destroy(void *value)
@@ -192,67 +181,49 @@ struct VekTableOfValues {
 };
 
 template <class Key>
-struct GlibTableOfValues {
-    GHashTable *hash = new_g_hash<Key>(g_free, destroy);
+struct GlibTableOfValues : Owner {
+    GHashTable *hash = new_g_hash<Key>(g_free, bench::free_gvalue);
     ~GlibTableOfValues() { g_hash_table_destroy(hash); }
-    static void destroy(void *value)
-    {
-        g_value_unset(static_cast<GValue *>(value));
-        g_free(value);
-    }
     static void *copy(Integer key) { return word(key); }
     static void *copy(Text key) { return g_strdup(key); }
-    void put(Key key)
-    {
-        GValue *const value = g_value_init(g_new0(GValue, 1), G_TYPE_INT);
-        g_value_set_int(value, 1);
-        g_hash_table_insert(hash, copy(key), value);
-    }
+    void put(Key key) { g_hash_table_insert(hash, copy(key), bench::new_gvalue(1)); }
     int get(Key key) const
     {
         return g_value_get_int(static_cast<GValue *>(g_hash_table_lookup(hash, pointer(key))));
     }
 };
 
-using Variant = std::variant<int, double, void *, std::string>;
 template <class Key>
 using RobinTableOfVariants =
-    MapOf<RobinMap<Key, std::conditional_t<is_text<Key>, std::string, Key>, Variant>, Key>;
+    MapOf<RobinMap<Key, std::conditional_t<is_text<Key>, std::string, Key>, bench::Variant>, Key>;
 
 /* ---- Names ---- */
 
-struct VekNames {
-    VekNameTable *table = vek_name_table_create(nullptr);
-    ~VekNames() { vek_name_table_destroy(&table); }
-    const void *get(Text text) { return vek_name_from_string(table, text, 0); }
-    void put(Text text) { get(text); }
-};
-
 /** Unlike g_intern_string(), it releases its texts, all at once. */
-struct GlibNames {
+struct GlibNames : Owner {
     GStringChunk *chunk = g_string_chunk_new(4096);
     ~GlibNames() { g_string_chunk_free(chunk); }
-    const void *get(Text text) { return g_string_chunk_insert_const(chunk, text); }
-    void put(Text text) { get(text); }
+    const void *intern(Text text) { return g_string_chunk_insert_const(chunk, text); }
 };
 
-struct StdNames {
-    std::unordered_set<std::string, TextHash, TextEqual> table;
-    const void *get(Text text)
-    {
-        const auto found = table.find(std::string_view(text));
-        return found != table.end() ? &*found : &*table.emplace(text).first;
-    }
-    void put(Text text) { get(text); }
+/** Names as a table: interning finds a text or stores it. */
+template <class Names>
+struct TableOfNames : Names {
+    void put(Text text) { this->intern(text); }
+    const void *get(Text text) { return this->intern(text); }
 };
 
 /* ---- Jobs of tables, dictionaries and names ---- */
+
+/** The largest structure takes less. */
+void prepare_heap() { bench::prepare_heap(256 << 20); }
 
 template <class Table, class Key>
 void get(benchmark::State &state, int size)
 {
     const std::vector<Key> stored = stored_keys<Key>(size);
     const std::vector<Key> searched = searched_keys<Key>(size);
+    prepare_heap();
     Table table;
     for (const Key key : stored) { table.put(key); }
     for (auto _ : state) {
@@ -261,15 +232,21 @@ void get(benchmark::State &state, int size)
     state.SetItemsProcessed(state.iterations() * size);
 }
 
+/** Times what creates and fills a structure of `size` elements. */
+template <class Structure, class Work>
+void make(benchmark::State &state, int size, Work work)
+{
+    prepare_heap();
+    bench::timed_from_construction<Structure>(state, size, work);
+}
+
 template <class Table, class Key>
 void fill(benchmark::State &state, int size)
 {
     const std::vector<Key> keys = stored_keys<Key>(size);
-    bench::timed<Table>(
-        state, size, [](Table &) {},
-        [&keys](Table &table) {
-            for (const Key key : keys) { table.put(key); }
-        });
+    make<Table>(state, size, [&keys](Table &table) {
+        for (const Key key : keys) { table.put(key); }
+    });
 }
 
 template <template <class> class Table>
@@ -285,14 +262,15 @@ int add_table(const std::string &job, const char *who, Sizes sizes)
 template <class Names>
 int add_names(const char *who)
 {
-    bench::add("intern existing", who, get<Names, Text>, to_1_000_000);
-    return bench::add("intern new", who, fill<Names, Text>, to_1_000_000,
+    using Table = TableOfNames<Names>;
+    bench::add("intern existing", who, get<Table, Text>, to_1_000_000);
+    return bench::add("intern new", who, fill<Table, Text>, to_1_000_000,
                       bench::Runs::timed_by_job);
 }
 
 /* ---- Lists, built in order ---- */
 
-struct VekList {
+struct VekList : Owner {
     VekSList *list = nullptr;
     ~VekList() { vek_slist_free(list, nullptr); }
 };
@@ -307,8 +285,19 @@ struct AppendedToFirst : VekList {
 struct InsertedAfterLast : VekList {
     void build(int size)
     {
-        VekSList *last = list = vek_slist_prepend(nullptr, word(0));
+        list = vek_slist_prepend(nullptr, word(0));
+        VekSList *last = list;
         for (int i = 1; i < size; ++i) { last = vek_slist_insert_after(last, word(i)); }
+    }
+};
+
+/** It knows its last node. */
+struct GlibList : Owner {
+    GQueue list = G_QUEUE_INIT;
+    ~GlibList() { g_queue_clear(&list); }
+    void build(int size)
+    {
+        for (int i = 0; i < size; ++i) { g_queue_push_tail(&list, word(i)); }
     }
 };
 
@@ -333,7 +322,7 @@ struct StdVector {
 
 constexpr Text piece = "eth0,";
 
-struct VekText {
+struct VekText : Owner {
     VekStr *text = nullptr;
     ~VekText() { vek_str_unref(text); }
 };
@@ -355,7 +344,7 @@ struct FromBuilder : VekText {
     }
 };
 
-struct GlibText {
+struct GlibText : Owner {
     GString *text = g_string_new(nullptr);
     ~GlibText() { g_string_free(text, TRUE); }
     void build(int size)
@@ -375,8 +364,7 @@ struct StdText {
 template <class Built>
 void build(benchmark::State &state, int size)
 {
-    bench::timed<Built>(
-        state, size, [](Built &) {}, [size](Built &built) { built.build(size); });
+    make<Built>(state, size, [size](Built &built) { built.build(size); });
 }
 
 template <class Built>
@@ -391,18 +379,19 @@ int add_built(const char *job, const char *who, Sizes sizes = to_1_000_000)
     add_table<StdTable>("hash", "std::unordered_map", to_1_000_000),
     add_table<RobinTable>("hash", "tsl::robin_map", to_1_000_000),
     add_table<VekDictionary>("dictionary", "VekDict", to_10_000),
-    add_table<VekTableOfValues>("dictionary", "VekHash", to_10_000),
+    add_table<VekTableOfValues>("dictionary", "+ VekHash", to_10_000),
     add_table<GlibTableOfValues>("dictionary", "GHashTable", to_10_000),
     add_table<RobinTableOfVariants>("dictionary", "tsl::robin_map", to_10_000),
-    add_names<VekNames>("VekName"),
+    add_names<bench::VekNames>("VekName"),
     add_names<GlibNames>("GStringChunk"),
-    add_names<StdNames>("std::unordered_set"),
+    add_names<bench::StdNames>("std::unordered_set"),
     add_built<InsertedAfterLast>("list build", "vek_slist_insert_after"),
-    add_built<AppendedToFirst>("list build", "vek_slist_append", to_30_000),
+    add_built<AppendedToFirst>("list build", "+ vek_slist_append", to_30_000),
+    add_built<GlibList>("list build", "GQueue"),
     add_built<StdList>("list build", "std::forward_list"),
     add_built<StdVector>("list build", "std::vector"),
     add_built<FromBuilder>("text build", "VekStrBuilder"),
-    add_built<Longer>("text build", "vek_str_append_c_str", to_30_000),
+    add_built<Longer>("text build", "+ vek_str_append_c_str", to_30_000),
     add_built<GlibText>("text build", "GString"),
     add_built<StdText>("text build", "std::string"),
 };

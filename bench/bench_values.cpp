@@ -1,58 +1,29 @@
 /* SPDX-License-Identifier: MIT */
 /* Values, and dictionaries of them with string and with integer keys. */
+#include "contenders.h"
 #include "jobs.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <variant>
 
 #include <apr_general.h>
 #include <apr_tables.h>
-#include <glib-object.h>
 #include <json-c/json.h>
-#include <veklib/vekintdict.h>
-#include <veklib/vekstrdict.h>
 
 using bench::Round;
+using bench::Variant;
 
 namespace {
 
 /* ---- Each contender puts an integer under a key, which it copies, and gets the integer ---- */
 
-struct VekStrings {
-    VekDict *dict = vek_str_dict_create(10);
-    ~VekStrings() { vek_dict_destroy(dict); }
-    void put(const char *key, int value) { vek_str_dict_put_int(dict, key, value); }
-    int get(const char *key) const { return vek_str_dict_get_int(dict, key); }
-};
-
-struct VekIntegers {
-    VekDict *dict = vek_int_dict_create(10);
-    ~VekIntegers() { vek_dict_destroy(dict); }
-    void put(int key, int value) { vek_int_dict_put_int(dict, key, value); }
-    int get(int key) const { return vek_int_dict_get_int(dict, key); }
-};
-
-GValue *new_gvalue(int number)
-{
-    auto *const value = g_new0(GValue, 1);
-    g_value_set_int(g_value_init(value, G_TYPE_INT), number);
-    return value;
-}
-
-void free_gvalue(void *value)
-{
-    g_value_unset(static_cast<GValue *>(value));
-    g_free(value);
-}
-
-struct GlibStrings {
-    GHashTable *table = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, free_gvalue);
+struct GlibStrings : bench::Owner {
+    GHashTable *table = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, bench::free_gvalue);
     ~GlibStrings() { g_hash_table_destroy(table); }
     void put(const char *key, int value)
     {
-        g_hash_table_insert(table, g_strdup(key), new_gvalue(value));
+        g_hash_table_insert(table, g_strdup(key), bench::new_gvalue(value));
     }
     int get(const char *key) const
     {
@@ -60,12 +31,12 @@ struct GlibStrings {
     }
 };
 
-struct GlibIntegers {
-    GHashTable *table = g_hash_table_new_full(nullptr, nullptr, nullptr, free_gvalue);
+struct GlibIntegers : bench::Owner {
+    GHashTable *table = g_hash_table_new_full(nullptr, nullptr, nullptr, bench::free_gvalue);
     ~GlibIntegers() { g_hash_table_destroy(table); }
     void put(int key, int value)
     {
-        g_hash_table_insert(table, bench::word(key), new_gvalue(value));
+        g_hash_table_insert(table, bench::word(key), bench::new_gvalue(value));
     }
     int get(int key) const
     {
@@ -74,7 +45,7 @@ struct GlibIntegers {
 };
 
 /** APR's table, whose values can only be texts. */
-struct AprStrings {
+struct AprStrings : bench::Owner {
     apr_pool_t *pool = [] {
         static const apr_status_t started = apr_initialize();
         apr_pool_t *made = nullptr;
@@ -92,7 +63,7 @@ struct AprStrings {
     int get(const char *key) const { return atoi(apr_table_get(table, key)); }
 };
 
-struct JsonStrings {
+struct JsonStrings : bench::Owner {
     json_object *object = json_object_new_object();
     ~JsonStrings() { json_object_put(object); }
     void put(const char *key, int value)
@@ -106,8 +77,6 @@ struct JsonStrings {
         return json_object_get_int(found);
     }
 };
-
-using Variant = std::variant<int, double, void *, std::string>;
 
 struct StdStrings {
     std::map<std::string, Variant, std::less<>> map;
@@ -242,12 +211,12 @@ void copy_std(benchmark::State &state, int)
 }
 
 [[maybe_unused]] const int registered[] = {
-    add<VekStrings, TextKeys>("veklib"),
+    add<bench::VekTexts, TextKeys>("veklib"),
     add<GlibStrings, TextKeys>("GHashTable of GValue"),
     add<AprStrings, TextKeys>("apr_table"),
     add<JsonStrings, TextKeys>("json-c"),
     add<StdStrings, TextKeys>("std::map"),
-    add<VekIntegers, IntegerKeys>("veklib"),
+    add<bench::VekIntegers, IntegerKeys>("veklib"),
     add<GlibIntegers, IntegerKeys>("GHashTable of GValue"),
     add<StdIntegers, IntegerKeys>("std::map"),
     bench::add("value copy+compare", "veklib", copy_veklib, {1}),

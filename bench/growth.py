@@ -2,41 +2,53 @@
 # SPDX-License-Identifier: MIT
 """Prints how the times grow with the number of elements.
 
-The first line of a job has the library's nanoseconds for an operation. Below are the time of the
-fastest peer over the library's (above 1 the library is faster) and, with a plus, that of the
-library's other function for the job. RESULTS are the JSON files that Google Benchmark writes. The
-points, with all peers, are for growth.gp.
+The first line of a job has the library's nanoseconds for an operation. Below are the times of the
+others over the library's: with a plus, the library's other way; then the peers (above 1 the library
+is faster). RESULTS are the JSON files that Google Benchmark writes. The panels are plot commands,
+which growth.gp runs.
 """
 import argparse
 import collections
-import statistics
 
 from ratios import medians
 
-# Whose time is the library's, by the first word of the job.
-OURS = {
-    "hash": "VekHash",
-    "dictionary": "VekDict",
-    "intern": "VekName",
-    "list": "vek_slist_insert_after",
-    "text": "VekStrBuilder",
-}
 SIZES = [10, 100, 1_000, 10_000, 100_000, 1_000_000]
+
+# The panels of the chart, two in a row: job, title, what the time is of.
+PANELS = [
+    ("hash get, integers", "Hash table: look up an integer", "look-up"),
+    ("hash get, strings", "Hash table: look up a string", "look-up"),
+    ("hash fill, integers", "Hash table: fill with integer keys", "entry"),
+    ("hash fill, strings", "Hash table: fill with string keys", "entry"),
+    ("dictionary get, integers", "Dictionary: get by integer", "search"),
+    ("dictionary get, strings", "Dictionary: get by string", "search"),
+    ("dictionary fill, integers", "Dictionary: fill with integer keys", "item"),
+    ("dictionary fill, strings", "Dictionary: fill with string keys", "item"),
+    ("intern existing", "Names: intern a known text", "text"),
+    ("intern new", "Names: intern a new text", "text"),
+    ("list build", "List: build in order", "element"),
+    ("text build", "Text: build from pieces of 5 characters", "piece"),
+]
+
+# The line types of growth.gp, which are also the order, by the beginning of the contender's name.
+LINES = {"Vek": 1, "vek_": 1, "+ ": 2, "G": 3, "std::vector": 5, "std::": 4, "tsl::": 6}
+OURS = 1
+
+
+def line_type(who):
+    return next(line for beginning, line in LINES.items() if who.startswith(beginning))
 
 
 def by_job(times):
-    """{job: {who: {size: time}}}"""
-    jobs = collections.defaultdict(lambda: collections.defaultdict(dict))
+    """{job: [(who, {size: time})]}, the library first."""
+    curves = collections.defaultdict(lambda: collections.defaultdict(dict))
     for (job, size), by_whom in times.items():
         for who, time in by_whom.items():
-            jobs[job][who][size] = time
-    return jobs
-
-
-def fastest(curves):
-    """The peer whose times have the lowest geometric mean."""
-    peers = [who for who in curves if not who.lower().startswith("vek")]
-    return min(peers, key=lambda peer: statistics.geometric_mean(curves[peer].values()))
+            curves[job][who][size] = time
+    return {
+        job: sorted(curves.pop(job).items(), key=lambda curve: line_type(curve[0]))
+        for job, _, _ in PANELS
+    } | curves  # a job without a panel fails where it is printed
 
 
 def line(label, cells):
@@ -50,27 +62,28 @@ def ratio(of, to):
 
 def print_table(jobs):
     print(line("job", [f"{size:,}" for size in SIZES]))
-    for job, curves in jobs.items():
-        who = OURS[job.split()[0]]
-        ours = curves[who]
+    for job, [(who, ours), *others] in jobs.items():
         print(line(f"{job}: {who}", [f"{ours[n]:.1f}" if n in ours else "" for n in SIZES]))
-        peer = fastest(curves)
-        others = [name for name in curves if name.lower().startswith("vek") and name != who]
-        for label, other in [(peer, peer)] + [("+ " + name, name) for name in others]:
-            curve = curves[other]
-            cells = [ratio(curve[n], ours[n]) if n in curve and n in ours else "" for n in SIZES]
-            print(line("  " + label, cells))
+        for other, curve in others:
+            cells = [ratio(curve[n], ours[n]) if n in curve else "" for n in SIZES]
+            print(line(f"  {other}", cells))
 
 
-def write_points(jobs, path):
-    """One block for each curve, with the name "job/who", of lines: size, time."""
+def write_panels(jobs, path):
+    """Both panels of a row have the same range of times."""
     with open(path, "w", encoding="utf-8") as file:
-        for job, curves in jobs.items():
-            for who, curve in curves.items():
-                file.write(f"# {job}/{who}\n")
-                for size, time in sorted(curve.items()):
-                    file.write(f"{size} {time:.4g}\n")
-                file.write("\n\n")
+        for number, (job, title, operation) in enumerate(PANELS):
+            row = PANELS[number // 2 * 2 : number // 2 * 2 + 2]
+            times = [t for job, _, _ in row for _, curve in jobs[job] for t in curve.values()]
+            plots = []
+            for place, (who, curve) in enumerate(jobs[job]):
+                points = "".join(f"{size} {time:.4g}\n" for size, time in sorted(curve.items()))
+                file.write(f"$curve{place} << END\n{points}END\n")
+                name = who.removeprefix("+ ")
+                plots.append(f'$curve{place} linetype {line_type(who)} title "{name}"')
+            file.write(f"set yrange [{min(times) / 1.5:g} : {max(times) * 4:g}]\n")
+            file.write(f'set title "{title}"\nset ylabel "ns per {operation}"\n')
+            file.write(f"plot {', '.join(plots)}\n")
 
 
 def main():
@@ -78,11 +91,11 @@ def main():
         description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
     )
     parser.add_argument("results", nargs="+", metavar="RESULTS")
-    parser.add_argument("--points", required=True, help="gets the points of the chart")
+    parser.add_argument("--panels", required=True, help="gets the panels of the chart")
     arguments = parser.parse_args()
     jobs = by_job(medians(arguments.results))
     print_table(jobs)
-    write_points(jobs, arguments.points)
+    write_panels(jobs, arguments.panels)
 
 
 if __name__ == "__main__":

@@ -9,11 +9,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 namespace bench {
 
@@ -43,18 +48,41 @@ void timed(benchmark::State &state, int size, Prepare prepare, Work work)
 {
     using clock = std::chrono::steady_clock;
     const int count = std::max(1, 5000 / size);
-    std::vector<Subject> subjects;
     // Only once, because a new large block in each round would disturb the heap.
-    subjects.reserve(static_cast<size_t>(count));
+    std::vector<std::optional<Subject>> subjects(static_cast<size_t>(count));
     for (auto _ : state) {
-        subjects.clear();
-        subjects.resize(static_cast<size_t>(count));
-        for (Subject &subject : subjects) { prepare(subject); }
+        for (auto &subject : subjects) { subject.reset(); }
+        for (auto &subject : subjects) { prepare(subject.emplace()); }
         const clock::time_point start = clock::now();
-        for (Subject &subject : subjects) { work(subject); }
+        for (auto &subject : subjects) { work(*subject); }
         state.SetIterationTime(std::chrono::duration<double>(clock::now() - start).count());
     }
     state.SetItemsProcessed(state.iterations() * count * size);
+}
+
+/** Times the construction of the subjects and `work`, but not their destruction. */
+template <typename Subject, typename Work>
+void timed_from_construction(benchmark::State &state, int size, Work work)
+{
+    using Made = std::optional<Subject>;
+    timed<Made>(
+        state, size, [](Made &) {}, [work](Made &made) { work(made.emplace()); });
+}
+
+/** Prepares the heap for a job that needs up to `bytes`. Large blocks lie in it, too, and it keeps
+ *  its pages, which the first call touches: no contender waits for new ones while the clock runs.
+ *  The large block merges the free blocks, which the first contender with a large block of its own
+ *  would do otherwise. */
+inline void prepare_heap(size_t bytes)
+{
+    static bool is_first = true;
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    void *const block = malloc(bytes);
+    if (is_first) { memset(block, 1, bytes); }
+    is_first = false;
+    benchmark::DoNotOptimize(block);
+    free(block);
 }
 
 /** Counts from 0 to `size` - 1, again and again. */
