@@ -20,8 +20,9 @@ set linetype 3 linecolor "#009e73" pointtype 9
 set linetype 4 linecolor "#cc79a7" pointtype 13
 set linetype 5 linecolor "#e69f00" pointtype 11
 set linetype 6 linecolor "#56b4e9" pointtype 6
-set linetype 7 linecolor "#000000" pointtype 4
+set linetype 7 linecolor "#a0a0a0" pointtype 2
+set linetype 8 linecolor "#000000" pointtype 4
 set tmargin 5
 within(ratio) = ratio > 16 ? 16 : ratio < 0.0625 ? 0.0625 : ratio
-plot for [maker = 0:6] points index maker using (within($1)):2:yticlabels(3) \
+plot for [maker = 0:7] points index maker using (within($1)):2:yticlabels(3) \
     with points pointsize 0.7

@@ -13,7 +13,8 @@ import sys
 
 OURS = "veklib"
 
-# The makers of the peers, with the beginnings of the peers' names, for the chart.
+# The makers of the peers, with the beginnings of the peers' names, for the chart. "passed in" is
+# the library with its own functions under other addresses.
 MAKERS = {
     "GLib": ("G", "g_"),
     "APR": ("apr_",),
@@ -21,6 +22,7 @@ MAKERS = {
     "json-c": ("json-c",),
     "talloc": ("talloc",),
     "C++ library": ("std::",),
+    "own functions passed in": ("passed in",),
 }
 OTHERS = "C library"
 
