@@ -10,7 +10,7 @@ which growth.gp runs.
 import argparse
 import collections
 
-from ratios import medians
+from ratios import typical_times
 
 SIZES = [10, 100, 1_000, 10_000, 100_000, 1_000_000]
 
@@ -93,7 +93,7 @@ def main():
     parser.add_argument("results", nargs="+", metavar="RESULTS")
     parser.add_argument("--panels", required=True, help="gets the panels of the chart")
     arguments = parser.parse_args()
-    jobs = by_job(medians(arguments.results))
+    jobs = by_job(typical_times(arguments.results))
     print_table(jobs)
     write_panels(jobs, arguments.panels)
 
