@@ -104,13 +104,14 @@ VEK_PRINTF(1, 2) void write_trace(const char *format, ...)
     char *end = line;
     va_list args;
     va_start(args, format);
-    for (; *format != '\0'; ++format) {
-        if (!vek_is_rare(*format == '%')) {
-            *end++ = *format;
-        } else if (*++format == 'p') {
+    while (const char c = *format++) {
+        if (!vek_is_rare(c == '%')) {
+            *end++ = c;
+        } else if (*format == 'p') {
+            format += 1;
             end = append_address(end, va_arg(args, void *));
         } else {
-            ++format; // from the z to the d
+            format += 2; // "zd"
             end = append_decimal(end, va_arg(args, ssize_t));
         }
     }
