@@ -22,7 +22,7 @@ MAKERS = {
     "json-c": ("json-c",),
     "talloc": ("talloc",),
     "C++ library": ("std::",),
-    "own functions passed in": ("passed in",),
+    "passed in": ("passed in",),
 }
 OTHERS = "C library"
 
