@@ -78,7 +78,7 @@ void *pointer(Text key) { return const_cast<char *>(key); }
 
 /* ---- Hash tables, which neither copy nor own keys and values ---- */
 
-/** The functions release texts, where the table owns its keys, and values. */
+/** The functions that release values, and texts where the table owns its keys. */
 template <class Key>
 VekHash *new_vek_hash(VekDestroyFunc free_text, VekDestroyFunc free_value)
 {

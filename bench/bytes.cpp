@@ -2,10 +2,10 @@
 /* Prints the heap bytes of one element of each structure, the allocator's overhead included
  * (heap.h), as lines of structure|size|maker|bytes. Each measurement has a process of its own. It
  * makes as many structures of the size as hold `elements` elements in all, so that the first block
- * of a pool or of a peer's own allocator hardly counts; or one structure, because GLib has only one
- * table of names. What an element refers to exists before:
- * data, the texts of string keys, and the integer keys of those peers that take their addresses.
- * Only tables of names and dictionaries copy texts. Nothing is released. */
+ * of a pool or of a peer's own allocator hardly counts. For names it makes one structure, because
+ * GLib has only one table of names. What an element refers to exists before: data, the texts of
+ * string keys, and the integer keys of those peers that take their addresses. Only tables of names
+ * and dictionaries copy texts. Nothing is released. */
 #include "heap.h"
 #include "keys.h"
 

@@ -88,7 +88,7 @@ size_t heap_bytes(void) { return in_use; }
 #ifdef HEAP_REPORT
 
 /* From now on the C library keeps the pages of blocks that are released. So the process has as many
- * pages at its end as at its peak, when no library could look. */
+ * pages at its end, when report() counts them, as at its peak. */
 __attribute__((constructor)) static void keep_pages(void) { mallopt(M_TRIM_THRESHOLD, -1); }
 
 static long field(const char *text, const char *name)

@@ -116,7 +116,7 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
            (vek_value_is(&stored, VEK_VALUE_INT) || stored.vt == nullptr);
 }
 
-/** What a search has found that ended at an integer or at an empty key. */
+/** The result of a search that ended at an integer or at an empty key. */
 [[gnu::always_inline]] inline VekDictPlace found_at(VekDictItem *item, const char *function)
 {
     if (vek_is_rare(item->key.vt == nullptr)) {
@@ -126,9 +126,9 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
     return {item, nullptr, 0, false};
 }
 
-/** Works like vek_dict_search() for an integer, but looks at two items at a time. Among 50 items
- *  that takes 0.7 of the time, among 5 no more. Force-inlined: returning the place in memory would
- *  cost more than the pairs save. */
+/** Works like vek_dict_search() for an integer, but looks at two items at a time. With 50 items
+ *  that takes 0.7 of the time; with 5 it takes as long. Force-inlined: returning the place in
+ *  memory would cost more than the pairs save. */
 [[gnu::always_inline]] inline VekDictPlace search_int(const VekDict *dict, int32_t key,
                                                       const char *function)
 {

@@ -27,7 +27,7 @@ VEK_HIDDEN VekValue *vek_dict_find_int(const VekDict *dict, int32_t key);
 
 /** Finds the first item in use for whose key `matches` returns true; it must return false for an
  *  empty key. The search ends with the last segment, because a dictionary that is being cleared may
- *  have fewer slots than `len`. The search for integers in vekdict.cpp has the same frame. */
+ *  have fewer slots than `len`. search_int() in vekdict.cpp walks the segments likewise. */
 template <typename Matches>
 VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
 {

@@ -35,8 +35,8 @@ inline bool vek_value_is(const VekValue *record, VekValueType type)
     return record->vt != nullptr ? record->vt->type : vek_value_get_type(record);
 }
 
-/* The datum of a record, as its public function returns it. That is called only if the record is of
- * another type, to warn. Force-inlined, as above. */
+/* What the public getter of a type returns. The getter itself is called only if the record is of
+ * another type, so that it warns. Force-inlined, as above. */
 
 [[gnu::always_inline]] inline int32_t vek_value_int_of(const VekValue *record)
 {
