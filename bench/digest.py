@@ -35,7 +35,7 @@ def check_reports(programs, path):
 
 
 def milliseconds(program, path):
-    """The processor time: other programs hardly change it."""
+    """The processor time: other programs change it less than the time by the clock."""
     with subprocess.Popen([program, path], stdout=subprocess.DEVNULL) as process:
         _, status, usage = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
