@@ -10,7 +10,7 @@ if [ $# -eq 0 ]; then
     # not checked.
     # shellcheck disable=SC2046 # no file of the project has a blank in its name
     set -- *.md CMakeLists.txt CMakePresets.json LICENSE dev $(
-        find .ci bench cmake docs examples fuzz tests veklib -type f \
+        find .ci bench cmake docs examples fuzz tests tools veklib -type f \
             ! -name '*.svg' ! -name '*.pyc' ! -path 'fuzz/corpus/*'
     )
 fi

@@ -1,0 +1,26 @@
+# SPDX-License-Identifier: MIT
+# Finds what vek-trace needs, and sets veklib_build_trace. With veklib_quiet = REQUIRED a missing
+# package is an error, with QUIET it leaves vek-trace out.
+set(veklib_missing "")
+foreach(package IN ITEMS CLI11 fmt nlohmann_json tsl-robin-map)
+  find_package(${package} ${veklib_quiet})
+  if(NOT ${package}_FOUND)
+    list(APPEND veklib_missing ${package})
+  endif()
+endforeach()
+find_path(LIBDW_INCLUDE_DIR elfutils/libdwfl.h)
+find_library(LIBDW_LIBRARY dw)
+find_library(LIBELF_LIBRARY elf)
+if(NOT LIBDW_INCLUDE_DIR OR NOT LIBDW_LIBRARY OR NOT LIBELF_LIBRARY)
+  list(APPEND veklib_missing libdw)
+endif()
+if(NOT veklib_missing)
+  set(veklib_build_trace ON)
+else()
+  list(JOIN veklib_missing ", " veklib_missing)
+  if(veklib_quiet STREQUAL "REQUIRED")
+    message(FATAL_ERROR "vek-trace needs ${veklib_missing}; on Debian: apt-get install libcli11-dev "
+            "libfmt-dev nlohmann-json3-dev robin-map-dev libdw-dev")
+  endif()
+  message(STATUS "${veklib_missing} not found: vek-trace is not built")
+endif()

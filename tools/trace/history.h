@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+// What became of the blocks of one process: what lives, what lived at the peak, and what went wrong.
+// Memory grows with the live blocks, the stacks and the distinct faults, never with the events.
+#ifndef VEKTRACE_HISTORY_H
+#define VEKTRACE_HISTORY_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "event.h"
+
+namespace vektrace {
+
+struct Amount {
+    uint64_t blocks = 0;
+    uint64_t bytes = 0;
+    bool operator==(const Amount &) const = default;
+};
+
+/** What one stack allocated. A resized block counts as one of the stack that resized it last: the
+ *  resize is a release of the old and an allocation of the new block. */
+struct StackTotals {
+    Amount live;           ///< at the end
+    Amount at_peak;        ///< when the process had most bytes live
+    Amount total;          ///< ever
+    uint64_t smallest = 0; ///< bytes of a block
+    uint64_t largest = 0;
+    uint64_t short_lived = 0;   ///< blocks released after at most `short_life` other allocations
+    uint64_t failed = 0;        ///< requests that returned null
+    uint64_t refused = 0;       ///< requests refused in the error state
+    uint64_t earlier_bytes = 0; ///< live somewhere between a quarter and a half of the events
+    bool grows() const { return live.bytes > earlier_bytes; }
+    bool operator==(const StackTotals &) const = default;
+};
+
+/** A block is short-lived if at most so many allocations happen between its own and its release. */
+inline constexpr uint64_t short_life = 10;
+
+enum class FaultKind : uint8_t {
+    released_twice,        ///< a block that was released before, and not allocated since
+    resized_after_release, ///< likewise, by realloc
+    released_unknown,      ///< a block whose allocation was not seen
+    resized_unknown,
+    allocated_while_live, ///< and never resized by another thread afterwards
+    impossible_size,      ///< more bytes than half of the address space
+};
+
+/** A fault, with every place involved; several faults of the same kind and places are one. */
+struct Fault {
+    FaultKind kind;
+    std::optional<StackId> allocated;      ///< who allocated the block (first)
+    std::optional<StackId> released_first; ///< who released it first
+    StackId again;       ///< who released it again, resized, allocated it while live, or asked
+    uint64_t count;      ///< how many times
+    uint64_t first_line; ///< of the first one
+    uint64_t block;      ///< of the first one (0 if there is none)
+    uint64_t bytes;      ///< of the first one
+    bool operator==(const Fault &) const = default;
+};
+
+/** A point of the chart. */
+struct Moment {
+    uint64_t event;        ///< how many events had happened
+    uint64_t milliseconds; ///< 0 throughout if the input has no times
+    uint64_t bytes;        ///< most bytes live since the point before
+    uint64_t blocks;       ///< at the same time
+    bool operator==(const Moment &) const = default;
+};
+
+struct Totals {
+    uint64_t events = 0;
+    uint64_t allocations = 0; ///< blocks that came into being; a resize of a block is none
+    uint64_t resizes = 0;
+    uint64_t releases = 0; ///< of blocks that were live, without those inside resizes
+    uint64_t failed = 0;
+    uint64_t refused = 0;
+    Amount live;
+    Amount peak;             ///< when most bytes were live
+    uint64_t peak_event = 0; ///< after how many events
+    uint64_t peak_milliseconds = 0;
+    Amount total;              ///< ever allocated, each resize's new block included
+    uint64_t faults = 0;       ///< all faults, however often each happened
+    uint64_t milliseconds = 0; ///< the last time
+    bool has_times = false;
+};
+
+class History : public EventSink {
+public:
+    History();
+    ~History() override;
+    History(History &&) noexcept;
+    History &operator=(History &&) noexcept;
+
+    void add(const Event &event) override;
+    void at_time(uint64_t milliseconds) override;
+    /** Settles what depends on later events; call it once, after the last one. */
+    void finish();
+
+    // After finish():
+    const Totals &totals() const;
+    /** Indexed by StackId; may be shorter than the number of stacks. */
+    std::span<const StackTotals> stacks() const;
+    /** By first line. */
+    std::span<const Fault> faults() const;
+    /** At most 2,000, in order of time; the peak is one of them. */
+    std::span<const Moment> moments() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace vektrace
+
+#endif

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "stacks.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vektrace {
+
+namespace {
+
+uint64_t mix(uint64_t hash, uint64_t value)
+{
+    hash = (hash ^ value) * 0x9e3779b97f4a7c15U;
+    return hash ^ (hash >> 32);
+}
+
+} // namespace
+
+size_t Stacks::FrameHash::operator()(const Frame &frame) const
+{
+    return mix(mix(0, frame.module), frame.offset);
+}
+
+size_t Stacks::StackHash::operator()(const Stack &stack) const
+{
+    uint64_t hash = mix(static_cast<uint64_t>(stack.end), stack.charged);
+    for (const FrameId frame : stack.frames) {
+        hash = mix(hash, frame);
+    }
+    return hash;
+}
+
+Stacks::Stacks()
+{
+    modules_.emplace_back();
+}
+
+// There are few modules.
+ModuleId Stacks::module(const Module &module)
+{
+    auto found = std::find(modules_.begin(), modules_.end(), module);
+    if (found == modules_.end()) {
+        found = modules_.insert(found, module);
+    }
+    return static_cast<ModuleId>(found - modules_.begin());
+}
+
+FrameId Stacks::frame(const Frame &frame)
+{
+    const auto [place, is_new] =
+        frame_ids_.try_emplace(frame, static_cast<FrameId>(frames_.size()));
+    if (is_new) {
+        frames_.push_back(frame);
+    }
+    return place->second;
+}
+
+StackId Stacks::stack(Stack stack)
+{
+    const auto [place, is_new] =
+        stack_ids_.try_emplace(stack, static_cast<StackId>(stacks_.size()));
+    if (is_new) {
+        stacks_.push_back(std::move(stack));
+    }
+    return place->second;
+}
+
+StackId Stacks::address(ModuleId module, uint64_t offset)
+{
+    return stack({frame({module, offset}), {}, ChainEnd::none});
+}
+
+} // namespace vektrace
