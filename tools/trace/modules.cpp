@@ -7,6 +7,7 @@
 #include <charconv>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -116,19 +117,35 @@ bool read_mapping(std::string_view line, Mapping &mapping, std::string_view &pat
     return mapping.start < mapping.end;
 }
 
+struct OpenFile {
+    explicit OpenFile(const std::string &path)
+        : fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
+    {
+    }
+    ~OpenFile()
+    {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+    OpenFile(const OpenFile &) = delete;
+    OpenFile &operator=(const OpenFile &) = delete;
+
+    const int fd;
+};
+
 /** Finds out which bias puts the file's code where it is mapped. Without it, the answer is empty. */
 std::optional<uint64_t> bias_in_file(const std::string &file, const std::vector<Mapping> &mappings)
 {
     constexpr uint64_t smallest_page = 4096;
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    const auto close_fd = [](const int *open_fd) { close(*open_fd); };
-    const std::unique_ptr<const int, decltype(close_fd)> guard(fd >= 0 ? &fd : nullptr, close_fd);
+    const OpenFile open_file(file);
     struct stat status = {};
-    if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (open_file.fd < 0 || fstat(open_file.fd, &status) != 0 || !S_ISREG(status.st_mode)) {
         return {};
     }
     elf_version(EV_CURRENT);
-    const std::unique_ptr<Elf, decltype(&elf_end)> elf(elf_begin(fd, ELF_C_READ, nullptr), elf_end);
+    const std::unique_ptr<Elf, decltype(&elf_end)> elf(elf_begin(open_file.fd, ELF_C_READ, nullptr),
+                                                       elf_end);
     size_t count = 0;
     if (elf == nullptr || elf_getphdrnum(elf.get(), &count) != 0) {
         return {};
@@ -178,13 +195,14 @@ std::string read_whole(const std::string &path)
     return text;
 }
 
-/** Groups what follows each other, with anonymous memory or without: a file that is mapped again
- *  elsewhere, for its data, does not stretch the module over others. Throws InputError. */
+/** A group are mappings with nothing but unnamed memory between them: a file that is mapped again
+ *  elsewhere, for its data, does not stretch the module. Throws InputError. */
 std::vector<Group> read_groups(const std::string &name, std::string_view text)
 {
     std::vector<Group> groups;
     std::string why = "no line names a program or a shared object";
     bool has_foreign = false;
+    bool is_open = false; // whether the next mapping may belong to the last group
     for (unsigned number = 1; !text.empty(); ++number) {
         std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
@@ -197,10 +215,13 @@ std::vector<Group> read_groups(const std::string &name, std::string_view text)
                                   printable(line));
             }
         } else if (path.starts_with('/')) {
-            if (groups.empty() || groups.back().path != path) {
+            if (!is_open || groups.back().path != path) {
                 groups.push_back({std::string(path), {}});
             }
             groups.back().mappings.push_back(mapping);
+            is_open = true;
+        } else if (!path.empty() && !path.starts_with("[anon:")) {
+            is_open = false; // "[heap]", "[stack]"
         }
     }
     std::erase_if(groups, [](const Group &group) {
