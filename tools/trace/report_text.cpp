@@ -15,48 +15,30 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/** The words of the table of sites, which depend on what it is sorted by. */
+/** Heads of the table of sites, and what rows have whose figure is 0. */
 struct Words {
-    const char *sorted_by;
-    const char *figure; ///< heads of the columns
+    const char *figure;
     const char *share;
     const char *second;
     const char *third;
-    const char *nothing; ///< what rows have whose figure is 0
+    const char *nothing;
 };
 
-const Words &words_of(Order order)
+Words words_of(Order order)
 {
-    static constexpr Words live = {"bytes live at the end",  "live", "of live", "blocks", "of peak",
-                                   "nothing live at the end"};
-    static constexpr Words peak = {
-        "bytes live at the peak", "at peak", "of peak", "blocks", "live at end",
-        "nothing at the peak"};
-    static constexpr Words total = {"bytes allocated", "allocated",   "of all",
-                                    "blocks",          "live at end", "no bytes"};
-    static constexpr Words count = {"blocks allocated", "blocks",  "of all", "bytes",
-                                    "live at end",      "no block"};
-    static constexpr Words short_lived = {
-        "short-lived blocks", "short-lived",         "of all", "blocks",
-        "live at end",        "no short-lived block"};
     switch (order) {
     case Order::live:
         break;
     case Order::peak:
-        return peak;
+        return {"at peak", "of peak", "blocks", "live at end", "nothing at the peak"};
     case Order::total:
-        return total;
+        return {"allocated", "of all", "blocks", "live at end", "no bytes"};
     case Order::count:
-        return count;
+        return {"blocks", "of all", "bytes", "live at end", "no block"};
     case Order::short_lived:
-        return short_lived;
+        return {"short-lived", "of all", "blocks", "live at end", "no short-lived block"};
     }
-    return live;
-}
-
-bool counts_blocks(Order order)
-{
-    return order == Order::count || order == Order::short_lived;
+    return {"live", "of live", "blocks", "of peak", "nothing live at the end"};
 }
 
 const char *title_of(Grouping by)
@@ -227,8 +209,9 @@ private:
 
     void sites()
     {
-        const Words &words = words_of(report_.sort);
-        page_.heading(fmt::format("{} by {}", vektrace::title_of(report_.by), words.sorted_by));
+        const Words words = words_of(report_.sort);
+        page_.heading(
+            fmt::format("{} by {}", vektrace::title_of(report_.by), vektrace::words(report_.sort)));
         std::vector<const Row *> rows;
         for (const Row &row : report_.rows) {
             if (figure(row.numbers, report_.sort) != 0) {
