@@ -325,7 +325,7 @@ TEST_F(Report_, MsPrintReadsMassif)
     const std::string output = read_by_ms_print(format_massif(world_.report(options)));
     EXPECT_NE(output.find("status 0"), std::string::npos) << output;
     EXPECT_NE(output.find("(peak)"), std::string::npos) << output;
-    EXPECT_NE(output.find("->96.76% (4,000B) 0x0: plugin.so+0x90"), std::string::npos) << output;
+    EXPECT_NE(output.find("->96.81% (4,000B) 0x0: plugin.so+0x90"), std::string::npos) << output;
     EXPECT_NE(output.find("->67.57% (100B) 0x0: remember (cache.c:12)"), std::string::npos)
         << output;
     run("two");
@@ -346,7 +346,50 @@ TEST_F(Report_, TextSaysItAll)
                                 "no file /opt/plugin.so; wanted is build-id 12ab"}};
     TextOptions options;
     options.width = 80;
-    EXPECT_EQ(format_text(world_.report(), options), R"()");
+    EXPECT_EQ(format_text(world_.report(), options), R"(app 'the file'
+process 7, 10 events in 1.0 s; exited with 0
+
+live at the end      148 B    148 B  4 blocks
+peak              4.04 KiB  4,132 B  4 blocks  after 4 calls, 400 ms
+allocated         5.55 KiB  5,684 B  6 blocks
+6 allocations, 0 resizes, 2 releases, 1 failed request
+1 fault, listed below
+
+Sites by bytes live at the end
+ live  of live  blocks  of peak  site
+100 B   67.6 %       1    2.4 %  remember at /src/cache.c:12, app
+                                   through vek_str_dict_put_int
+                                   2 blocks allocated, 1.60 KiB,
+                                   100 B to 1.50 KiB, mean 818 B, 1 short-lived
+ 32 B   21.6 %       2    0.8 %  push at /src/load.c:20, app
+                                   inlined by load at /src/load.c:31, app
+                                   through vek_list_add, vek_slist_prepend
+                                   2 blocks allocated, 32 B, 8 B to 24 B,
+                                   mean 16 B
+ 16 B   10.8 %       1    0.0 %  grow, libveklib.so.1
+                                   1 block allocated, 16 B
+… and 1 more site with nothing live at the end
+
+Faults
+released twice: block 0x1600 of 1.50 KiB (event 10)
+  allocated by        remember at /src/cache.c:12, app
+                      by main at /src/main.c:50, app
+  released first by   main at /src/main.c:50, app
+  released again by   main at /src/main.c:50, app
+
+Requests that returned null
+failed  refused  site
+     1        0  remember at /src/cache.c:12, app
+
+Input problems in one/app.7.vekrec
+1 line is no trace line:
+         3  hello?[31m
+
+Missing symbols
+no file /opt/plugin.so; wanted is build-id 12ab
+--sysroot DIR, --debug-dir DIR and --exe FILE name files with symbols;
+--modules FILE says where modules were loaded
+)");
     options.colour = true;
     EXPECT_NE(format_text(world_.report(), options).find("\x1b[1m"), std::string::npos);
 }
@@ -384,8 +427,8 @@ Report report_of(const std::vector<Site> &sites)
     World world;
     world.process("one");
     for (const Site &site : sites) {
-        world.allocate(world.address(world.frame(app, {{site.function, "a.c", site.line}})),
-                       site.bytes);
+        const Place place = {site.function, site.line == 0 ? "" : "a.c", site.line};
+        world.allocate(world.address(world.frame(app, {place})), site.bytes);
     }
     return world.report();
 }
@@ -421,7 +464,25 @@ TEST(Compare, MatchesLinesThatMoved)
     EXPECT_EQ(json["format"], "vek-trace-diff");
     EXPECT_EQ(json["changes"].size(), 6U);
     EXPECT_EQ(json["changes"][1]["after"]["live"]["bytes"], 400);
-    EXPECT_EQ(format_text(difference, {}), "");
+    EXPECT_EQ(format_text(difference, {}), R"(Before and after
+before  after  change  summary
+ 748 B  550 B  -198 B  bytes live at the end
+     6      6       0  blocks live at the end
+ 748 B  550 B  -198 B  peak
+ 748 B  550 B  -198 B  bytes allocated
+     6      6       0  allocations
+     0      0       0  failed requests
+     0      0       0  faults
+
+What changed in bytes live at the end
+change  before  after          site
+-500 B   500 B    0 B    went  gone at a.c:40, app
++300 B   100 B  400 B    grew  load at a.c:12, app
+ -10 B    90 B   80 B  shrank  shrinks at a.c:50, app
+  +9 B     0 B    9 B    came  fresh at a.c:40, app
+  +2 B     1 B    3 B    grew  unknown function, app
+  +1 B    50 B   51 B    grew  load at a.c:20, app
+)");
 }
 
 } // namespace
