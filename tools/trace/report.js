@@ -199,11 +199,11 @@ function showEndings() {
       endings.set(ended, (endings.get(ended) ?? 0) + 1);
     }
   }
-  const number_ = report.processes.length;
+  const all = report.processes.length;
   const group = make("div", {}, make("dt", {}, "Processes"),
-    make("dd", {}, number(number_, count(number_), { id: "figure-processes" })));
+    make("dd", {}, number(all, count(all), { id: "figure-processes" })));
   for (const [ended, times] of endings) {
-    group.append(make("dd", { class: "note" }, number_ > 1 ? `${count(times)} ${ended}` : ended));
+    group.append(make("dd", { class: "note" }, all > 1 ? `${count(times)} ${ended}` : ended));
   }
   element("figures").append(group);
 }
@@ -704,6 +704,7 @@ function showRows() {
 function sortBy(column) {
   table.descending = table.sort === column.id ? !table.descending : column.id !== "place";
   table.sort = column.id;
+  table.limit = Math.min(table.limit, 500);
   const sign = table.descending ? -1 : 1;
   const { value } = column;
   table.rows = [...report.rows].sort((one, other) => {
