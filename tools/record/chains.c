@@ -139,24 +139,28 @@ static bool is_end_of_stack(uintptr_t address) { return is_code_with_tables(addr
 
 /* ---- Taking a chain ---- */
 
-/* Two halves at a time, because each step waits for the one before it. */
+static uint64_t mix(uint64_t hash, uint64_t word)
+{
+    hash = (hash ^ word) * UINT64_C(0x9e3779b97f4a7c15);
+    return hash ^ hash >> 32;
+}
+
+/* In four lanes, because each step of one waits for the step before it. */
 static uint64_t hash_chain(const struct Chain *chain)
 {
-    const uint64_t factor = UINT64_C(0x9e3779b97f4a7c15);
-    uint64_t even = chain->flags;
-    uint64_t odd = chain->count;
-    unsigned i = 0;
-    for (; i + 1 < chain->count; i += 2) {
-        even = (even ^ chain->addresses[i]) * factor;
-        odd = (odd ^ chain->addresses[i + 1]) * factor;
-        even ^= even >> 32;
-        odd ^= odd >> 32;
+    const uintptr_t *at = chain->addresses;
+    const uintptr_t *const end = at + chain->count;
+    uint64_t lanes[4] = {chain->flags, chain->count, 2, 3};
+    for (; end - at >= 4; at += 4) {
+        lanes[0] = mix(lanes[0], at[0]);
+        lanes[1] = mix(lanes[1], at[1]);
+        lanes[2] = mix(lanes[2], at[2]);
+        lanes[3] = mix(lanes[3], at[3]);
     }
-    if (i < chain->count) {
-        even = (even ^ chain->addresses[i]) * factor;
+    for (; at != end; ++at) {
+        lanes[0] = mix(lanes[0], *at);
     }
-    const uint64_t both = (even ^ even >> 29) * factor + odd;
-    const uint64_t hash = (both ^ both >> 32) * factor;
+    const uint64_t hash = mix(mix(mix(lanes[0], lanes[1]), lanes[2]), lanes[3]);
     return hash != 0 ? hash : 1; /* 0 is a free slot */
 }
 

@@ -252,42 +252,40 @@ static void update_modules(void)
     pthread_setcancelstate(cancel_state, NULL);
 }
 
-static void record(const struct Event *event, const void *charged, const void *caller)
+bool look_at_modules(void)
 {
-    pthread_once(&opened, open_recording);
-    if (get_state() != ON) {
-        return;
-    }
     const struct ModuleChanges changes = module_changes();
     const unsigned sum = (unsigned)(changes.loaded + changes.unloaded);
     if (__atomic_load_n(&seen_changes, __ATOMIC_RELAXED) != sum) {
         update_modules(); /* two threads may do it at once */
         __atomic_store_n(&seen_changes, sum, __ATOMIC_RELAXED);
     }
-    struct Chain chain;
-    take_chain(&chain, charged, caller, changes.unloaded != 0);
+    return changes.unloaded != 0;
+}
 
+bool begin_event(void)
+{
+    if (!is_recording() || is_busy) {
+        return false;
+    }
+    is_busy = true;
+    pthread_once(&opened, open_recording);
+    is_busy = get_state() == ON;
+    return is_busy;
+}
+
+void end_event(const struct Event *event, struct Chain *chain)
+{
     pthread_mutex_lock(&lock);
-    const long number = number_of(&chain);
-    write_time();
+    const long number = number_of(chain);
     if (number >= 0) {
+        write_time();
         write_event(event, number);
     } else {
         set_state(OFF);
     }
     pthread_mutex_unlock(&lock);
-}
-
-void record_event(const struct Event *event, const void *charged, const void *caller)
-{
-    if (!is_recording() || is_busy) {
-        return;
-    }
-    const int error = errno;
-    is_busy = true;
-    record(event, charged, caller);
     is_busy = false;
-    errno = error;
 }
 
 /* ---- The end, and children ---- */

@@ -52,6 +52,19 @@ static uint8_t with_result(unsigned fields, const void *result)
 /* Frames and return addresses must be those of the operations in the table. */
 #define IN_OPERATION __attribute__((always_inline)) inline
 
+/* Records an event that was charged to `charged`. Inlined, because each function between here and the
+ * unwinder costs a frame. */
+static IN_OPERATION void record(const struct Event *event, const void *charged)
+{
+    const int error = errno;
+    if (begin_event()) {
+        struct Chain chain;
+        take_chain(&chain, charged, __builtin_return_address(0), look_at_modules());
+        end_event(event, &chain);
+    }
+    errno = error;
+}
+
 typedef void *Allocate(size_t size, void *return_address);
 
 static IN_OPERATION void *allocate(uint8_t type, Allocate *operation, size_t size, void *charged)
@@ -66,7 +79,7 @@ static IN_OPERATION void *allocate(uint8_t type, Allocate *operation, size_t siz
                                 .fields = with_result(HAS_SIZE, result),
                                 .size = size,
                                 .result = result};
-    record_event(&event, charged, __builtin_return_address(0));
+    record(&event, charged);
     outermost = NULL;
     return result;
 }
@@ -99,7 +112,7 @@ static void *record_calloc(size_t count, size_t size, void *charged)
                                 .count = count,
                                 .size = size,
                                 .result = result};
-    record_event(&event, charged, __builtin_return_address(0));
+    record(&event, charged);
     outermost = NULL;
     return result;
 }
@@ -121,7 +134,7 @@ static void *record_realloc(void *block, size_t size, void *charged)
         .block = block,
         .size = size,
         .result = result};
-    record_event(&event, charged, __builtin_return_address(0));
+    record(&event, charged);
     outermost = NULL;
     return result;
 }
@@ -135,7 +148,7 @@ static void record_free(void *block, void *charged)
     }
     outermost = frame;
     const struct Event event = {.type = VEKRECORD_FREE, .fields = HAS_BLOCK, .block = block};
-    record_event(&event, charged, __builtin_return_address(0));
+    record(&event, charged);
     inner.free(block, charged);
     outermost = NULL;
 }

@@ -25,6 +25,8 @@
 /* The fields that an event has after its chain, in this order. */
 enum { HAS_BLOCK = 1, HAS_COUNT = 2, HAS_SIZE = 4, HAS_RESULT = 8 };
 
+struct Chain;
+
 struct Event {
     uint8_t type;
     uint8_t fields;
@@ -34,9 +36,16 @@ struct Event {
     const void *result;
 };
 
-/* `charged` is the return address that the table was given, `caller` the one on the stack. Keeps
- * errno. Does nothing if this thread is recording already, as in a signal handler. */
-void record_event(const struct Event *event, const void *charged, const void *caller);
+/* Whether an event can be recorded now: not if this thread is recording already, as in a signal
+ * handler. If so, end_event() must follow. */
+bool begin_event(void);
+
+/* Has what was loaded or unloaded written. Returns whether modules have been unloaded since the
+ * program began. */
+bool look_at_modules(void);
+
+/* Writes the event. */
+void end_event(const struct Event *event, struct Chain *chain);
 
 /* Whether this process is recorded. The first call reads the environment. */
 bool is_recording(void);
