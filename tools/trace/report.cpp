@@ -66,6 +66,9 @@ private:
     bool at_end_ = false;
 };
 
+/// Bytes of a name that a filter sees: the C++ library's search needs stack for each.
+constexpr size_t most_searched = 4096;
+
 std::regex filter_from(const std::string &text)
 {
     try {
@@ -202,7 +205,7 @@ private:
                                [&](const Pattern &pattern) { return pattern.matches(text); });
         }));
         is_kept_.push_back(filter_ && matches(id, [&](const std::string &text) {
-                               return std::regex_search(text, *filter_);
+                               return std::regex_search(text.substr(0, most_searched), *filter_);
                            }));
     }
 
