@@ -84,6 +84,10 @@ using PlaceId = uint32_t; ///< of a SourceFrame
 using PlaceIds = std::vector<PlaceId>;
 constexpr PlaceId unknown = std::numeric_limits<PlaceId>::max();
 
+/// Places of a stack that count: a damaged recording may have a chain that is deeper than a walk
+/// through the tree of calls can bear.
+constexpr size_t deepest = 4096;
+
 /** A function of a header of the library: `inlined` into the application, or a copy in it. */
 bool is_library_inline(const Place &place, bool inlined)
 {
@@ -161,6 +165,9 @@ public:
         for (const FrameId id : frames_of(stack)) {
             const PlaceIds &places = by_frame_[id];
             all.insert(all.end(), places.begin(), places.end());
+            if (all.size() >= deepest) {
+                break;
+            }
         }
         return all;
     }
