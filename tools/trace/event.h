@@ -20,7 +20,10 @@ enum class Operation : uint8_t {
 
 struct Event {
     Operation operation;
-    bool refused;    ///< refused in the error state (for trace lines: the line that says only that)
+    /// Refused in the error state. The event says only that, as the library's line does; the event
+    /// of the failed request, with `refused` false and no result, follows it. (It may be missing
+    /// in trace lines, because refusals have lines even while tracing is off.)
+    bool refused;
     bool impossible; ///< more bytes than half the device's address space
     StackId stack;
     uint64_t block;  ///< what free releases and realloc resizes; 0: null

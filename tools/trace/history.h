@@ -29,7 +29,7 @@ struct StackTotals {
     uint64_t smallest = 0; ///< bytes of a block
     uint64_t largest = 0;
     uint64_t short_lived = 0;   ///< blocks released after at most `short_life` other allocations
-    uint64_t failed = 0;        ///< requests that returned null
+    uint64_t failed = 0;        ///< requests of more than 0 bytes that returned null
     uint64_t refused = 0;       ///< requests refused in the error state
     uint64_t earlier_bytes = 0; ///< live somewhere between a quarter and a half of the events
     bool grows() const { return live.bytes > earlier_bytes; }
@@ -39,13 +39,21 @@ struct StackTotals {
 /** A block is short-lived if at most so many allocations happen between its own and its release. */
 inline constexpr uint64_t short_life = 10;
 
+// What a history keeps at most, whatever the input is:
+inline constexpr size_t remembered_releases = 100'000; ///< to know what was released twice
+inline constexpr size_t most_faults = 10'000;          ///< distinct ones; others are only counted
+inline constexpr size_t most_moments = 2'000;
+/// Blocks whose address another block got and which may still be given up by a late line.
+inline constexpr size_t most_aside = 10'000;
+
 enum class FaultKind : uint8_t {
     released_twice,        ///< a block that was released before, and not allocated since
     resized_after_release, ///< likewise, by realloc
     released_unknown,      ///< a block whose allocation was not seen
     resized_unknown,
-    allocated_while_live, ///< and never resized by another thread afterwards
-    impossible_size,      ///< more bytes than half of the address space
+    allocated_while_live, ///< and the older block was never given up by a late realloc
+    impossible_size,      ///< more bytes than half of the address space; if they were granted
+                          ///< nevertheless, the block counts with 0 bytes
 };
 
 /** A fault, with every place involved; several faults of the same kind and places are one. */
@@ -57,13 +65,14 @@ struct Fault {
     uint64_t count;      ///< how many times
     uint64_t first_line; ///< of the first one
     uint64_t block;      ///< of the first one (0 if there is none)
-    uint64_t bytes;      ///< of the first one
+    uint64_t bytes;      ///< of the first one: of the block that was there first (0 if unknown),
+                         ///< for an impossible size what was asked for
     bool operator==(const Fault &) const = default;
 };
 
 /** A point of the chart. */
 struct Moment {
-    uint64_t event;        ///< how many events had happened
+    uint64_t event;        ///< how many events had happened, as Totals counts them
     uint64_t milliseconds; ///< 0 throughout if the input has no times
     uint64_t bytes;        ///< most bytes live since the point before
     uint64_t blocks;       ///< at the same time
@@ -71,12 +80,12 @@ struct Moment {
 };
 
 struct Totals {
-    uint64_t events = 0;
+    uint64_t events = 0;      ///< without refusals: the request's own event follows
     uint64_t allocations = 0; ///< blocks that came into being; a resize of a block is none
     uint64_t resizes = 0;
     uint64_t releases = 0; ///< of blocks that were live, without those inside resizes
-    uint64_t failed = 0;
-    uint64_t refused = 0;
+    uint64_t failed = 0;   ///< requests of more than 0 bytes that returned null
+    uint64_t refused = 0;  ///< requests refused in the error state; most count as failed, too
     Amount live;
     Amount peak;             ///< when most bytes were live
     uint64_t peak_event = 0; ///< after how many events
@@ -105,7 +114,7 @@ public:
     std::span<const StackTotals> stacks() const;
     /** By first line. */
     std::span<const Fault> faults() const;
-    /** At most 2,000, in order of time; the peak is one of them. */
+    /** At most `most_moments`, in order of time; the peak is one of them, the end is the last. */
     std::span<const Moment> moments() const;
 
 private:

@@ -6,10 +6,31 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace vektrace {
+
+std::string printable(std::string_view text)
+{
+    constexpr size_t limit = 120;
+    constexpr std::string_view more = "...";
+    std::string shown;
+    size_t fits = 0; // so many bytes of it leave room for the three dots
+    for (const char c : text.substr(0, limit + 1)) {
+        if (shown.size() <= limit - more.size()) {
+            fits = shown.size();
+        }
+        shown += c >= ' ' && c <= '~' ? std::string(1, c)
+                                      : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    }
+    if (shown.size() > limit) {
+        shown.resize(fits);
+        shown += more;
+    }
+    return shown;
+}
 
 Input::Input(const std::string &path) : name_(path == "-" ? "standard input" : path)
 {

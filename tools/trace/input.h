@@ -9,6 +9,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace vektrace {
 
@@ -17,6 +18,10 @@ namespace vektrace {
 struct InputError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+/** At most 120 bytes that show a text of any bytes: unprintable ones as "\x1b", and "..." at the end
+ *  if it is longer. */
+std::string printable(std::string_view text);
 
 /** How far a reader is. Called about once for every chunk. */
 struct Progress {

@@ -282,7 +282,8 @@ public:
 
     void add_to(uint32_t leaf, const StackTotals &totals) { add(nodes_[leaf].numbers, totals); }
 
-    // Parents stand before their children.
+    /** The whole tree, without the stacks that allocated nothing. Parents stand before their children
+     *  in the list. */
     CallNode tree(const PlaceTable &places)
     {
         std::vector<CallNode> made(nodes_.size());
@@ -297,7 +298,7 @@ public:
                       [](const CallNode &a, const CallNode &b) {
                           return std::tie(a.function, a.module) < std::tie(b.function, b.module);
                       });
-            if (i != 0) {
+            if (i != 0 && node.total.blocks != 0) {
                 node.function = places[nodes_[i].place].function;
                 node.module = places[nodes_[i].place].module;
                 add_child(made[nodes_[i].parent], std::move(node));
@@ -543,8 +544,7 @@ private:
 
     static void add_through(Row &row, const SourceFrame &called)
     {
-        const bool has_name = !called.function.starts_with(called.module + "+0x");
-        const std::string &text = has_name ? called.function : called.module;
+        const std::string &text = is_raw(called) ? called.module : called.function;
         const auto place = std::lower_bound(row.through.begin(), row.through.end(), text);
         if (place == row.through.end() || *place != text) {
             row.through.insert(place, text);
