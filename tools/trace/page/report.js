@@ -56,14 +56,14 @@ function showEndings() {
 
 // What happened, and what its places did: who allocated, who released first, who then.
 const faultWords = {
-  "released-twice": ["Released twice", "allocated by", "released first by", "released again by"],
-  "resized-after-release":
+  released_twice: ["Released twice", "allocated by", "released first by", "released again by"],
+  resized_after_release:
     ["Resized after its release", "allocated by", "released by", "resized by"],
-  "released-unknown": ["Released without having been allocated", "", "", "released by"],
-  "resized-unknown": ["Resized without having been allocated", "", "", "resized by"],
-  "allocated-while-live":
+  released_unknown: ["Released without having been allocated", "", "", "released by"],
+  resized_unknown: ["Resized without having been allocated", "", "", "resized by"],
+  allocated_while_live:
     ["Allocated while live", "allocated first by", "released by", "allocated again by"],
-  "impossible-size": ["Impossible size", "", "", "requested by"],
+  impossible_size: ["Impossible size", "", "", "requested by"],
 };
 
 function showFaults(limit = 100) {
@@ -77,7 +77,7 @@ function showFaults(limit = 100) {
 function makeFault(fault) {
   const [title, ...words] = faultWords[fault.kind];
   const times = fault.count > 1 ? ` ${count(fault.count)} times, first in ` : " in ";
-  const size = fault.kind === "impossible-size" ? count(fault.bytes) + " bytes"
+  const size = fault.kind === "impossible_size" ? count(fault.bytes) + " bytes"
     : fault.bytes === undefined ? "" : bytes(fault.bytes);
   const what = [`line ${count(fault.first_line)} of ${inputName(fault)}`,
     fault.block && `block ${fault.block}`, size];
