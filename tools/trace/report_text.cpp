@@ -426,13 +426,10 @@ private:
         return found == report_.processes.end() ? nullptr : &*found;
     }
 
-    /** A place and up to three of its callers. */
+    /** A place and up to three of its callers, of which none called main(). */
     void fault_place(std::string_view role, const std::vector<SourceFrame> &stack)
     {
         constexpr size_t indent = 22;
-        if (stack.empty()) {
-            return;
-        }
         const size_t begin = site_begin(stack);
         const size_t end = std::min(stack.size(), begin + 4);
         for (size_t i = begin; i < end; i++) {
@@ -442,6 +439,9 @@ private:
                 const std::string by = i == begin ? "" : j == 0 ? "by " : "   ";
                 page_.line(fmt::format("{:<{}}", head, indent) +
                            (i == begin ? place[j] : page_.dim(by + place[j])));
+            }
+            if (stack[i].function == "main") {
+                break;
             }
         }
     }
@@ -510,17 +510,42 @@ private:
         }
     }
 
+    // What the sites lack comes first; a C library without debug information is nobody's concern.
     void missing_symbols()
     {
-        if (report_.missing.empty()) {
-            return;
-        }
-        page_.heading("Missing symbols");
+        Lines others;
+        bool wanted = false;
         for (const MissingModule &module : report_.missing) {
+            if (!has_sites(module)) {
+                others.push_back(clean(last_name(module.path)));
+                continue;
+            }
+            if (!wanted) {
+                page_.heading("Missing symbols");
+                wanted = true;
+            }
             page_.paragraph(clean(module.problem));
         }
-        page_.paragraph("--sysroot DIR, --debug-dir DIR and --exe FILE name files with symbols; "
-                        "--modules FILE says where modules were loaded");
+        if (wanted) {
+            page_.paragraph(
+                "--sysroot DIR, --debug-dir DIR and --exe FILE name files with symbols; "
+                "--modules FILE says where modules were loaded");
+        }
+        if (!others.empty()) {
+            page_.gap();
+            page_.paragraph(fmt::format("without all symbols, but not at a {}: {}",
+                                        name(report_.by), fmt::join(others, ", ")));
+        }
+    }
+
+    bool has_sites(const MissingModule &module) const
+    {
+        const std::string_view wanted = last_name(module.path);
+        return report_.by == Grouping::file ||
+               std::any_of(report_.rows.begin(), report_.rows.end(), [&](const Row &row) {
+                   return std::any_of(row.frames.begin(), row.frames.end(),
+                                      [&](const auto &frame) { return frame.module == wanted; });
+               });
     }
 
     const Report &report_;
