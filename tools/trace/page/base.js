@@ -124,6 +124,14 @@ function makeSvg(tag, attributes, ...children) {
   return made;
 }
 
+// Replaces the children of a place. An argument for each would be too many for large reports.
+function fill(place, children) {
+  place.replaceChildren();
+  for (const child of children) {
+    place.append(child);
+  }
+}
+
 function number(value, text, attributes = {}) {
   return make("data", { value, ...attributes }, text);
 }

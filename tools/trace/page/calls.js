@@ -5,17 +5,16 @@ const measures = [["live", "Live at the end"], ["at_peak", "At the peak"], ["tot
 const flame = { root: undefined, focus: undefined, measure: "live", search: "", hues: new Map() };
 
 function showCalls() {
-  const nodes = report.calls.map((call, index) => ({ ...call, index, children: [] }));
+  const nodes = report.calls.map((call) => ({ ...call, depth: 0, children: [] }));
   for (const node of nodes.slice(1)) {
     node.parent = nodes[node.parent];
-    node.depth = (node.parent.depth ?? 0) + 1;
+    node.depth = node.parent.depth + 1;
     node.parent.children.push(node);
   }
   if (nodes.length < 2) {
     return;
   }
   open("calls", "Calls");
-  nodes[0].depth = 0;
   flame.root = flame.focus = nodes[0];
   flame.measure = nodes[0].live.bytes ? "live" : "total";
   fillSwitch(element("calls-measure"), measures, flame.measure, (measure) => {
@@ -51,11 +50,12 @@ function zoom(node) {
 // so that a tree of any size has at most some elements for each of the graph's rows.
 function drawCalls() {
   const graph = element("calls-graph");
-  const least = 1.5 / Math.max(200, graph.clientWidth);
+  const width = Math.max(200, graph.clientWidth);
+  const least = 1.5 / width;
   const boxes = [];
   let deepest = 0;
   const add = (node, from, share) => {
-    boxes.push(makeBox(node, from, share));
+    boxes.push(makeBox(node, from, share, share * width > 28));
     deepest = Math.max(deepest, node.depth);
   };
   for (let node = flame.focus.parent; node; node = node.parent) {
@@ -77,7 +77,7 @@ function drawCalls() {
       start += part;
     }
   }
-  graph.replaceChildren(...boxes);
+  fill(graph, boxes);
   graph.style.height = `${(deepest + 1) * 1.4375}rem`;
   flame.focus.box.tabIndex = 0;
   element("calls-reset").disabled = flame.focus === flame.root;
@@ -85,10 +85,9 @@ function drawCalls() {
   describe(flame.focus);
 }
 
-function makeBox(node, from, share) {
+function makeBox(node, from, share, hasText) {
   const box = make("div", { role: "treeitem", "aria-level": node.depth + 1, tabindex: -1 });
-  const width = share * element("calls-graph").clientWidth;
-  if (width > 28) {
+  if (hasText) {
     box.textContent = node.parent ? node.function : "all";
   } else {
     box.className = "narrow";
@@ -137,7 +136,9 @@ function showFound() {
     if (matches(node)) {
       sum += weight(node);
     } else {
-      pending.push(...node.children);
+      for (const child of node.children) {
+        pending.push(child);
+      }
     }
   }
   element("calls-found").textContent = flame.search

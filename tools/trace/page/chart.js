@@ -1,16 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The chart of live bytes over the run, a line a process.
 
-const chart = {
-  series: [],
-  axis: "event",
-  width: 0,
-  height: 0,
-  left: 64,
-  bottom: 24,
-  top: 20,
-  right: 12,
-};
+const chart = { series: [], axis: "event", left: 64, right: 12, top: 20, bottom: 24 };
 
 function showChart() {
   chart.series = report.processes
@@ -36,10 +27,14 @@ function showChart() {
     element("run-legend").append(makeLegend(series));
   }
   const place = element("run-chart");
-  place.addEventListener("pointermove", (event) => {
-    moveCursor(event.clientX - place.getBoundingClientRect().left);
+  const follow = (event) => moveCursor(event.clientX - place.getBoundingClientRect().left);
+  place.addEventListener("pointerdown", follow);
+  place.addEventListener("pointermove", follow);
+  place.addEventListener("pointerleave", ({ pointerType }) => {
+    if (pointerType !== "touch") { // a finger leaves with each tap
+      moveCursor();
+    }
   });
-  place.addEventListener("pointerleave", () => moveCursor());
   place.addEventListener("blur", () => moveCursor());
   place.addEventListener("keydown", onChartKey);
   window.addEventListener("resize", drawChart);
@@ -55,10 +50,9 @@ function makeLegend(series) {
     drawChart();
   });
   series.value = make("span", { class: "value" });
-  const label = make("label", { class: `series-${index % 6}` },
+  return make("label", { class: `series-${index % 6}` },
     chart.series.length > 1 ? box : "", make("span", { class: "swatch" }),
     make("span", {}, processName(process)), series.value);
-  return label;
 }
 
 function shownSeries() {
@@ -82,7 +76,7 @@ function drawChart() {
   const svg = makeSvg("svg", { viewBox: `0 0 ${width} ${height}`, "aria-hidden": "true" });
   drawAxes(svg);
   for (const series of shown) {
-    svg.append(...drawSeries(series, shown.length === 1));
+    svg.append(drawSeries(series, shown.length === 1));
   }
   drawPeak(svg, shown);
   chart.cursor = makeSvg("g", {});
@@ -119,7 +113,7 @@ function drawSeries({ process: { moments }, index }, filled) {
     }));
   }
   group.append(makeSvg("polyline", { class: "line", points: points.join(" ") }));
-  return [group];
+  return group;
 }
 
 // Marks the peak of every process and writes the highest one's figures.

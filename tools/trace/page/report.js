@@ -70,7 +70,7 @@ function showFaults(limit = 100) {
   if (report.faults.length === 0) {
     return;
   }
-  element("faults-list").replaceChildren(...report.faults.slice(0, limit).map(makeFault));
+  fill(element("faults-list"), report.faults.slice(0, limit).map(makeFault));
   fillMore(element("faults-more"), limit, report.faults.length, showFaults);
 }
 
@@ -106,7 +106,7 @@ function showProcesses() {
     return;
   }
   open("processes", "Processes", report.processes.length);
-  element("processes-list").append(...report.processes.map(makeProcess));
+  fill(element("processes-list"), report.processes.map(makeProcess));
 }
 
 function makeProcess(process) {

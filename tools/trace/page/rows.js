@@ -75,7 +75,7 @@ function drawRows() {
   const found = table.rows.filter((row) => row.text.includes(table.search));
   const most = report.rows.reduce((value, row) => Math.max(value, row.live.bytes), 1);
   const lines = found.slice(0, table.limit).map((row) => makeRow(row, most));
-  element("rows-table").tBodies[0].replaceChildren(...lines);
+  fill(element("rows-table").tBodies[0], lines);
   element("rows-found").textContent = table.search
     ? `${count(found.length)} of ${count(report.rows.length)}` : "";
   fillMore(element("rows-more"), table.limit, found.length, (limit) => {
@@ -151,6 +151,8 @@ function rowFacts(row) {
   }
   if (report.recordings > 1) {
     facts.push(["Recordings", `${row.recordings} have it, it grows on ${row.growing}`]);
+  } else if (row.growing) {
+    facts.push(["Growing", "more is live at the end than in the first half of the run"]);
   }
   return row.suppressed ? [...facts, ["Suppressed", "yes"]] : facts;
 }
