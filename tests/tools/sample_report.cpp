@@ -2,6 +2,7 @@
 // usage: sample_report json|html SITES MOMENTS - writes a report that was made up: so many sites
 // below a deep tree of calls, every kind of fault, several processes, and texts that try to break
 // out of wherever they are put.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -105,7 +106,7 @@ void add_calls(CallNode &root, const Row &row, size_t number)
             const char *module = step == 0       ? "libc.so.6"
                                  : step % 6 == 5 ? "libroute.so.2"
                                                  : "gateway";
-            node->children.push_back({path[step], module, {}, {}, {}, {}});
+            node->children.push_back({path[step], module, {}, {}, {}, 0, {}});
             child = node->children.end() - 1;
         }
         node = &*child;
@@ -152,6 +153,7 @@ ProcessSummary make_process(size_t number, size_t moments, const Totals &whole)
             totals.peak_milliseconds = moment.milliseconds;
         }
     }
+    totals.live = {process.moments.back().blocks, process.moments.back().bytes};
     totals.events = process.facts.lines;
     totals.milliseconds = totals.has_times ? moments * 37 : 0;
     return process;
@@ -203,6 +205,11 @@ Report make_sample(size_t sites, size_t moments)
         report.totals.failed += row.numbers.failed;
         report.rows.push_back(std::move(row));
     }
+    std::stable_sort(report.rows.begin(), report.rows.end(), [](const Row &one, const Row &other) {
+        return one.suppressed != other.suppressed
+                   ? other.suppressed
+                   : one.numbers.live.bytes > other.numbers.live.bytes;
+    });
     report.totals.allocations = report.totals.total.blocks - 500;
     report.totals.resizes = 500;
     report.totals.releases = report.totals.allocations - report.totals.live.blocks;

@@ -45,7 +45,7 @@ assert report["faults"][0]["block"] == "0xffff80001234"
 assert report["faults"][2].keys().isdisjoint({"allocated", "released_first"})
 assert [process.get("status") for process in report["processes"]] == [0, 137, None]
 assert "milliseconds" not in report["processes"][2]["moments"][0]
-assert report["rows"][4]["frames"][0]["function"] == "\ufffd\ufffd broken \ufffd(\x01"
+assert "\ufffd\ufffd broken \ufffd(\x01" in [row["frames"][0]["function"] for row in report["rows"]]
 
 # The schema knows every member: it refuses one more anywhere.
 changed = copy.deepcopy(report)

@@ -544,8 +544,7 @@ private:
 
     static void add_through(Row &row, const SourceFrame &called)
     {
-        const bool has_name = !called.function.starts_with(called.module + "+0x");
-        const std::string &text = has_name ? called.function : called.module;
+        const std::string &text = is_raw(called) ? called.module : called.function;
         const auto place = std::lower_bound(row.through.begin(), row.through.end(), text);
         if (place == row.through.end() || *place != text) {
             row.through.insert(place, text);

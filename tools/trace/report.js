@@ -6,10 +6,11 @@ const report = JSON.parse(element("report").textContent);
 
 // ---- Words and numbers ----
 
-const bySignificance = new Intl.NumberFormat("en", { maximumFractionDigits: 0 });
+const nbsp = "\u00a0";
+const whole = new Intl.NumberFormat("en", { maximumFractionDigits: 0 });
 
 function count(number) {
-  return bySignificance.format(number);
+  return whole.format(number);
 }
 
 function counted(number, noun) {
@@ -24,19 +25,19 @@ function bytes(number) {
     unit++;
   }
   const digits = unit === 0 ? 0 : number < 9.995 ? 2 : number < 99.95 ? 1 : 0;
-  return `${number.toFixed(digits)} ${units[unit]}`;
+  return `${number.toFixed(digits)}${nbsp}${units[unit]}`;
 }
 
 function amount({ bytes: size, blocks }) {
   return `${bytes(size)} in ${counted(blocks, "block")}`;
 }
 
-function percent(part, whole) {
-  if (!whole) {
+function percent(part, all) {
+  if (!all) {
     return "–";
   }
-  const value = (100 * part) / whole;
-  return part && value < 0.1 ? "<0.1 %" : `${value.toFixed(1)} %`;
+  const value = (100 * part) / all;
+  return (part && value < 0.1 ? "<0.1" : value.toFixed(1)) + `${nbsp}%`;
 }
 
 function duration(milliseconds) {
@@ -44,15 +45,15 @@ function duration(milliseconds) {
   const minutes = Math.floor(seconds / 60);
   const two = (number) => String(number).padStart(2, "0");
   if (milliseconds < 1000) {
-    return `${milliseconds} ms`;
+    return `${milliseconds}${nbsp}ms`;
   }
   if (minutes < 1) {
-    return `${seconds}.${Math.floor((milliseconds % 1000) / 100)} s`;
+    return `${seconds}.${Math.floor((milliseconds % 1000) / 100)}${nbsp}s`;
   }
   if (minutes < 60) {
-    return `${minutes} min ${two(seconds % 60)} s`;
+    return [minutes, "min", two(seconds % 60), "s"].join(nbsp);
   }
-  return `${Math.floor(minutes / 60)} h ${two(minutes % 60)} min`;
+  return [Math.floor(minutes / 60), "h", two(minutes % 60), "min"].join(nbsp);
 }
 
 function moment(at) {
@@ -80,6 +81,11 @@ function whereabouts(frame) {
 
 function frameName(frame) {
   return frame.function ?? (fileAndLine(frame) || frame.module || "unknown");
+}
+
+// The frame that a reader looks for: the innermost one that is not the library's own.
+function siteOf(stack) {
+  return stack.find((frame) => !frame.library) ?? stack[0];
 }
 
 function processName(process) {
@@ -180,7 +186,8 @@ function showSummary() {
     totals.resizes && `and ${counted(totals.resizes, "resize")}`);
   figure("figure-releases", "Releases", totals.releases, count(totals.releases));
   figure("figure-failed", "Failed requests", totals.failed, count(totals.failed));
-  figure("figure-refused", "Refused in the error state", totals.refused, count(totals.refused));
+  figure("figure-refused", "Refused", totals.refused, count(totals.refused),
+    "in the error state");
   figure("figure-faults", "Faults", totals.faults, count(totals.faults));
   showEndings();
 }
@@ -192,11 +199,11 @@ function showEndings() {
       endings.set(ended, (endings.get(ended) ?? 0) + 1);
     }
   }
-  const number_ = report.processes.length;
+  const all = report.processes.length;
   const group = make("div", {}, make("dt", {}, "Processes"),
-    make("dd", {}, number(number_, count(number_), { id: "figure-processes" })));
+    make("dd", {}, number(all, count(all), { id: "figure-processes" })));
   for (const [ended, times] of endings) {
-    group.append(make("dd", { class: "note" }, number_ > 1 ? `${count(times)} ${ended}` : ended));
+    group.append(make("dd", { class: "note" }, all > 1 ? `${count(times)} ${ended}` : ended));
   }
   element("figures").append(group);
 }
@@ -251,7 +258,8 @@ function showChart() {
   place.addEventListener("pointerleave", () => moveCursor());
   place.addEventListener("blur", () => moveCursor());
   place.addEventListener("keydown", onChartKey);
-  new ResizeObserver(drawChart).observe(place);
+  window.addEventListener("resize", drawChart);
+  drawChart();
 }
 
 function makeLegend(series) {
@@ -378,12 +386,11 @@ function timeStep(least) {
 }
 
 function shortBytes(value) {
-  return bytes(value).replace(/\.0+ /, " ");
+  return bytes(value).replace(/\.0+\s/, nbsp);
 }
 
 function shortTime(value) {
-  return value === 0 ? "0 s" : duration(value).replace(/\.0 s| 00 s| 00 min/, (text) =>
-    text === ".0 s" ? " s" : "");
+  return value === 0 ? "0 s" : duration(value).replace(/\.0(?=\ss)|\s00\s(s|min)$/, "");
 }
 
 // The index of the last moment that is not after `value`.
@@ -419,6 +426,10 @@ function moveCursor(position) {
   const shown = shownSeries();
   for (const series of chart.series) {
     const { moments, totals } = series.process;
+    if (series.process.moments[0][chart.axis] === undefined) {
+      series.value.textContent = "has no times: shown over events";
+      continue;
+    }
     if (!inside || !shown.includes(series)) {
       series.value.textContent =
         `peak ${bytes(totals.peak.bytes)} ${moment(totals.peak)}, ${bytes(totals.live.bytes)} at the end`;
@@ -483,13 +494,8 @@ function showCalls() {
   graph.addEventListener("focusin", ({ target }) => target.node && describe(target.node));
   graph.addEventListener("pointerleave", () => describe(flame.focus));
   graph.addEventListener("keydown", onFlameKey);
-  let width = 0;
-  new ResizeObserver(() => {
-    if (graph.clientWidth !== width) {
-      width = graph.clientWidth;
-      drawCalls();
-    }
-  }).observe(graph);
+  window.addEventListener("resize", drawCalls);
+  drawCalls();
 }
 
 function weight(node) {
@@ -549,6 +555,7 @@ function makeBox(node, from, share) {
     box.className = "narrow";
     box.setAttribute("aria-label", node.function ?? "all");
   }
+  box.classList.toggle("root", !node.parent);
   box.classList.toggle("found", matches(node));
   box.style.left = `${(from * 100).toFixed(3)}%`;
   box.style.width = `${(share * 100).toFixed(3)}%`;
@@ -645,14 +652,14 @@ function onFlameKey(event) {
 // ---- The table ----
 
 const columns = [
-  { id: "place", name: "Place", value: (row) => frameName(row.frames[0]).toLowerCase() },
+  { id: "place", name: "Place", value: (row) => frameName(siteOf(row.frames)).toLowerCase() },
   { id: "live", name: "Live at the end", value: (row) => row.live.bytes, show: bytes, bar: true },
   { id: "live-blocks", name: "Blocks", value: (row) => row.live.blocks, show: count,
     width: "medium" },
   { id: "peak", name: "At the peak", value: (row) => row.at_peak.bytes, show: bytes,
     width: "medium" },
   { id: "share", name: "Of the peak", value: (row) => row.at_peak.bytes,
-    show: (value) => percent(value, report.totals.peak.bytes), width: "wide" },
+    show: (value) => percent(value, report.totals.peak.bytes), width: "medium" },
   { id: "total", name: "Bytes ever", value: (row) => row.total.bytes, show: bytes, width: "wide" },
   { id: "count", name: "Blocks ever", value: (row) => row.total.blocks, show: count,
     width: "wide" },
@@ -697,6 +704,7 @@ function showRows() {
 function sortBy(column) {
   table.descending = table.sort === column.id ? !table.descending : column.id !== "place";
   table.sort = column.id;
+  table.limit = Math.min(table.limit, 500);
   const sign = table.descending ? -1 : 1;
   const { value } = column;
   table.rows = [...report.rows].sort((one, other) => {
@@ -728,7 +736,7 @@ function drawRows() {
 
 function makeRow(row, most) {
   const line = make("tr", { class: row.suppressed ? "row suppressed" : "row" });
-  const [frame] = row.frames;
+  const frame = siteOf(row.frames);
   const place = make("button", { type: "button", class: "place", "aria-expanded": false },
     frameName(frame));
   line.append(make("td", {}, place, make("span", { class: "where" }, whereabouts(frame))));
@@ -775,8 +783,9 @@ function rowFacts(row) {
       `${counted(row.short_lived, "block")}, ${percent(row.short_lived, row.total.blocks)}`]);
   }
   if (row.frames.length > 1) {
-    const frames = row.frames.slice(1).map((frame) => make("li", {}, ...makeFrame(frame)));
-    facts.push([report.by === "stack" ? "Called by" : "Inlined by", make("ol", {}, ...frames)]);
+    const [name, first] = report.by === "stack" ? ["Stack", 0] : ["Inlined by", 1];
+    const frames = row.frames.slice(first).map((frame) => make("li", {}, ...makeFrame(frame)));
+    facts.push([name, make("ol", {}, ...frames)]);
   }
   if (row.through.length > 0) {
     const through = row.through.map((name) => make("li", {}, make("code", {}, name)));
@@ -833,9 +842,9 @@ function makeFault(fault) {
   return make("article", {}, make("h3", {}, title, note), makeFacts(facts));
 }
 
-// The frame that a reader looks for, and the rest on demand.
+// The site, and the rest on demand.
 function makeStack(stack) {
-  const site = stack.find((frame) => !frame.library) ?? stack[0];
+  const site = siteOf(stack);
   if (stack.length === 1) {
     return make("span", {}, ...makeFrame(site));
   }

@@ -5,38 +5,13 @@
 #include <nlohmann/json.hpp>
 
 #include "report.h"
+#include "words.h"
 
 namespace vektrace {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-const char *name_of(Grouping by)
-{
-    static constexpr const char *names[] = {"site", "function", "file", "module", "stack"};
-    return names[static_cast<size_t>(by)];
-}
-
-const char *name_of(Order order)
-{
-    static constexpr const char *names[] = {"live", "peak", "total", "count", "short-lived"};
-    return names[static_cast<size_t>(order)];
-}
-
-const char *name_of(ChainEnd end)
-{
-    static constexpr const char *names[] = {"none", "whole", "cut", "limited"};
-    return names[static_cast<size_t>(end)];
-}
-
-const char *name_of(FaultKind kind)
-{
-    static constexpr const char *names[] = {"released_twice",       "resized_after_release",
-                                            "released_unknown",     "resized_unknown",
-                                            "allocated_while_live", "impossible_size"};
-    return names[static_cast<size_t>(kind)];
-}
 
 /** What is unknown is left out. */
 void set_if(Json &object, const char *key, const std::string &text)
@@ -105,6 +80,7 @@ Json to_json(const ProcessSummary &process)
     if (process.status) {
         json["status"] = *process.status;
     }
+    set_if(json, "ended", ending(process));
     set_if(json, "broken", facts.broken);
     json["totals"] = to_json(process.totals);
     json["lines"] = facts.lines;
@@ -135,6 +111,9 @@ Json to_json(const SourceFrame &frame)
     if (frame.inlined) {
         json["inlined"] = true;
     }
+    if (frame.library) {
+        json["library"] = true;
+    }
     return json;
 }
 
@@ -150,9 +129,12 @@ Json to_json(const std::vector<SourceFrame> &frames)
 Json to_json(const Row &row)
 {
     const Numbers &numbers = row.numbers;
-    Json json = {{"frames", to_json(row.frames)},       {"through", row.through},
-                 {"chain", name_of(row.end)},           {"live", to_json(numbers.live)},
-                 {"at_peak", to_json(numbers.at_peak)}, {"total", to_json(numbers.total)}};
+    Json json = {{"frames", to_json(row.frames)},
+                 {"through", row.through},
+                 {"chain", name(row.end)},
+                 {"live", to_json(numbers.live)},
+                 {"at_peak", to_json(numbers.at_peak)},
+                 {"total", to_json(numbers.total)}};
     if (numbers.total.blocks != 0) {
         json["smallest"] = numbers.smallest;
         json["largest"] = numbers.largest;
@@ -168,7 +150,7 @@ Json to_json(const Row &row)
 
 Json to_json(const ReportFault &fault)
 {
-    Json json = {{"kind", name_of(fault.kind)}, {"count", fault.count}};
+    Json json = {{"kind", name(fault.kind)}, {"count", fault.count}};
     if (!fault.allocated.empty()) {
         json["allocated"] = to_json(fault.allocated);
     }
@@ -271,6 +253,7 @@ void write_calls(Writer &writer, const CallNode &node, std::optional<size_t> par
     json["live"] = to_json(node.live);
     json["at_peak"] = to_json(node.at_peak);
     json["total"] = to_json(node.total);
+    json["short_lived"] = node.short_lived;
     writer.element(json);
     for (const CallNode &child : node.children) {
         write_calls(writer, child, number, next);
@@ -284,8 +267,8 @@ std::string format_json(const Report &report)
     Writer writer;
     writer.member("format", "vek-trace-report");
     writer.member("version", 1);
-    writer.member("by", name_of(report.by));
-    writer.member("sort", name_of(report.sort));
+    writer.member("by", name(report.by));
+    writer.member("sort", name(report.sort));
     writer.member("has_chains", report.has_chains);
     writer.member("recordings", report.recordings);
     writer.member("totals", to_json(report.totals));

@@ -15,48 +15,30 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/** The words of the table of sites, which depend on what it is sorted by. */
+/** Heads of the table of sites, and what rows have whose figure is 0. */
 struct Words {
-    const char *sorted_by;
-    const char *figure; ///< heads of the columns
+    const char *figure;
     const char *share;
     const char *second;
     const char *third;
-    const char *nothing; ///< what rows have whose figure is 0
+    const char *nothing;
 };
 
-const Words &words_of(Order order)
+Words words_of(Order order)
 {
-    static constexpr Words live = {"bytes live at the end",  "live", "of live", "blocks", "of peak",
-                                   "nothing live at the end"};
-    static constexpr Words peak = {
-        "bytes live at the peak", "at peak", "of peak", "blocks", "live at end",
-        "nothing at the peak"};
-    static constexpr Words total = {"bytes allocated", "allocated",   "of all",
-                                    "blocks",          "live at end", "no bytes"};
-    static constexpr Words count = {"blocks allocated", "blocks",  "of all", "bytes",
-                                    "live at end",      "no block"};
-    static constexpr Words short_lived = {
-        "short-lived blocks", "short-lived",         "of all", "blocks",
-        "live at end",        "no short-lived block"};
     switch (order) {
     case Order::live:
         break;
     case Order::peak:
-        return peak;
+        return {"at peak", "of peak", "blocks", "live at end", "nothing at the peak"};
     case Order::total:
-        return total;
+        return {"allocated", "of all", "blocks", "live at end", "no bytes"};
     case Order::count:
-        return count;
+        return {"blocks", "of all", "bytes", "live at end", "no block"};
     case Order::short_lived:
-        return short_lived;
+        return {"short-lived", "of all", "blocks", "live at end", "no short-lived block"};
     }
-    return live;
-}
-
-bool counts_blocks(Order order)
-{
-    return order == Order::count || order == Order::short_lived;
+    return {"live", "of live", "blocks", "of peak", "nothing live at the end"};
 }
 
 const char *title_of(Grouping by)
@@ -116,7 +98,7 @@ private:
         for (const ProcessSummary &process : report_.processes) {
             const std::string whose = whose_line(process);
             for (const std::string &note : process.facts.notes) {
-                page_.line(whose + "note: " + clean(note));
+                page_.paragraph(whose + "note: " + clean(note));
             }
             if (!process.facts.broken.empty()) {
                 page_.line(whose + page_.red("the recording is incomplete: ") +
@@ -227,8 +209,9 @@ private:
 
     void sites()
     {
-        const Words &words = words_of(report_.sort);
-        page_.heading(fmt::format("{} by {}", vektrace::title_of(report_.by), words.sorted_by));
+        const Words words = words_of(report_.sort);
+        page_.heading(
+            fmt::format("{} by {}", vektrace::title_of(report_.by), vektrace::words(report_.sort)));
         std::vector<const Row *> rows;
         for (const Row &row : report_.rows) {
             if (figure(row.numbers, report_.sort) != 0) {
@@ -340,21 +323,26 @@ private:
                                  : "  inlined by ",
                       frame, room, is_stack ? frame.library : !is_first);
         }
-        const auto add_detail = [&](const std::string &text) {
-            lines.push_back(page_.dim(keep_begin("  " + text, room)));
+        const auto add_details = [&](const Lines &pieces) {
+            for (const std::string &line : wrap(pieces, ", ", room - 2)) {
+                lines.push_back(page_.dim("  " + line));
+            }
         };
         if (row.end == ChainEnd::cut) {
-            add_detail("chain cut short by code without unwind tables");
+            add_details({"chain cut short by code without unwind tables"});
         }
         if (row.end == ChainEnd::limited && report_.by == Grouping::stack) {
-            add_detail("chain ends at the depth of the recording");
+            add_details({"chain ends at the depth of the recording"});
         }
         if (report_.by != Grouping::stack && !row.through.empty()) {
-            add_detail(clean(fmt::format("through {}", fmt::join(row.through, ", "))));
+            Lines through = row.through;
+            std::transform(through.begin(), through.end(), through.begin(), clean);
+            through.front().insert(0, "through ");
+            add_details(through);
         }
-        add_detail(in_detail(row.numbers));
+        add_details(in_detail(row.numbers));
         if (row.suppressed) {
-            add_detail("suppressed");
+            add_details({"suppressed"});
         }
         return lines;
     }
@@ -369,21 +357,22 @@ private:
         }
     }
 
-    static std::string in_detail(const Numbers &numbers)
+    static Lines in_detail(const Numbers &numbers)
     {
         const uint64_t blocks = numbers.total.blocks;
-        std::string text = fmt::format("{} allocated, {}", format_count(blocks, "block"),
-                                       format_bytes(numbers.total.bytes));
+        Lines pieces = {format_count(blocks, "block") + " allocated",
+                        format_bytes(numbers.total.bytes)};
         if (blocks > 1 && numbers.smallest == numbers.largest) {
-            text += fmt::format(": {} each", format_bytes(numbers.smallest));
+            pieces.back() += fmt::format(" ({} each)", format_bytes(numbers.smallest));
         } else if (blocks > 1) {
-            text += fmt::format(": {} to {}, mean {}", format_bytes(numbers.smallest),
-                                format_bytes(numbers.largest), format_bytes(mean(numbers)));
+            pieces.push_back(fmt::format("{} to {}", format_bytes(numbers.smallest),
+                                         format_bytes(numbers.largest)));
+            pieces.push_back("mean " + format_bytes(mean(numbers)));
         }
         if (numbers.short_lived != 0) {
-            text += fmt::format("; {} short-lived", format_count(numbers.short_lived));
+            pieces.push_back(format_count(numbers.short_lived) + " short-lived");
         }
-        return text;
+        return pieces;
     }
 
     // ---- What went wrong ----
@@ -497,7 +486,7 @@ private:
             if (facts.foreign_lines == 0 && facts.torn.empty() && facts.missing_numbers == 0) {
                 continue;
             }
-            page_.heading("Oddities of " + clean(process.input));
+            page_.heading("Input problems in " + clean(process.input));
             if (facts.foreign_lines != 0) {
                 page_.line(
                     format_count(facts.foreign_lines, "line is no trace line",
@@ -528,10 +517,10 @@ private:
         }
         page_.heading("Missing symbols");
         for (const MissingModule &module : report_.missing) {
-            page_.line(clean(module.problem));
+            page_.paragraph(clean(module.problem));
         }
-        page_.line(page_.dim("--sysroot DIR, --debug-dir DIR and --exe FILE say where files are; "
-                             "--modules FILE where they were loaded"));
+        page_.paragraph("--sysroot DIR, --debug-dir DIR and --exe FILE name files with symbols; "
+                        "--modules FILE says where modules were loaded");
     }
 
     const Report &report_;

@@ -83,6 +83,24 @@ std::string keep_begin(std::string_view text, size_t room)
     return std::string(text.substr(0, end)).append(dots);
 }
 
+std::vector<std::string> wrap(const std::vector<std::string> &pieces, std::string_view separator,
+                              size_t room)
+{
+    std::vector<std::string> lines;
+    for (const std::string &piece : pieces) {
+        const size_t taken = columns(separator) + columns(piece);
+        if (!lines.empty() && columns(lines.back()) + taken < room) {
+            lines.back().append(separator).append(piece);
+            continue;
+        }
+        if (!lines.empty()) {
+            lines.back().append(separator);
+        }
+        lines.push_back(keep_begin(piece, room));
+    }
+    return lines;
+}
+
 std::vector<std::string> place_lines(const SourceFrame &frame, size_t room)
 {
     const std::string whole = clean(place(frame));
@@ -167,7 +185,20 @@ void Page::heading(std::string_view text)
 
 void Page::line(std::string_view text)
 {
-    text_.append(text) += '\n';
+    text_.append(text.substr(0, text.find_last_not_of(' ') + 1)) += '\n';
+}
+
+void Page::paragraph(std::string_view text)
+{
+    std::vector<std::string> words;
+    while (!text.empty()) {
+        const size_t blank = std::min(text.find(' '), text.size());
+        words.emplace_back(text.substr(0, blank));
+        text.remove_prefix(std::min(blank + 1, text.size()));
+    }
+    for (const std::string &part : wrap(words, " ", width_)) {
+        line(part);
+    }
 }
 
 void Page::row(const Table &table, size_t number, const std::vector<std::string> &lines)

@@ -20,6 +20,10 @@ size_t columns(std::string_view text);
 std::string keep_end(std::string_view text, size_t room);
 std::string keep_begin(std::string_view text, size_t room);
 
+/** Joins clean pieces to lines; a piece that is too long keeps its beginning. */
+std::vector<std::string> wrap(const std::vector<std::string> &pieces, std::string_view separator,
+                              size_t room);
+
 /** A place in one line, or in two if it does not fit: the function, then file, line and module. */
 std::vector<std::string> place_lines(const SourceFrame &frame, size_t room);
 
@@ -50,7 +54,10 @@ public:
 
     /** A bold line after an empty one. */
     void heading(std::string_view text);
+    /** A line without the blanks at its end. */
     void line(std::string_view text);
+    /** As many lines as the text needs, broken at blanks. */
+    void paragraph(std::string_view text);
     /** A row of a table with the lines of its text. */
     void row(const Table &table, size_t number, const std::vector<std::string> &lines);
     void gap();

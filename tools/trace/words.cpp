@@ -49,17 +49,17 @@ std::string_view name(FaultKind kind)
 {
     switch (kind) {
     case FaultKind::released_twice:
-        return "released-twice";
+        return "released_twice";
     case FaultKind::resized_after_release:
-        return "resized-after-release";
+        return "resized_after_release";
     case FaultKind::released_unknown:
-        return "released-unknown";
+        return "released_unknown";
     case FaultKind::resized_unknown:
-        return "resized-unknown";
+        return "resized_unknown";
     case FaultKind::allocated_while_live:
-        return "allocated-while-live";
+        return "allocated_while_live";
     case FaultKind::impossible_size:
-        return "impossible-size";
+        return "impossible_size";
     }
     return {};
 }
@@ -113,6 +113,23 @@ std::string_view words(FaultKind kind)
         return "allocated while live";
     case FaultKind::impossible_size:
         return "impossible size";
+    }
+    return {};
+}
+
+std::string_view words(Order order)
+{
+    switch (order) {
+    case Order::live:
+        return "bytes live at the end";
+    case Order::peak:
+        return "bytes live at the peak";
+    case Order::total:
+        return "bytes allocated";
+    case Order::count:
+        return "blocks allocated";
+    case Order::short_lived:
+        return "short-lived blocks";
     }
     return {};
 }
@@ -238,11 +255,15 @@ std::string place(const SourceFrame &frame)
     if (!frame.file.empty()) {
         text += (text.empty() ? "" : " at ") + file_and_line(frame);
     }
-    // "libplugin.so+0x1234" names its module already.
-    if (!frame.module.empty() && !text.starts_with(frame.module + "+0x")) {
+    if (!frame.module.empty() && !is_raw(frame)) {
         text += (text.empty() ? "" : ", ") + frame.module;
     }
     return text.empty() ? "unknown" : text;
+}
+
+bool is_raw(const SourceFrame &frame)
+{
+    return frame.function.starts_with(frame.module.empty() ? "0x" : frame.module + "+0x");
 }
 
 std::string_view last_name(std::string_view path)
@@ -252,6 +273,11 @@ std::string_view last_name(std::string_view path)
 }
 
 // ---- What the formats have in common ----
+
+bool counts_blocks(Order order)
+{
+    return order == Order::count || order == Order::short_lived;
+}
 
 uint64_t figure(const Numbers &numbers, Order order)
 {

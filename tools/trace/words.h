@@ -11,7 +11,7 @@
 
 namespace vektrace {
 
-// ---- Names of values: of options, and in JSON. Words in a name are joined by "-" ----
+// ---- Names of values, as options and JSON have them ----
 
 std::string_view name(Grouping by);
 std::string_view name(Order order);
@@ -23,6 +23,9 @@ std::string_view name(Change::Kind kind);
 
 /** "released twice", "released without having been allocated", ... */
 std::string_view words(FaultKind kind);
+
+/** What an order sorts by: "bytes live at the end", ... */
+std::string_view words(Order order);
 
 /** What the place `allocated` of a fault did ("allocated by"), likewise of the others. */
 std::string_view words_allocated(FaultKind kind);
@@ -48,11 +51,15 @@ std::string format_duration(uint64_t milliseconds);
 std::string file_and_line(const SourceFrame &frame);
 /** "load at src/config.c:123, logdigest", with what is known of it. */
 std::string place(const SourceFrame &frame);
+/** Whether the function is unknown: it is "libplugin.so+0x1234", which names its module already. */
+bool is_raw(const SourceFrame &frame);
 /** The last name of a path. */
 std::string_view last_name(std::string_view path);
 
 // ---- What the formats have in common ----
 
+/** Whether the figure of an order is a number of blocks, not of bytes. */
+bool counts_blocks(Order order);
 /** The figure that an order sorts by. */
 uint64_t figure(const Numbers &numbers, Order order);
 /** Mean bytes of a block, rounded; 0 without blocks. */
