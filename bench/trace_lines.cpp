@@ -78,7 +78,7 @@ class Heaptrack : public Writer {
 public:
     Heaptrack()
     {
-        puts("v 10400 3\nx 7 program\nX program\nI 1000 5e298d\nm 1 -\nm 1 x 400000 0 40000");
+        puts("v 10400 3\nx 7 program\nX program\nI 1000 5e298d\nm 1 -");
         for (unsigned site = 0; site < sites; ++site) { printf("t %x 0\n", address_of_site(site)); }
     }
 
@@ -147,8 +147,8 @@ private:
 
     unsigned site() { return static_cast<unsigned>(random_() % sites); }
 
-    /** Small blocks are frequent. */
-    uint64_t bytes() { return 1 + random_() % (8U << random_() % 6); }
+    /** A site asks for one of few sizes. Small blocks are frequent. */
+    uint64_t bytes(unsigned site) { return (site % 5 + 1) * (4U << site % 7) + random_() % 4 * 8; }
 
     /** Takes the latest block or any other, each in half of the cases. */
     Block take()
@@ -164,8 +164,9 @@ private:
 
     void allocate()
     {
-        const Block &block = add(bytes());
-        writer_.allocate(site(), block.bytes, block.address);
+        const unsigned by = site();
+        const Block &block = add(bytes(by));
+        writer_.allocate(by, block.bytes, block.address);
     }
 
     void resize()

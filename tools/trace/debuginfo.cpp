@@ -18,6 +18,7 @@ namespace {
 
 // Deeper nesting is taken for broken data.
 constexpr int max_depth = 200;
+constexpr int max_origins = 16;
 
 template <typename Function>
 void for_each_range(Dwarf_Die &die, Function function)
@@ -76,6 +77,27 @@ bool declaration_of(Dwarf_Die &die, Dwarf_Die &declaration)
            dwarf_formref_die(&attribute, &declaration) != nullptr;
 }
 
+Dwarf_Die first_declaration(Dwarf_Die die)
+{
+    Dwarf_Die declaration;
+    for (int i = 0; i < max_origins && declaration_of(die, declaration); ++i) {
+        die = declaration;
+    }
+    return die;
+}
+
+// GCC splits functions: a part that is put back into its function looks as if the function were
+// inlined into itself, by a call on the function's own line.
+bool is_part_of_caller(Dwarf_Die inlined, Dwarf_Die caller)
+{
+    int line = 0;
+    if (dwarf_decl_line(&inlined, &line) != 0 ||
+        static_cast<unsigned>(line) != number_attribute(inlined, DW_AT_call_line)) {
+        return false;
+    }
+    return first_declaration(inlined).addr == first_declaration(caller).addr;
+}
+
 const char *linkage_name(Dwarf_Die &die)
 {
     const char *name = text_attribute(die, DW_AT_linkage_name);
@@ -90,7 +112,7 @@ public:
         // The name is the declaration's: a copy may lack the linkage name or have one of its own.
         const char *linkage = linkage_name(die);
         Dwarf_Die declaration;
-        for (int i = 0; i < 16 && declaration_of(die, declaration); ++i) {
+        for (int i = 0; i < max_origins && declaration_of(die, declaration); ++i) {
             die = declaration;
             const char *name = linkage_name(die);
             linkage = name != nullptr || i == 0 ? name : linkage;
@@ -284,11 +306,15 @@ private:
         if (function == none && line == nullptr) {
             return;
         }
-        while (function != none) {
+        for (int caller = none; function != none; function = caller) {
             Function &at = functions_[static_cast<size_t>(function)];
+            caller = at.caller;
+            if (caller != none &&
+                is_part_of_caller(at.die, functions_[static_cast<size_t>(caller)].die)) {
+                continue;
+            }
             place.function = names_.of(at.die);
-            function = at.caller;
-            if (function != none) {
+            if (caller != none) {
                 call.places.push_back(std::move(place));
                 place = {{}, call_file(at.die), number_attribute(at.die, DW_AT_call_line)};
             }

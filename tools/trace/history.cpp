@@ -337,7 +337,7 @@ void History::Impl::resize(const Event &event)
     const std::optional<Block> block = blocks_.take_oldest(event.block);
     if (block) {
         remove(*block);
-        if (event.result != event.block) {
+        if (event.result != event.block) { // else it is live again
             remember(event, *block);
         }
     } else {

@@ -94,6 +94,7 @@ struct Totals {
     uint64_t faults = 0;       ///< all faults, however often each happened
     uint64_t milliseconds = 0; ///< the last time
     bool has_times = false;
+    bool operator==(const Totals &) const = default;
 };
 
 class History : public EventSink {

@@ -21,7 +21,7 @@ namespace {
 // Functions from a symbol table, for code without debug information.
 class SymbolTable {
 public:
-    SymbolTable(Dwfl_Module *module, bool is_arm)
+    SymbolTable(Dwfl_Module *module, bool is_arm) : module_(module)
     {
         const int count = dwfl_module_getsymtab(module);
         for (int i = 1; i < count; ++i) {
@@ -51,9 +51,10 @@ public:
         if (after == functions_.begin()) {
             return {};
         }
-        // Hand-written code often has no sizes: it extends to the next function.
+        // Hand-written code often has no sizes: it extends to the next function of its section.
         const Function &function = after[-1];
-        const bool inside = function.size == 0 || address - function.start < function.size;
+        const bool inside = function.size != 0 ? address - function.start < function.size
+                                               : section_of(address) == section_of(function.start);
         return inside ? readable_name(function.name) : "";
     }
 
@@ -77,6 +78,13 @@ private:
         }
     };
 
+    Elf_Scn *section_of(Dwarf_Addr address) const
+    {
+        Dwarf_Addr bias = 0;
+        return dwfl_module_address_section(module_, &address, &bias);
+    }
+
+    Dwfl_Module *module_;
     std::vector<Function> functions_; // by start
 };
 
