@@ -274,6 +274,17 @@ TEST_F(Report_, MergesRecordings)
     EXPECT_EQ(report.rows[1].recordings, 2U);
 }
 
+TEST_F(Report_, BearsChainsWithoutEnd)
+{
+    world_.process("one");
+    world_.allocate(world_.chain(std::vector<FrameId>(1000000, main_)), 8);
+    ReportOptions options;
+    options.by = Grouping::stack;
+    const Report report = world_.report(options);
+    EXPECT_NE(format_folded(report), "");
+    EXPECT_NE(format_massif(report), "");
+}
+
 // ---- Formats ----
 
 std::string read_by_ms_print(const std::string &text)

@@ -3,7 +3,7 @@
 // file and line first, and what is left by function and file, in the order of the lines.
 #include <algorithm>
 #include <map>
-#include <tuple>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -21,32 +21,29 @@ struct Side {
     Numbers numbers;
 };
 using Sides = std::vector<const Side *>;
-using Key = std::vector<std::string>;
 
 /** What is compared of a row's frames. The module counts only where there is no file: the name of a
  *  shared object may carry its version. */
-Key key_of(const Side &side, bool with_lines)
+std::string key_of(const Side &side, bool with_lines)
 {
-    Key key;
+    std::string key;
     for (const SourceFrame &frame : side.frames) {
-        key.push_back(frame.function);
-        key.push_back(frame.file.empty() ? frame.module : frame.file);
-        key.push_back(with_lines ? std::to_string(frame.line) : "");
+        key.append(frame.function) += '\0';
+        key.append(frame.file.empty() ? frame.module : frame.file) += '\0';
+        key.append(with_lines ? std::to_string(frame.line) : "") += '\0';
     }
     return key;
 }
 
-Key lines_of(const Side &side)
+bool has_earlier_lines(const Side *a, const Side *b)
 {
-    Key key;
-    for (const SourceFrame &frame : side.frames) {
-        key.push_back(fmt::format("{:010}", frame.line));
-    }
-    return key;
+    return std::lexicographical_compare(
+        a->frames.begin(), a->frames.end(), b->frames.begin(), b->frames.end(),
+        [](const SourceFrame &x, const SourceFrame &y) { return x.line < y.line; });
 }
 
 /** Rows with one key, in the order of their lines, not matched yet. */
-using Candidates = std::map<Key, Sides>;
+using Candidates = std::map<std::string, Sides>;
 
 Candidates candidates(const Sides &rows, bool with_lines)
 {
@@ -55,8 +52,7 @@ Candidates candidates(const Sides &rows, bool with_lines)
         result[key_of(*row, with_lines)].push_back(row);
     }
     for (auto &[key, same] : result) {
-        std::stable_sort(same.begin(), same.end(),
-                         [](const Side *a, const Side *b) { return lines_of(*a) < lines_of(*b); });
+        std::stable_sort(same.begin(), same.end(), has_earlier_lines);
     }
     return result;
 }
@@ -82,7 +78,7 @@ void add(Numbers &sum, const Numbers &numbers)
 std::vector<Side> sides_of(const Report &report)
 {
     std::vector<Side> sides;
-    std::map<Key, size_t> numbers;
+    std::unordered_map<std::string, size_t> numbers;
     for (const Row &row : report.rows) {
         Side side = {row.frames, {}};
         for (SourceFrame &frame : side.frames) {

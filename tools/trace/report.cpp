@@ -12,6 +12,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include <tsl/robin_map.h>
+
 #include "words.h"
 
 namespace vektrace {
@@ -64,6 +66,9 @@ private:
     bool at_end_ = false;
 };
 
+/// Bytes of a name that a filter sees: the C++ library's search needs stack for each.
+constexpr size_t most_searched = 4096;
+
 std::regex filter_from(const std::string &text)
 {
     try {
@@ -77,6 +82,11 @@ std::regex filter_from(const std::string &text)
 
 using PlaceId = uint32_t; ///< of a SourceFrame
 using PlaceIds = std::vector<PlaceId>;
+constexpr PlaceId unknown = std::numeric_limits<PlaceId>::max();
+
+/// Places of a stack that count: a damaged recording may have a chain that is deeper than a walk
+/// through the tree of calls can bear.
+constexpr size_t deepest = 4096;
 
 /** A function of a header of the library: `inlined` into the application, or a copy in it. */
 bool is_library_inline(const Place &place, bool inlined)
@@ -124,6 +134,19 @@ public:
         return number(frame);
     }
 
+    /** The number of a place's function and module alone. */
+    PlaceId function(PlaceId id)
+    {
+        if (id >= functions_.size()) {
+            functions_.resize(id + 1, unknown);
+        }
+        if (functions_[id] == unknown) {
+            const SourceFrame frame = places_[id];
+            functions_[id] = number(frame.function, {}, frame.module);
+        }
+        return functions_[id];
+    }
+
     const SourceFrame &operator[](PlaceId id) const { return places_[id]; }
 
     std::vector<SourceFrame> frames(const PlaceIds &ids) const
@@ -142,6 +165,9 @@ public:
         for (const FrameId id : frames_of(stack)) {
             const PlaceIds &places = by_frame_[id];
             all.insert(all.end(), places.begin(), places.end());
+            if (all.size() >= deepest) {
+                break;
+            }
         }
         return all;
     }
@@ -186,7 +212,7 @@ private:
                                [&](const Pattern &pattern) { return pattern.matches(text); });
         }));
         is_kept_.push_back(filter_ && matches(id, [&](const std::string &text) {
-                               return std::regex_search(text, *filter_);
+                               return std::regex_search(text.substr(0, most_searched), *filter_);
                            }));
     }
 
@@ -209,6 +235,7 @@ private:
     std::optional<std::regex> filter_;
     std::vector<SourceFrame> places_;
     std::unordered_map<std::string, PlaceId> numbers_;
+    std::vector<PlaceId> functions_; ///< by PlaceId; unknown until they are needed
     std::vector<PlaceIds> by_frame_; ///< by FrameId, innermost place first
     std::vector<bool> is_suppressed_;
     std::vector<bool> is_kept_;
@@ -261,26 +288,42 @@ void add(Totals &sum, const Totals &totals, uint64_t &highest)
 
 // ---- The tree of calls ----
 
+struct ChildHash {
+    size_t operator()(uint64_t key) const
+    {
+        key *= 0x9e3779b97f4a7c15U;
+        return key ^ (key >> 32);
+    }
+};
+
 class CallTree {
 public:
     CallTree() : nodes_(1) {}
 
-    /** The node of a stack; `functions` is innermost first. */
-    uint32_t leaf(const PlaceIds &functions)
+    /** The node of a stack, whose places are innermost first. */
+    uint32_t leaf(const PlaceIds &stack, PlaceTable &places)
     {
         uint32_t node = 0;
-        for (auto place = functions.rbegin(); place != functions.rend(); ++place) {
+        for (auto place = stack.rbegin(); place != stack.rend(); ++place) {
+            const PlaceId function = places.function(*place);
             const auto [child, is_new] = children_.try_emplace(
-                static_cast<uint64_t>(node) << 32 | *place, static_cast<uint32_t>(nodes_.size()));
+                static_cast<uint64_t>(node) << 32 | function, static_cast<uint32_t>(nodes_.size()));
             if (is_new) {
-                nodes_.push_back({node, *place, {}});
+                nodes_.push_back({.parent = node, .function = function});
             }
             node = child->second;
         }
         return node;
     }
 
-    void add_to(uint32_t leaf, const StackTotals &totals) { add(nodes_[leaf].numbers, totals); }
+    void add_to(uint32_t leaf, const StackTotals &totals)
+    {
+        Node &node = nodes_[leaf];
+        add(node.live, totals.live);
+        add(node.at_peak, totals.at_peak);
+        add(node.total, totals.total);
+        node.short_lived += totals.short_lived;
+    }
 
     /** The whole tree, without the stacks that allocated nothing. Parents stand before their children
      *  in the list. */
@@ -289,7 +332,7 @@ public:
         std::vector<CallNode> made(nodes_.size());
         for (size_t i = nodes_.size(); i-- > 0;) {
             CallNode &node = made[i];
-            const Numbers &own = nodes_[i].numbers;
+            const Node &own = nodes_[i];
             add(node.live, own.live);
             add(node.at_peak, own.at_peak);
             add(node.total, own.total);
@@ -299,9 +342,9 @@ public:
                           return std::tie(a.function, a.module) < std::tie(b.function, b.module);
                       });
             if (i != 0 && node.total.blocks != 0) {
-                node.function = places[nodes_[i].place].function;
-                node.module = places[nodes_[i].place].module;
-                add_child(made[nodes_[i].parent], std::move(node));
+                node.function = places[own.function].function;
+                node.module = places[own.function].module;
+                add_child(made[own.parent], std::move(node));
             }
         }
         return std::move(made[0]);
@@ -310,8 +353,12 @@ public:
 private:
     struct Node {
         uint32_t parent = 0;
-        PlaceId place = 0;
-        Numbers numbers; ///< without its children's
+        PlaceId function = 0;
+        // Without its children's:
+        Amount live = {};
+        Amount at_peak = {};
+        Amount total = {};
+        uint64_t short_lived = 0;
     };
 
     static void add_child(CallNode &parent, CallNode &&child)
@@ -324,7 +371,7 @@ private:
     }
 
     std::vector<Node> nodes_;
-    std::unordered_map<uint64_t, uint32_t> children_; ///< by parent and place
+    tsl::robin_map<uint64_t, uint32_t, ChildHash> children_; ///< by parent and function
 };
 
 // ---- The report ----
@@ -394,7 +441,6 @@ public:
     }
 
 private:
-    static constexpr uint32_t unknown = std::numeric_limits<uint32_t>::max();
     static constexpr uint32_t filtered_out = unknown - 1;
 
     /** What a stack belongs to; found out at its first use. */
@@ -460,7 +506,7 @@ private:
             return;
         }
         const PlaceIds whole = places_.of(stack);
-        use.leaf = calls_.leaf(functions(whole));
+        use.leaf = calls_.leaf(whole, places_);
         use.row = find_row(stack, whole, use.suppressed);
     }
 
@@ -519,16 +565,6 @@ private:
             break;
         }
         return whole;
-    }
-
-    PlaceIds functions(const PlaceIds &whole)
-    {
-        PlaceIds ids;
-        for (const PlaceId id : whole) {
-            const SourceFrame frame = places_[id];
-            ids.push_back(places_.number(frame.function, {}, frame.module));
-        }
-        return ids;
     }
 
     /** The worse of the two. */

@@ -94,7 +94,7 @@ std::vector<std::string> wrap(const std::vector<std::string> &pieces, std::strin
             continue;
         }
         if (!lines.empty()) {
-            lines.back().append(separator);
+            lines.back().append(separator.substr(0, separator.find_last_not_of(' ') + 1));
         }
         lines.push_back(keep_begin(piece, room));
     }
