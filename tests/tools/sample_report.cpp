@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// usage: sample_report json|html SITES MOMENTS - writes a report that was made up: so many sites
-// below a deep tree of calls, every kind of fault, several processes, and texts that try to break
-// out of wherever they are put.
+// usage: sample_report json|html|diff SITES MOMENTS - writes a report that was made up, or compares
+// it with another one: so many sites below a deep tree of calls, every kind of fault, several
+// processes, and texts that try to break out of wherever they are put.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -181,7 +181,7 @@ void add_faults(Report &report)
             fault.bytes = static_cast<uint64_t>(-24);
         } else {
             fault.block = 0xffff80001234 + i * 16;
-            fault.bytes = 48;
+            fault.bytes = i == 2 || i == 3 ? 0 : 48;
         }
         if (i < 2) { fault.released_first = make_stack(i + 20); }
         if (i < 2 || fault.kind == FaultKind::allocated_while_live) {
@@ -235,12 +235,14 @@ Report make_sample(size_t sites, size_t moments)
 int main(int count, char **arguments)
 {
     if (count != 4) {
-        fputs("usage: sample_report json|html SITES MOMENTS\n", stderr);
+        fputs("usage: sample_report json|html|diff SITES MOMENTS\n", stderr);
         return 2;
     }
-    Report report =
-        make_sample(strtoul(arguments[2], nullptr, 10), strtoul(arguments[3], nullptr, 10));
-    std::string text =
-        std::string_view(arguments[1]) == "json" ? format_json(report) : format_html(report);
+    size_t sites = strtoul(arguments[2], nullptr, 10);
+    Report report = make_sample(sites, strtoul(arguments[3], nullptr, 10));
+    std::string_view format = arguments[1];
+    std::string text = format == "json"   ? format_json(report)
+                       : format == "html" ? format_html(report)
+                                          : format_json(compare(report, make_sample(sites / 2, 1)));
     return fwrite(text.data(), 1, text.size(), stdout) == text.size() ? 0 : 1;
 }

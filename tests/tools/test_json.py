@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""usage: test_json.py SAMPLE_REPORT SCHEMA - the JSON report obeys its schema and adds up. Exits
+"""usage: test_json.py SAMPLE_REPORT SCHEMA - JSON obeys its schema, and the report adds up. Exits
 with 77 if Python has no jsonschema."""
 import copy
 import json
@@ -18,10 +18,13 @@ with open(schema_file, encoding="utf-8") as file:
 validator = jsonschema.Draft202012Validator(schema)
 validator.check_schema(schema)
 
-text = subprocess.run([sample, "json", "120", "300"], check=True, stdout=subprocess.PIPE).stdout
-report = json.loads(text.decode("utf-8", "strict"))
-for error in validator.iter_errors(report):
-    sys.exit(f"{list(error.path)}: {error.message}")
+
+def make(format_name):
+    made = subprocess.run([sample, format_name, "120", "300"], check=True, stdout=subprocess.PIPE)
+    value = json.loads(made.stdout.decode("utf-8", "strict"))
+    for error in validator.iter_errors(value):
+        sys.exit(f"{format_name}: {list(error.path)}: {error.message}")
+    return value
 
 
 def total(elements, key):
@@ -29,6 +32,9 @@ def total(elements, key):
     return {unit: sum(each[key][unit] for each in elements) for unit in ("blocks", "bytes")}
 
 
+report = make("json")
+diff = make("diff")
+assert diff["before"] == report["totals"] and len(diff["changes"]) > 60
 calls = report["calls"]
 assert report["totals"]["live"] == total(report["rows"], "live") == calls[0]["live"]
 assert report["totals"]["total"] == total(report["rows"], "total") == calls[0]["total"]
@@ -40,7 +46,7 @@ for number, node in enumerate(calls):
     assert total(children, "total")["bytes"] <= node["total"]["bytes"], node
 kinds = schema["$defs"]["fault"]["properties"]["kind"]["enum"]
 assert [fault["kind"] for fault in report["faults"]] == kinds
-assert [fault.get("bytes") for fault in report["faults"]] == [48, 48, None, 48, 48, -24]
+assert [fault.get("bytes") for fault in report["faults"]] == [48, 48, None, None, 48, -24]
 assert report["faults"][0]["block"] == "0xffff80001234"
 assert report["faults"][2].keys().isdisjoint({"allocated", "released_first"})
 assert [process.get("status") for process in report["processes"]] == [0, 137, None]

@@ -89,6 +89,7 @@ TEST(Lines, SayWhatHappened)
         {"vek_malloc(64) => (nil) [#-2147483648]", malloc, 0, 64, 0},
         {"vek_malloc(64) => NULL, in error state", malloc, 0, 64, 0, true},
         {"vek_malloc(-1) => (nil) [#1]", malloc, 0, most, 0, false, true},
+        {"vek_malloc(9223372036854775807) => (nil) [#1]", malloc, 0, most / 2, 0},
         {"vek_malloc(-9223372036854775808) => NULL, in error state", malloc, 0, most / 2 + 1, 0,
          true, true},
         {"vek_calloc(2, 8) => 0xffffffffffffffff [#2147483647]", calloc, 0, 16, most},
@@ -344,6 +345,17 @@ TEST(Recordings, AreReadInEveryByteOrderAndWidth)
     }
 }
 
+TEST(Recordings, OfNarrowAddressesWrap)
+{
+    Recording recording(4, 40);
+    recording.type(VEKRECORD_CHAIN).number(0).number(1).signed_number(-0x1000);
+    recording.type(VEKRECORD_FREE).number(0).signed_number(-0x2000);
+    const Reading reading = recording.read();
+    ASSERT_EQ(reading.sink.events.size(), 1U);
+    EXPECT_EQ(reading.sink.events[0].block, 0xffffe000);
+    EXPECT_EQ(reading.stacks.frames()[0].offset, 0xfffff000);
+}
+
 TEST(Recordings, EndAnywhere)
 {
     Recording recording = sample(8, 62, false);
@@ -366,8 +378,10 @@ TEST(Recordings, AreReadAcrossBuffers)
     for (uint64_t n = 1; n <= 2000000; ++n) {
         recording.type(VEKRECORD_MALLOC).number(0).number(n).signed_number(16);
     }
-    const Reading reading = recording.read();
-    EXPECT_EQ(reading.facts.broken, "");
+    const std::string place = std::to_string(recording.bytes.size());
+    const Reading reading = recording.type(10).read();
+    EXPECT_EQ(reading.facts.broken,
+              "the record at byte " + place + " cannot be understood: its type is unknown");
     ASSERT_EQ(reading.sink.events.size(), 2000000U);
     for (uint64_t n = 1; n <= 2000000; ++n) {
         ASSERT_EQ(reading.sink.events[n - 1].bytes, n);
@@ -439,12 +453,12 @@ TEST(Modules, ReplaceWhatTheyOverlap)
         stacks.module({std::to_string(id), {}});
         map.add({id, id * 0x1000, id * 0x1000 + 0x800, 0x100});
     }
-    map.add({5, 0x1400, 0x3001, 0});
+    map.add({5, 0x1400, 0x4000, 0});
     EXPECT_FALSE(map.remove(0x2000));
     EXPECT_TRUE(map.remove(0x4000));
     const std::pair<uint64_t, Frame> rows[] = {
         {0x1000, {0, 0x1000}}, {0x1400, {5, 0x1400}}, {0x3000, {5, 0x3000}},
-        {0x3001, {0, 0x3001}}, {0x4000, {0, 0x4000}}, {most, {0, most}},
+        {0x3fff, {5, 0x3fff}}, {0x4000, {0, 0x4000}}, {most, {0, most}},
     };
     for (const auto &[address, frame] : rows) {
         EXPECT_EQ(stacks.frames()[map.frame(stacks, address)], frame) << address;
@@ -471,6 +485,27 @@ TEST(Modules, OfThisProcessAreFound)
             free(real);
         }
     }
+}
+
+TEST(Modules, HaveTheBiasOfTheirFile)
+{
+    Elf64_Ehdr header = {};
+    std::memcpy(header.e_ident, "\x7f\x45LF\x02\x01\x01", 7);
+    header.e_version = 1;
+    header.e_phoff = header.e_ehsize = sizeof header;
+    header.e_phentsize = sizeof(Elf64_Phdr);
+    header.e_phnum = 2;
+    const Elf64_Phdr segments[] = {
+        {PT_LOAD, PF_R, 0, 0x10000, 0x10000, 0x1000, 0x1000, 0x1000},
+        {PT_LOAD, PF_R | PF_X, 0x1e00, 0x12e00, 0x12e00, 0x3000, 0x3000, 0x1000},
+    };
+    const File program(std::string(reinterpret_cast<const char *>(&header), sizeof header) +
+                       std::string(reinterpret_cast<const char *>(segments), sizeof segments));
+    const std::string rest = std::string(" 00:01 1 ") + (program.path() + 4) + "\n";
+    const File maps("550000-551000 r--p 0" + rest + "552000-556000 r-xp 1000" + rest);
+    Stacks stacks;
+    const ModuleMap map = read_modules(maps.path(), "/tmp", stacks);
+    EXPECT_EQ(stacks.frames()[map.frame(stacks, 0x553210)], (Frame{1, 0x13210}));
 }
 
 TEST(Modules, OfADeviceAreFound)

@@ -6,8 +6,8 @@
 #include <unordered_map>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
+#include "json.h"
 #include "terminal.h"
 #include "words.h"
 
@@ -269,56 +269,10 @@ void add_changes(Page &page, const Difference &difference, size_t top)
     }
 }
 
-using Json = nlohmann::ordered_json;
-
-Json to_json(const Amount &amount)
-{
-    return {{"blocks", amount.blocks}, {"bytes", amount.bytes}};
-}
-
-Json to_json(const Totals &totals)
-{
-    return {{"allocations", totals.allocations}, {"resizes", totals.resizes},
-            {"releases", totals.releases},       {"failed", totals.failed},
-            {"refused", totals.refused},         {"faults", totals.faults},
-            {"live", to_json(totals.live)},      {"peak", to_json(totals.peak)},
-            {"total", to_json(totals.total)}};
-}
-
-Json to_json(const Numbers &numbers)
-{
-    return {{"live", to_json(numbers.live)},   {"at_peak", to_json(numbers.at_peak)},
-            {"total", to_json(numbers.total)}, {"short_lived", numbers.short_lived},
-            {"failed", numbers.failed},        {"refused", numbers.refused}};
-}
-
-Json to_json(const SourceFrame &frame)
-{
-    Json json = Json::object();
-    for (const auto &[key, text] :
-         {std::pair("function", &frame.function), std::pair("file", &frame.file),
-          std::pair("module", &frame.module)}) {
-        if (!text->empty()) {
-            json[key] = *text;
-        }
-    }
-    if (frame.line != 0) {
-        json["line"] = frame.line;
-    }
-    if (frame.inlined) {
-        json["inlined"] = true;
-    }
-    return json;
-}
-
 Json to_json(const Change &change)
 {
-    Json frames = Json::array();
-    for (const SourceFrame &frame : change.frames) {
-        frames.push_back(to_json(frame));
-    }
     return {{"kind", name(change.kind)},
-            {"frames", frames},
+            {"frames", to_json(change.frames)},
             {"before", to_json(change.before)},
             {"after", to_json(change.after)}};
 }
@@ -346,17 +300,19 @@ std::string format_text(const Difference &difference, const TextOptions &options
 
 std::string format_json(const Difference &difference)
 {
-    Json json = {{"format", "vek-trace-diff"},
-                 {"version", 1},
-                 {"by", name(difference.by)},
-                 {"sort", name(difference.sort)},
-                 {"before", to_json(difference.before)},
-                 {"after", to_json(difference.after)},
-                 {"changes", Json::array()}};
+    JsonWriter writer;
+    writer.member("format", "vek-trace-diff");
+    writer.member("version", 1);
+    writer.member("by", name(difference.by));
+    writer.member("sort", name(difference.sort));
+    writer.member("before", to_json(difference.before));
+    writer.member("after", to_json(difference.after));
+    writer.begin_list("changes");
     for (const Change &change : difference.changes) {
-        json["changes"].push_back(to_json(change));
+        writer.element(to_json(change));
     }
-    return json.dump(1, ' ', false, Json::error_handler_t::replace) + '\n';
+    writer.end_list();
+    return writer.finish();
 }
 
 } // namespace vektrace

@@ -240,15 +240,10 @@ ModuleMap read_modules(const std::string &path, const std::string &sysroot, Stac
 {
     ModuleMap map;
     for (const Group &group : read_groups(path, read_whole(path))) {
-        uint64_t end = 0;
-        const Mapping *lowest = &group.mappings.front();
-        for (const Mapping &mapping : group.mappings) {
-            lowest = mapping.start < lowest->start ? &mapping : lowest;
-            end = std::max(end, mapping.end);
-        }
+        const Mapping &first = group.mappings.front(); // the kernel sorts them by address
         const auto bias = bias_in_file(sysroot + group.path, group.mappings);
-        map.add({stacks.module({group.path, {}}), lowest->start, end,
-                 bias ? *bias : likely_bias(*lowest)});
+        map.add({stacks.module({group.path, {}}), first.start, group.mappings.back().end,
+                 bias ? *bias : likely_bias(first)});
     }
     return map;
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The report as a page: the page is fixed (report.html, report.css, report.js), the report stands in
-// it as JSON.
+// The report as a page: the page is fixed (the files in page/), the report stands in it as JSON.
 #include "report.h"
 
 namespace vektrace {

@@ -1,52 +1,20 @@
 // SPDX-License-Identifier: MIT
-// The report as JSON, described by docs/trace.schema.json. Each element of a list is converted and
-// written by itself, so that the whole report never exists a second time as a tree of JSON values.
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+// The report as JSON, described by docs/trace.schema.json. What is unknown is left out.
+#include "json.h"
 
-#include "report.h"
+#include <fmt/format.h>
+
 #include "words.h"
 
 namespace vektrace {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-/** What is unknown is left out. */
 void set_if(Json &object, const char *key, const std::string &text)
 {
     if (!text.empty()) {
         object[key] = text;
     }
-}
-
-Json to_json(const Amount &amount)
-{
-    return {{"blocks", amount.blocks}, {"bytes", amount.bytes}};
-}
-
-Json to_json(const Totals &totals)
-{
-    Json peak = to_json(totals.peak);
-    peak["event"] = totals.peak_event;
-    if (totals.has_times) {
-        peak["milliseconds"] = totals.peak_milliseconds;
-    }
-    Json json = {{"events", totals.events},
-                 {"allocations", totals.allocations},
-                 {"resizes", totals.resizes},
-                 {"releases", totals.releases},
-                 {"failed", totals.failed},
-                 {"refused", totals.refused},
-                 {"faults", totals.faults},
-                 {"live", to_json(totals.live)},
-                 {"peak", peak},
-                 {"total", to_json(totals.total)}};
-    if (totals.has_times) {
-        json["milliseconds"] = totals.milliseconds;
-    }
-    return json;
 }
 
 Json to_json(const Moment &moment, bool has_times)
@@ -99,6 +67,125 @@ Json to_json(const ProcessSummary &process)
     return json;
 }
 
+Json to_json(const Row &row)
+{
+    Json json = {
+        {"frames", to_json(row.frames)}, {"through", row.through}, {"chain", name(row.end)}};
+    json.update(to_json(row.numbers));
+    json["recordings"] = row.recordings;
+    json["growing"] = row.growing;
+    json["suppressed"] = row.suppressed;
+    return json;
+}
+
+Json to_json(const ReportFault &fault)
+{
+    Json json = {{"kind", name(fault.kind)}, {"count", fault.count}};
+    if (!fault.allocated.empty()) {
+        json["allocated"] = to_json(fault.allocated);
+    }
+    if (!fault.released_first.empty()) {
+        json["released_first"] = to_json(fault.released_first);
+    }
+    json["again"] = to_json(fault.again);
+    json["input"] = fault.input;
+    json["first_line"] = fault.first_line;
+    if (fault.block != 0) {
+        json["block"] = fmt::format("{:#x}", fault.block);
+    }
+    // Impossible sizes are signed numbers, as in trace lines.
+    if (fault.kind == FaultKind::impossible_size) {
+        json["bytes"] = static_cast<int64_t>(fault.bytes);
+    } else if (fault.bytes != 0 || !fault.allocated.empty()) {
+        json["bytes"] = fault.bytes;
+    }
+    return json;
+}
+
+Json to_json(const MissingModule &missing)
+{
+    Json json = {{"path", missing.path}, {"problem", missing.problem}};
+    set_if(json, "build_id", missing.build_id);
+    return json;
+}
+
+template <class T>
+void write_list(JsonWriter &writer, const char *key, const std::vector<T> &elements)
+{
+    writer.begin_list(key);
+    for (const T &each : elements) {
+        writer.element(to_json(each));
+    }
+    writer.end_list();
+}
+
+/** Writes the tree of calls as a list in which callers precede what they call: chains may be deeper
+ *  than readers of JSON accept nested values. `next` is the number of the next node. */
+void write_calls(JsonWriter &writer, const CallNode &node, std::optional<size_t> parent,
+                 size_t &next)
+{
+    size_t number = next++;
+    Json json = Json::object();
+    if (parent) {
+        json["parent"] = *parent;
+        json["function"] = node.function;
+        set_if(json, "module", node.module);
+    }
+    json["live"] = to_json(node.live);
+    json["at_peak"] = to_json(node.at_peak);
+    json["total"] = to_json(node.total);
+    json["short_lived"] = node.short_lived;
+    writer.element(json);
+    for (const CallNode &child : node.children) {
+        write_calls(writer, child, number, next);
+    }
+}
+
+} // namespace
+
+Json to_json(const Amount &amount)
+{
+    return {{"blocks", amount.blocks}, {"bytes", amount.bytes}};
+}
+
+Json to_json(const Totals &totals)
+{
+    Json peak = to_json(totals.peak);
+    peak["event"] = totals.peak_event;
+    if (totals.has_times) {
+        peak["milliseconds"] = totals.peak_milliseconds;
+    }
+    Json json = {{"events", totals.events},
+                 {"allocations", totals.allocations},
+                 {"resizes", totals.resizes},
+                 {"releases", totals.releases},
+                 {"failed", totals.failed},
+                 {"refused", totals.refused},
+                 {"faults", totals.faults},
+                 {"live", to_json(totals.live)},
+                 {"peak", peak},
+                 {"total", to_json(totals.total)}};
+    if (totals.has_times) {
+        json["milliseconds"] = totals.milliseconds;
+    }
+    return json;
+}
+
+Json to_json(const Numbers &numbers)
+{
+    Json json = {{"live", to_json(numbers.live)},
+                 {"at_peak", to_json(numbers.at_peak)},
+                 {"total", to_json(numbers.total)}};
+    if (numbers.total.blocks != 0) {
+        json["smallest"] = numbers.smallest;
+        json["largest"] = numbers.largest;
+    }
+    json["short_lived"] = numbers.short_lived;
+    json["failed"] = numbers.failed;
+    json["refused"] = numbers.refused;
+    return json;
+}
+
 Json to_json(const SourceFrame &frame)
 {
     Json json = Json::object();
@@ -126,145 +213,46 @@ Json to_json(const std::vector<SourceFrame> &frames)
     return json;
 }
 
-Json to_json(const Row &row)
+void JsonWriter::member(const char *key, const Json &value)
 {
-    const Numbers &numbers = row.numbers;
-    Json json = {{"frames", to_json(row.frames)},
-                 {"through", row.through},
-                 {"chain", name(row.end)},
-                 {"live", to_json(numbers.live)},
-                 {"at_peak", to_json(numbers.at_peak)},
-                 {"total", to_json(numbers.total)}};
-    if (numbers.total.blocks != 0) {
-        json["smallest"] = numbers.smallest;
-        json["largest"] = numbers.largest;
-    }
-    json["short_lived"] = numbers.short_lived;
-    json["failed"] = numbers.failed;
-    json["refused"] = numbers.refused;
-    json["recordings"] = row.recordings;
-    json["growing"] = row.growing;
-    json["suppressed"] = row.suppressed;
-    return json;
+    begin(key);
+    text_ += value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-Json to_json(const ReportFault &fault)
+void JsonWriter::begin_list(const char *key)
 {
-    Json json = {{"kind", name(fault.kind)}, {"count", fault.count}};
-    if (!fault.allocated.empty()) {
-        json["allocated"] = to_json(fault.allocated);
-    }
-    if (!fault.released_first.empty()) {
-        json["released_first"] = to_json(fault.released_first);
-    }
-    json["again"] = to_json(fault.again);
-    json["input"] = fault.input;
-    json["first_line"] = fault.first_line;
-    if (fault.block != 0) {
-        json["block"] = fmt::format("{:#x}", fault.block);
-    }
-    // Of a block whose allocation was not seen, the size is unknown. Impossible sizes are signed
-    // numbers, as in the trace's lines.
-    if (fault.kind == FaultKind::impossible_size) {
-        json["bytes"] = static_cast<int64_t>(fault.bytes);
-    } else if (fault.kind != FaultKind::released_unknown) {
-        json["bytes"] = fault.bytes;
-    }
-    return json;
+    begin(key);
+    text_ += '[';
+    separator_ = "\n";
 }
 
-Json to_json(const MissingModule &missing)
+void JsonWriter::element(const Json &value)
 {
-    Json json = {{"path", missing.path}, {"problem", missing.problem}};
-    set_if(json, "build_id", missing.build_id);
-    return json;
+    text_ += separator_;
+    text_ += value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    separator_ = ",\n";
 }
 
-/** Bytes of the trace may be anything: those that are no UTF-8 become U+FFFD. */
-std::string text_of(const Json &json)
+void JsonWriter::end_list()
 {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+    text_ += ']';
+    separator_ = ",\n";
 }
 
-/** Writes the report's members, the elements of lists a line each. */
-class Writer {
-public:
-    void member(const char *key, const Json &value)
-    {
-        begin(key);
-        text_ += text_of(value);
-    }
-
-    void begin_list(const char *key)
-    {
-        begin(key);
-        text_ += '[';
-        separator_ = "\n";
-    }
-
-    void element(const Json &value)
-    {
-        text_ += separator_;
-        text_ += text_of(value);
-        separator_ = ",\n";
-    }
-
-    void end_list()
-    {
-        text_ += ']';
-        separator_ = ",\n";
-    }
-
-    template <class T>
-    void list(const char *key, const std::vector<T> &elements)
-    {
-        begin_list(key);
-        for (const T &each : elements) {
-            element(to_json(each));
-        }
-        end_list();
-    }
-
-    std::string finish() { return std::move(text_) + "}\n"; }
-
-private:
-    void begin(const char *key)
-    {
-        text_ += separator_;
-        text_ += fmt::format("\"{}\":", key);
-        separator_ = ",\n";
-    }
-
-    std::string text_ = "{";
-    const char *separator_ = "\n";
-};
-
-/** Writes the tree of calls as a list in which callers precede what they call: chains may be deeper
- *  than readers of JSON accept nested values. `next` is the number of the next node. */
-void write_calls(Writer &writer, const CallNode &node, std::optional<size_t> parent, size_t &next)
+std::string JsonWriter::finish()
 {
-    size_t number = next++;
-    Json json = Json::object();
-    if (parent) {
-        json["parent"] = *parent;
-        json["function"] = node.function;
-        set_if(json, "module", node.module);
-    }
-    json["live"] = to_json(node.live);
-    json["at_peak"] = to_json(node.at_peak);
-    json["total"] = to_json(node.total);
-    json["short_lived"] = node.short_lived;
-    writer.element(json);
-    for (const CallNode &child : node.children) {
-        write_calls(writer, child, number, next);
-    }
+    return std::move(text_) + "\n}\n";
 }
 
-} // namespace
+void JsonWriter::begin(const char *key)
+{
+    text_ += fmt::format("{}\"{}\":", separator_, key);
+    separator_ = ",\n";
+}
 
 std::string format_json(const Report &report)
 {
-    Writer writer;
+    JsonWriter writer;
     writer.member("format", "vek-trace-report");
     writer.member("version", 1);
     writer.member("by", name(report.by));
@@ -274,14 +262,14 @@ std::string format_json(const Report &report)
     writer.member("totals", to_json(report.totals));
     writer.member("unsuppressed", to_json(report.unsuppressed));
     writer.member("suppressed", to_json(report.suppressed));
-    writer.list("processes", report.processes);
-    writer.list("rows", report.rows);
-    writer.list("faults", report.faults);
+    write_list(writer, "processes", report.processes);
+    write_list(writer, "rows", report.rows);
+    write_list(writer, "faults", report.faults);
     writer.begin_list("calls");
     size_t next = 0;
     write_calls(writer, report.calls, std::nullopt, next);
     writer.end_list();
-    writer.list("missing", report.missing);
+    write_list(writer, "missing", report.missing);
     return writer.finish();
 }
 

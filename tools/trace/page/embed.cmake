@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# usage: cmake -D OUTPUT=FILE.cpp -P embed_page.cmake - joins report.html, report.css and report.js to
+# usage: cmake -D OUTPUT=FILE.cpp -P embed.cmake - joins report.html, report.css and the scripts to
 # one page and writes it as C++ source. The page's policy allows its own style and script, by their
 # hashes, and nothing else.
 cmake_minimum_required(VERSION 3.18)
@@ -24,16 +24,21 @@ endfunction()
 
 file(READ ${CMAKE_CURRENT_LIST_DIR}/report.html page)
 file(READ ${CMAKE_CURRENT_LIST_DIR}/report.css style)
-file(READ ${CMAKE_CURRENT_LIST_DIR}/report.js script)
+set(script "")
+foreach(name IN ITEMS base chart calls rows report)
+  file(READ ${CMAKE_CURRENT_LIST_DIR}/${name}.js part)
+  string(APPEND script "${part}")
+endforeach()
 base64_sha256(style_hash "${style}")
 base64_sha256(script_hash "${script}")
 string(REPLACE "@POLICY@" "default-src 'none'; style-src 'sha256-${style_hash}'; \
 script-src 'sha256-${script_hash}'; base-uri 'none'; form-action 'none'" page "${page}")
 string(REPLACE "@STYLE@" "${style}" page "${page}")
 string(REPLACE "@SCRIPT@" "${script}" page "${page}")
-string(REPLACE "@REPORT@" ")page\";\nextern const char page_after[];\nconst char page_after[] = R\"page("
-  page "${page}")
-file(WRITE ${OUTPUT} "// Made by embed_page.cmake.
+string(REPLACE "@REPORT@" ")page\";
+extern const char page_after[];
+const char page_after[] = R\"page(" page "${page}")
+file(WRITE ${OUTPUT} "// Made by embed.cmake.
 namespace vektrace {
 extern const char page_before[];
 const char page_before[] = R\"page(${page})page\";
