@@ -64,8 +64,7 @@ NOINLINE int run(int x)
 extern "C" __attribute__((visibility("default"))) int plain(int x)
 {
     if (x < 0) {
-        MARK("cold"); // line: cold
-        leave();
+        leave(); // line: cold
     }
     return sample::run(x) + 1;
 }
