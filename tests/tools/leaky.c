@@ -107,6 +107,7 @@ static NOINLINE void format_line(void)
     volatile char *line = vek_malloc(80); /* expect: short-lived line format_line 1000 */
     line[0] = '\0';
     vek_free((void *)line);
+    numbers[0] = 3;
 }
 
 static NOINLINE void *make_part(void)
