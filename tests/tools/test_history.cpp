@@ -536,15 +536,6 @@ TEST(History, equals_a_recount_of_random_programs)
     }
 }
 
-/** Adds the same events again and again. */
-History repeat(uint64_t times, void (*add)(History &, uint64_t))
-{
-    History history;
-    for (uint64_t i = 1; i <= times; ++i) { add(history, i); }
-    history.finish();
-    return history;
-}
-
 void allocate(History &history, uint64_t block, StackId by = 0)
 {
     history.add({Operation::malloc, false, false, by, 0, 8, block, 1});
@@ -557,14 +548,12 @@ void release(History &history, uint64_t block, StackId by = 0)
 
 TEST(History, keeps_no_more_than_its_limits)
 {
-    History releases = repeat(remembered_releases, [](History &history, uint64_t i) {
-        allocate(history, 16 * i);
-        release(history, 16 * i);
-    });
+    History releases;
     const auto reuse = [&releases](uint64_t block, StackId by) {
         allocate(releases, block);
         release(releases, block, by);
     };
+    for (uint64_t i = 1; i <= remembered_releases; ++i) { reuse(16 * i, 0); }
     reuse(48, 1);          // forgets the release of 16
     release(releases, 16); // unknown
     release(releases, 32); // the oldest that is remembered
@@ -581,17 +570,36 @@ TEST(History, keeps_no_more_than_its_limits)
     EXPECT_EQ(releases.faults()[2].released_first, 1);
     EXPECT_EQ(releases.faults()[2].count, 2);
 
-    const History faults = repeat(most_faults + 5, [](History &history, uint64_t i) {
-        release(history, 16, static_cast<StackId>(i));
-    });
+    History faults;
+    for (StackId by = 0; by < most_faults + 5; ++by) { release(faults, 16, by); }
     EXPECT_EQ(faults.faults().size(), most_faults);
     EXPECT_EQ(faults.totals().faults, most_faults + 5);
 
-    const History aside =
-        repeat(3 * most_aside, [](History &history, uint64_t) { allocate(history, 16); });
-    EXPECT_EQ(aside.totals().live, (Amount{1, 8}));
-    EXPECT_EQ(aside.totals().peak.blocks, most_aside + 1);
-    EXPECT_EQ(aside.totals().faults, 3 * most_aside - 1);
+    History aside;
+    for (uint64_t i = 1; i <= most_aside + 1; ++i) {
+        allocate(aside, 16 * i);
+        allocate(aside, 16 * i, 1);
+    }
+    for (uint64_t i = most_aside / 2 + 2; i <= most_aside + 1; ++i) {
+        aside.add({Operation::realloc, false, false, 0, 16 * i, 0, 0, 1}); // late
+    }
+    aside.finish();
+    EXPECT_EQ(aside.totals().faults, most_aside / 2 + 1);
+    EXPECT_EQ(aside.totals().live.blocks, most_aside + 1);
+    EXPECT_EQ(aside.stacks()[0].live.blocks, 0);
+}
+
+TEST(History, keeps_a_chart_of_even_steps)
+{
+    History history;
+    for (uint64_t i = 1; i < 2 * most_moments - 1; ++i) { allocate(history, 16 * i); }
+    release(history, 16);
+    history.finish();
+    const std::span<const Moment> moments = history.moments();
+    ASSERT_EQ(moments.size(), most_moments / 2 + 1);
+    for (size_t i = 0; i < moments.size() - 2; ++i) { EXPECT_EQ(moments[i].event, 4 * (i + 1)); }
+    EXPECT_EQ(moments[moments.size() - 2].event, history.totals().peak_event);
+    EXPECT_EQ(moments.back().event, history.totals().events);
 }
 
 } // namespace
