@@ -19,8 +19,8 @@ if(NOT veklib_missing)
 else()
   list(JOIN veklib_missing ", " veklib_missing)
   if(veklib_quiet STREQUAL "REQUIRED")
-    message(FATAL_ERROR "vek-trace needs ${veklib_missing}; on Debian: apt-get install libcli11-dev "
-            "libfmt-dev nlohmann-json3-dev robin-map-dev libdw-dev")
+    message(FATAL_ERROR "vek-trace needs ${veklib_missing}; on Debian: apt-get install "
+            "libcli11-dev libfmt-dev nlohmann-json3-dev robin-map-dev libdw-dev")
   endif()
   message(STATUS "${veklib_missing} not found: vek-trace is not built")
 endif()

@@ -1,13 +1,14 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# usage: demo.sh LOGDIGEST FOLDER - runs logdigest on a generated log and on a log of this machine,
-# shows where its debug output goes and what a trace of its allocations says. All files are written
-# to FOLDER.
+# usage: demo.sh LOGDIGEST VEK_TRACE FOLDER - runs logdigest on a generated log and on one of this
+# machine, shows where its debug output goes, what a trace of its allocations says, and how vek-trace
+# finds a leak. All files are written to FOLDER.
 set -eu
 logdigest=$(realpath "$1")
+vek_trace=$(realpath "$2")
 here=$(realpath "$(dirname "$0")")
-mkdir -p "$2"
-cd "$2"
+mkdir -p "$3"
+cd "$3"
 unset VEK_DEBUG_CONFIG VEK_FATAL_WARNINGS VEK_MALLOC_TRACE VEK_MALLOC_TRACE_FILE
 
 title() {
@@ -77,13 +78,26 @@ END
 printf '  '
 "$here/trace_balance.sh" trace.txt
 
+title 'A leak: vek-trace runs the program and names the line that allocated what is left'
+cat <<'END'
+With -l, logdigest forgets to release the errors that it does not print. The library allocates them;
+the report leads to the line of logdigest that made them.
+END
+printf '\n$ vek-trace run --top 3 -- logdigest -l sample.log\n'
+"$vek_trace" run --top 3 -o leak.txt -- "$logdigest" -l sample.log >/dev/null
+sed 's/^/  /' leak.txt
+printf '\n$ vek-trace run --format html -o leak.html -- logdigest -l sample.log\n'
+"$vek_trace" run --format html -o leak.html -- "$logdigest" -l sample.log >/dev/null
+echo "The same as a page for the browser: $3/leak.html"
+
 title 'Where to read on'
 cat <<END
 docs/tour.md            each family in a few lines
 docs/debug-output.md    debug output by example
+docs/trace.md           from "my device grows" to the line of the source
 examples/logdigest/     this application, in C
 veklib/*.h              every function: what it does, who owns what, what failure gives
 
-The files above (sample.log, debug.conf, logdigest-debug.log, trace.txt) are in $2;
+The files above (sample.log, debug.conf, logdigest-debug.log, trace.txt, leak.html) are in $3;
 logdigest is $1.
 END

@@ -65,7 +65,9 @@ static VekError *keep_error(struct digest *digest, VekError *err, const char *li
     VEK_DEBUG(debug_parse, DEBUG_FAULTS, "line %lu: %s\n", digest->lines, vek_error_get_msg(err));
     const int kept = vek_str_dict_get_int_or(digest->settings, "unreadable", 5);
     if (digest->unreadable++ >= (unsigned long)kept) {
-        vek_error_destroy(err);
+        if (!vek_str_dict_get_int_or(digest->settings, "leak", 0)) {
+            vek_error_destroy(err);
+        }
         return NULL;
     }
     describe_line(err, digest->lines, line);

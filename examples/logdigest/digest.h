@@ -10,7 +10,9 @@
 
 /** The digest of one log. */
 struct digest {
-    const VekDict *settings; /**< how many lines to print: "busiest", "unreadable"; borrowed */
+    /** Borrowed. "busiest" and "unreadable": how many lines to print; "leak": not 0 if errors that
+     *  are not printed shall be leaked on purpose. */
+    const VekDict *settings;
     unsigned long lines;
     unsigned long unreadable;
     VekNameTable *names; /**< of the programs or packages */

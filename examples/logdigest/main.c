@@ -91,7 +91,7 @@ static VekError *digest_path(const char *path, const VekDict *settings)
 
 /* What the command line asks for. */
 struct options {
-    VekDict *settings;        /* -n COUNT, -e COUNT: see struct digest */
+    VekDict *settings;        /* -n COUNT, -e COUNT, -l: see struct digest */
     const char *debug_config; /* -d FILE */
     int own_function;         /* -p */
     const char *path;         /* null: standard input */
@@ -110,7 +110,7 @@ static int read_options(int argc, char **argv, struct options *options)
 {
     int understood = 1;
     int option;
-    while (understood && (option = getopt(argc, argv, "n:e:d:p")) != -1) {
+    while (understood && (option = getopt(argc, argv, "n:e:d:lp")) != -1) {
         switch (option) {
         case 'n':
             understood = read_count(options->settings, "busiest", optarg);
@@ -120,6 +120,9 @@ static int read_options(int argc, char **argv, struct options *options)
             break;
         case 'd':
             options->debug_config = optarg;
+            break;
+        case 'l':
+            understood = vek_str_dict_put_int(options->settings, "leak", 1);
             break;
         case 'p':
             options->own_function = 1;
@@ -135,11 +138,11 @@ static int read_options(int argc, char **argv, struct options *options)
 
 static int usage(void)
 {
-    fputs("usage: logdigest [-n COUNT] [-e COUNT] [-d CONFIG] [-p] [FILE]\n"
+    fputs("usage: logdigest [-n COUNT] [-e COUNT] [-d CONFIG] [-l] [-p] [FILE]\n"
           "Reads a log (syslog or dpkg) from FILE or standard input; prints the COUNT busiest\n"
           "programs or packages (-n) and the first COUNT lines that it cannot read (-e). Debug\n"
           "output is configured by CONFIG (-d) and VEK_DEBUG_CONFIG; -p sends the domain\n"
-          "\"report\" through a function of the program.\n",
+          "\"report\" through a function of the program. -l leaks memory, to try out tools.\n",
           stderr);
     return 2;
 }

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -338,22 +339,22 @@ private:
 InputFacts read_lines(Input &input, const ModuleMap &modules, Stacks &stacks, EventSink &sink,
                       const ProgressFunction &progress)
 {
-    std::vector<char> buffer(chunk_size);
+    const auto buffer = std::make_unique_for_overwrite<char[]>(chunk_size);
     LineReader reader(modules, stacks, sink);
     Progress state;
     state.size = input.size();
     size_t kept = 0;
-    while (const size_t count = input.read(std::span(buffer).subspan(kept))) {
-        const std::string_view text(buffer.data(), kept + count);
+    while (const size_t count = input.read({buffer.get() + kept, chunk_size - kept})) {
+        const std::string_view text(buffer.get(), kept + count);
         kept = reader.add(text);
-        std::memmove(buffer.data(), text.data() + text.size() - kept, kept);
+        std::memmove(buffer.get(), text.data() + text.size() - kept, kept);
         state.bytes += count;
         state.events = reader.lines();
         if (progress) {
             progress(state);
         }
     }
-    return reader.finish({buffer.data(), kept});
+    return reader.finish({buffer.get(), kept});
 }
 
 } // namespace vektrace

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <limits>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -383,17 +383,20 @@ void Decoder::add_event(uint8_t type, Fields &fields)
 /** A part of the input, from its beginning to its end. */
 class Window {
 public:
-    explicit Window(Input &input) : input_(input), buffer_(buffer_size) {}
+    explicit Window(Input &input)
+        : input_(input), buffer_(std::make_unique_for_overwrite<char[]>(buffer_size))
+    {
+    }
 
     /** Drops what was used and fills the rest. Returns false if nothing was added. */
     bool advance(size_t used)
     {
         offset_ += used;
         size_ -= used;
-        std::memmove(buffer_.data(), buffer_.data() + used, size_);
+        std::memmove(buffer_.get(), buffer_.get() + used, size_);
         const size_t before = size_;
-        while (size_ < buffer_.size()) {
-            const size_t count = input_.read(std::span(buffer_).subspan(size_));
+        while (size_ < buffer_size) {
+            const size_t count = input_.read({buffer_.get() + size_, buffer_size - size_});
             if (count == 0) {
                 break;
             }
@@ -402,12 +405,12 @@ public:
         return size_ != before;
     }
 
-    std::string_view bytes() const { return {buffer_.data(), size_}; }
+    std::string_view bytes() const { return {buffer_.get(), size_}; }
     uint64_t offset() const { return offset_; }
 
 private:
     Input &input_;
-    std::vector<char> buffer_;
+    const std::unique_ptr<char[]> buffer_;
     size_t size_ = 0;
     uint64_t offset_ = 0;
 };

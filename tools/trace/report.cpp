@@ -1,17 +1,673 @@
 // SPDX-License-Identifier: MIT
+// From stacks to rows. Frames are made ready to print once and numbered by what is printed, so that
+// two addresses of one line have one number, and rows, nodes and faults that read the same are one.
 #include "report.h"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <regex>
+#include <string_view>
+#include <tuple>
+#include <unordered_map>
+#include <utility>
+
+#include "words.h"
 
 namespace vektrace {
 
-Report make_report(const std::vector<Process> &, const Stacks &, const Symbols &,
-                   const ReportOptions &)
+namespace {
+
+// ---- Patterns ----
+
+/** One of `leak:pattern`. */
+class Pattern {
+public:
+    explicit Pattern(std::string_view text)
+    {
+        at_begin_ = text.starts_with('^');
+        text.remove_prefix(at_begin_ ? 1 : 0);
+        at_end_ = text.ends_with('$');
+        text.remove_suffix(at_end_ ? 1 : 0);
+        for (size_t star = text.find('*'); star != text.npos; star = text.find('*')) {
+            pieces_.emplace_back(text.substr(0, star));
+            text.remove_prefix(star + 1);
+        }
+        pieces_.emplace_back(text);
+    }
+
+    // The first place where a piece fits is as good as any later one, except for a last piece that
+    // has to end the text.
+    bool matches(std::string_view text) const
+    {
+        size_t begin = 0;
+        for (size_t i = 0; i < pieces_.size(); i++) {
+            const std::string &piece = pieces_[i];
+            const bool is_last = i + 1 == pieces_.size();
+            size_t found = text.find(piece, begin);
+            if (is_last && at_end_) {
+                found = text.size() >= begin + piece.size() && text.ends_with(piece)
+                            ? text.size() - piece.size()
+                            : text.npos;
+            }
+            if (found == text.npos || (i == 0 && at_begin_ && found != 0)) {
+                return false;
+            }
+            begin = found + piece.size();
+        }
+        return true;
+    }
+
+private:
+    std::vector<std::string> pieces_;
+    bool at_begin_ = false;
+    bool at_end_ = false;
+};
+
+std::regex filter_from(const std::string &text)
 {
-    return {};
+    try {
+        return std::regex(text, std::regex::ECMAScript | std::regex::optimize);
+    } catch (const std::regex_error &) {
+        throw InputError("'" + text + "' is no regular expression that can be used as a filter");
+    }
 }
 
-std::vector<std::string> read_suppressions(const std::string &)
+// ---- Frames, ready to print ----
+
+using PlaceId = uint32_t; ///< of a SourceFrame
+using PlaceIds = std::vector<PlaceId>;
+
+/** A function of a header of the library: `inlined` into the application, or a copy in it. */
+bool is_library_inline(const Place &place, bool inlined)
 {
-    return {};
+    return (inlined && place.function.starts_with("vek_")) ||
+           (place.file.find("veklib/vek") != std::string::npos &&
+            place.file.ends_with("_inline.h"));
+}
+
+class PlaceTable {
+public:
+    PlaceTable(const Stacks &stacks, const Symbols &symbols, const ReportOptions &options)
+        : stacks_(stacks), symbols_(symbols)
+    {
+        for (const std::string &pattern : options.suppressed) {
+            suppressed_.emplace_back(pattern);
+        }
+        if (!options.filter.empty()) {
+            filter_ = filter_from(options.filter);
+        }
+        for (FrameId id = 0; id < stacks.frames().size(); id++) {
+            add_frame(id);
+        }
+    }
+
+    PlaceId number(const SourceFrame &frame)
+    {
+        const std::string key = frame.function + '\0' + frame.file + '\0' +
+                                std::to_string(frame.line) + '\0' + frame.module + '\0' +
+                                (frame.inlined ? 'i' : '-') + (frame.library ? 'l' : '-');
+        const auto [found, is_new] =
+            numbers_.try_emplace(key, static_cast<PlaceId>(places_.size()));
+        if (is_new) {
+            places_.push_back(frame);
+        }
+        return found->second;
+    }
+
+    PlaceId number(const std::string &function, const std::string &file, const std::string &module)
+    {
+        SourceFrame frame;
+        frame.function = function;
+        frame.file = file;
+        frame.module = module;
+        return number(frame);
+    }
+
+    const SourceFrame &operator[](PlaceId id) const { return places_[id]; }
+
+    std::vector<SourceFrame> frames(const PlaceIds &ids) const
+    {
+        std::vector<SourceFrame> frames;
+        for (const PlaceId id : ids) {
+            frames.push_back(places_[id]);
+        }
+        return frames;
+    }
+
+    /** All places of a stack, innermost first; of the address that asked if there is no chain. */
+    PlaceIds of(const Stack &stack) const
+    {
+        PlaceIds all;
+        for (const FrameId id : frames_of(stack)) {
+            const PlaceIds &places = by_frame_[id];
+            all.insert(all.end(), places.begin(), places.end());
+        }
+        return all;
+    }
+
+    const PlaceIds &of(FrameId id) const { return by_frame_[id]; }
+
+    bool is_suppressed(const Stack &stack) const { return any(is_suppressed_, stack); }
+    bool is_kept(const Stack &stack) const { return !filter_ || any(is_kept_, stack); }
+
+private:
+    static std::span<const FrameId> frames_of(const Stack &stack)
+    {
+        return stack.frames.empty() ? std::span(&stack.charged, 1) : std::span(stack.frames);
+    }
+
+    static bool any(const std::vector<bool> &flags, const Stack &stack)
+    {
+        const auto frames = frames_of(stack);
+        return std::any_of(frames.begin(), frames.end(), [&](FrameId id) { return flags[id]; });
+    }
+
+    void add_frame(FrameId id)
+    {
+        const Module &module = stacks_.modules()[stacks_.frames()[id].module];
+        const Places &places = symbols_.places[id];
+        PlaceIds &ids = by_frame_.emplace_back();
+        for (size_t i = 0; i < places.size(); i++) {
+            const bool inlined = i + 1 < places.size();
+            SourceFrame frame = {places[i].function,
+                                 places[i].file,
+                                 places[i].line,
+                                 std::string(last_name(module.path)),
+                                 inlined,
+                                 is_library(module) || is_library_inline(places[i], inlined)};
+            if (frame.function.empty()) {
+                frame.function = raw_place(stacks_, id);
+            }
+            ids.push_back(number(frame));
+        }
+        is_suppressed_.push_back(matches(id, [&](const std::string &text) {
+            return std::any_of(suppressed_.begin(), suppressed_.end(),
+                               [&](const Pattern &pattern) { return pattern.matches(text); });
+        }));
+        is_kept_.push_back(filter_ && matches(id, [&](const std::string &text) {
+                               return std::regex_search(text, *filter_);
+                           }));
+    }
+
+    /** Whether a function, file or module of the frame is one that `fits`. */
+    template <typename Fits>
+    bool matches(FrameId id, const Fits &fits) const
+    {
+        if (fits(stacks_.modules()[stacks_.frames()[id].module].path)) {
+            return true;
+        }
+        return std::any_of(by_frame_[id].begin(), by_frame_[id].end(), [&](PlaceId place) {
+            const SourceFrame &frame = places_[place];
+            return fits(frame.function) || fits(frame.file) || fits(frame.module);
+        });
+    }
+
+    const Stacks &stacks_;
+    const Symbols &symbols_;
+    std::vector<Pattern> suppressed_;
+    std::optional<std::regex> filter_;
+    std::vector<SourceFrame> places_;
+    std::unordered_map<std::string, PlaceId> numbers_;
+    std::vector<PlaceIds> by_frame_; ///< by FrameId, innermost place first
+    std::vector<bool> is_suppressed_;
+    std::vector<bool> is_kept_;
+};
+
+// ---- Sums ----
+
+void add(Amount &sum, const Amount &amount)
+{
+    sum.blocks += amount.blocks;
+    sum.bytes += amount.bytes;
+}
+
+void add(Numbers &sum, const StackTotals &totals)
+{
+    if (totals.total.blocks != 0) {
+        const bool is_first = sum.total.blocks == 0;
+        sum.smallest = is_first ? totals.smallest : std::min(sum.smallest, totals.smallest);
+        sum.largest = std::max(sum.largest, totals.largest);
+    }
+    add(sum.live, totals.live);
+    add(sum.at_peak, totals.at_peak);
+    add(sum.total, totals.total);
+    sum.short_lived += totals.short_lived;
+    sum.failed += totals.failed;
+    sum.refused += totals.refused;
+}
+
+/** `highest` is the highest peak of one process so far. */
+void add(Totals &sum, const Totals &totals, uint64_t &highest)
+{
+    sum.events += totals.events;
+    sum.allocations += totals.allocations;
+    sum.resizes += totals.resizes;
+    sum.releases += totals.releases;
+    sum.failed += totals.failed;
+    sum.refused += totals.refused;
+    sum.faults += totals.faults;
+    add(sum.live, totals.live);
+    add(sum.peak, totals.peak);
+    add(sum.total, totals.total);
+    if (totals.peak.bytes > highest) {
+        highest = totals.peak.bytes;
+        sum.peak_event = totals.peak_event;
+        sum.peak_milliseconds = totals.peak_milliseconds;
+    }
+    sum.milliseconds = std::max(sum.milliseconds, totals.milliseconds);
+    sum.has_times = sum.has_times || totals.has_times;
+}
+
+// ---- The tree of calls ----
+
+class CallTree {
+public:
+    CallTree() : nodes_(1) {}
+
+    /** The node of a stack; `functions` is innermost first. */
+    uint32_t leaf(const PlaceIds &functions)
+    {
+        uint32_t node = 0;
+        for (auto place = functions.rbegin(); place != functions.rend(); ++place) {
+            const auto [child, is_new] = children_.try_emplace(
+                static_cast<uint64_t>(node) << 32 | *place, static_cast<uint32_t>(nodes_.size()));
+            if (is_new) {
+                nodes_.push_back({node, *place, {}});
+            }
+            node = child->second;
+        }
+        return node;
+    }
+
+    void add_to(uint32_t leaf, const StackTotals &totals) { add(nodes_[leaf].numbers, totals); }
+
+    /** The whole tree, without the stacks that allocated nothing. Parents stand before their children
+     *  in the list. */
+    CallNode tree(const PlaceTable &places)
+    {
+        std::vector<CallNode> made(nodes_.size());
+        for (size_t i = nodes_.size(); i-- > 0;) {
+            CallNode &node = made[i];
+            const Numbers &own = nodes_[i].numbers;
+            add(node.live, own.live);
+            add(node.at_peak, own.at_peak);
+            add(node.total, own.total);
+            node.short_lived += own.short_lived;
+            std::sort(node.children.begin(), node.children.end(),
+                      [](const CallNode &a, const CallNode &b) {
+                          return std::tie(a.function, a.module) < std::tie(b.function, b.module);
+                      });
+            if (i != 0 && node.total.blocks != 0) {
+                node.function = places[nodes_[i].place].function;
+                node.module = places[nodes_[i].place].module;
+                add_child(made[nodes_[i].parent], std::move(node));
+            }
+        }
+        return std::move(made[0]);
+    }
+
+private:
+    struct Node {
+        uint32_t parent = 0;
+        PlaceId place = 0;
+        Numbers numbers; ///< without its children's
+    };
+
+    static void add_child(CallNode &parent, CallNode &&child)
+    {
+        add(parent.live, child.live);
+        add(parent.at_peak, child.at_peak);
+        add(parent.total, child.total);
+        parent.short_lived += child.short_lived;
+        parent.children.push_back(std::move(child));
+    }
+
+    std::vector<Node> nodes_;
+    std::unordered_map<uint64_t, uint32_t> children_; ///< by parent and place
+};
+
+// ---- The report ----
+
+struct KeyHash {
+    size_t operator()(const PlaceIds &key) const
+    {
+        uint64_t hash = key.size();
+        for (const PlaceId id : key) {
+            hash = (hash ^ id) * 0x9e3779b97f4a7c15U;
+            hash ^= hash >> 32;
+        }
+        return hash;
+    }
+};
+
+class Builder {
+public:
+    Builder(const Stacks &stacks, const Symbols &symbols, const ReportOptions &options)
+        : stacks_(stacks), options_(options), places_(stacks, symbols, options),
+          uses_(stacks.stacks().size())
+    {
+        report_.by = options.by;
+        report_.sort = options.sort;
+        for (const ModuleProblem &problem : symbols.problems) {
+            const Module &module = stacks.modules()[problem.module];
+            report_.missing.push_back({module.path, module.build_id, problem.text});
+        }
+    }
+
+    /** Processes of one recording come one after the other. */
+    void add_process(const Process &process, bool begins_recording)
+    {
+        report_.recordings += begins_recording ? 1 : 0;
+        const Totals &totals = process.history.totals();
+        add(report_.totals, totals, highest_peak_);
+        const auto moments = process.history.moments();
+        report_.processes.push_back({process.input,
+                                     command_line(process.facts.command),
+                                     process.facts.pid,
+                                     process.status,
+                                     totals,
+                                     process.facts,
+                                     {moments.begin(), moments.end()}});
+        const auto stacks = process.history.stacks();
+        for (StackId id = 0; id < stacks.size(); id++) {
+            if (stacks[id] != StackTotals()) {
+                add_stack(id, stacks[id]);
+            }
+        }
+        for (const Fault &fault : process.history.faults()) {
+            add_fault(fault, process.input);
+        }
+    }
+
+    Report finish()
+    {
+        for (RowState &state : states_) {
+            end_recording(state);
+        }
+        std::sort(report_.rows.begin(), report_.rows.end(),
+                  [this](const Row &a, const Row &b) { return is_before(a, b); });
+        std::stable_sort(report_.faults.begin(), report_.faults.end(),
+                         [](const auto &a, const auto &b) { return a.kind < b.kind; });
+        report_.calls = calls_.tree(places_);
+        return std::move(report_);
+    }
+
+private:
+    static constexpr uint32_t unknown = std::numeric_limits<uint32_t>::max();
+    static constexpr uint32_t filtered_out = unknown - 1;
+
+    /** What a stack belongs to; found out at its first use. */
+    struct StackUse {
+        uint32_t row = unknown; ///< or filtered_out
+        uint32_t leaf = 0;
+        bool suppressed = false;
+    };
+
+    /** Beside a row: what the current recording has of it. */
+    struct RowState {
+        unsigned recording = 0; ///< counted from 1
+        uint64_t live = 0;
+        uint64_t earlier = 0;
+    };
+
+    static std::string command_line(const std::vector<std::string> &command)
+    {
+        std::string line;
+        for (const std::string &word : command) {
+            const bool plain = !word.empty() && word.find_first_of(" \t\n'\"") == word.npos;
+            line += (line.empty() ? "" : " ") + (plain ? word : "'" + word + "'");
+        }
+        return line;
+    }
+
+    void add_stack(StackId id, const StackTotals &totals)
+    {
+        StackUse &use = uses_[id];
+        if (use.row == unknown) {
+            find_use(stacks_.stacks()[id], use);
+        }
+        add(use.suppressed ? report_.suppressed : report_.unsuppressed, totals.live);
+        if (use.row == filtered_out) {
+            return;
+        }
+        add(report_.rows[use.row].numbers, totals);
+        calls_.add_to(use.leaf, totals);
+        RowState &state = states_[use.row];
+        if (state.recording != report_.recordings) {
+            end_recording(state);
+            state.recording = report_.recordings;
+            report_.rows[use.row].recordings++;
+        }
+        state.live += totals.live.bytes;
+        state.earlier += totals.earlier_bytes;
+    }
+
+    void end_recording(RowState &state)
+    {
+        if (state.live > state.earlier) {
+            report_.rows[static_cast<size_t>(&state - states_.data())].growing++;
+        }
+        state.live = state.earlier = 0;
+    }
+
+    void find_use(const Stack &stack, StackUse &use)
+    {
+        report_.has_chains = report_.has_chains || !stack.frames.empty();
+        use.suppressed = places_.is_suppressed(stack);
+        use.row = filtered_out;
+        if (!places_.is_kept(stack)) {
+            return;
+        }
+        const PlaceIds whole = places_.of(stack);
+        use.leaf = calls_.leaf(functions(whole));
+        use.row = find_row(stack, whole, use.suppressed);
+    }
+
+    // A stack within the library alone belongs to the address that its calls are charged to.
+    uint32_t find_row(const Stack &stack, const PlaceIds &whole, bool suppressed)
+    {
+        const size_t site = site_in(whole);
+        const bool found = site < whole.size();
+        PlaceIds key =
+            row_places(whole, found ? whole : places_.of(stack.charged), found ? site : 0);
+        key.push_back(suppressed ? 1 : 0);
+        const auto [number, is_new] =
+            row_numbers_.try_emplace(key, static_cast<uint32_t>(report_.rows.size()));
+        if (is_new) {
+            key.pop_back();
+            Row &row = report_.rows.emplace_back();
+            row.frames = places_.frames(key);
+            row.suppressed = suppressed;
+            states_.emplace_back();
+        }
+        Row &row = report_.rows[number->second];
+        row.end = combined(row.end, stack.end);
+        if (found && site > 0) {
+            add_through(row, places_[whole[site - 1]]);
+        }
+        return number->second;
+    }
+
+    /** The number of the first place that is not the library's, or the size. */
+    size_t site_in(const PlaceIds &whole) const
+    {
+        const auto found = std::find_if(whole.begin(), whole.end(),
+                                        [this](PlaceId id) { return !places_[id].library; });
+        return static_cast<size_t>(found - whole.begin());
+    }
+
+    /** What a row prints of a stack whose site is place number `begin` of `places`. */
+    PlaceIds row_places(const PlaceIds &whole, const PlaceIds &places, size_t begin)
+    {
+        const SourceFrame site = places_[places[begin]];
+        switch (options_.by) {
+        case Grouping::site: {
+            size_t end = begin;
+            while (places_[places[end]].inlined) {
+                end++;
+            }
+            return {&places[begin], &places[end] + 1};
+        }
+        case Grouping::function:
+            return {places_.number(site.function, {}, site.module)};
+        case Grouping::file:
+            return {places_.number({}, site.file, site.file.empty() ? site.module : "")};
+        case Grouping::module:
+            return {places_.number({}, {}, site.module)};
+        case Grouping::stack:
+            break;
+        }
+        return whole;
+    }
+
+    PlaceIds functions(const PlaceIds &whole)
+    {
+        PlaceIds ids;
+        for (const PlaceId id : whole) {
+            const SourceFrame frame = places_[id];
+            ids.push_back(places_.number(frame.function, {}, frame.module));
+        }
+        return ids;
+    }
+
+    /** The worse of the two. */
+    static ChainEnd combined(ChainEnd a, ChainEnd b)
+    {
+        for (const ChainEnd end : {ChainEnd::cut, ChainEnd::limited, ChainEnd::whole}) {
+            if (a == end || b == end) {
+                return end;
+            }
+        }
+        return ChainEnd::none;
+    }
+
+    static void add_through(Row &row, const SourceFrame &called)
+    {
+        const std::string &text = is_raw(called) ? called.module : called.function;
+        const auto place = std::lower_bound(row.through.begin(), row.through.end(), text);
+        if (place == row.through.end() || *place != text) {
+            row.through.insert(place, text);
+        }
+    }
+
+    // Faults that read the same are one, of whatever process.
+    void add_fault(const Fault &fault, const std::string &input)
+    {
+        PlaceIds key = {static_cast<PlaceId>(fault.kind)};
+        bool kept = false;
+        const auto frames = [&](const std::optional<StackId> &id) {
+            if (!id) {
+                key.push_back(unknown);
+                return std::vector<SourceFrame>();
+            }
+            const Stack &stack = stacks_.stacks()[*id];
+            const PlaceIds whole = places_.of(stack);
+            kept = kept || places_.is_kept(stack);
+            key.push_back(static_cast<PlaceId>(whole.size()));
+            key.insert(key.end(), whole.begin(), whole.end());
+            return places_.frames(whole);
+        };
+        ReportFault made = {fault.kind,
+                            frames(fault.allocated),
+                            frames(fault.released_first),
+                            frames(fault.again),
+                            fault.count,
+                            fault.first_line,
+                            fault.block,
+                            fault.bytes,
+                            input};
+        if (!kept) {
+            return;
+        }
+        const auto [number, is_new] = fault_numbers_.try_emplace(key, report_.faults.size());
+        if (is_new) {
+            report_.faults.push_back(std::move(made));
+        } else {
+            report_.faults[number->second].count += fault.count;
+        }
+    }
+
+    bool is_before(const Row &a, const Row &b) const
+    {
+        const auto rank = [this](const Row &row) {
+            const Numbers &numbers = row.numbers;
+            return std::tuple(!row.suppressed, figure(numbers, options_.sort), numbers.live.bytes,
+                              numbers.at_peak.bytes, numbers.total.bytes);
+        };
+        if (rank(a) != rank(b)) {
+            return rank(a) > rank(b);
+        }
+        return std::lexicographical_compare(
+            a.frames.begin(), a.frames.end(), b.frames.begin(), b.frames.end(),
+            [](const SourceFrame &x, const SourceFrame &y) {
+                return std::tie(x.file, x.line, x.function, x.module, x.inlined) <
+                       std::tie(y.file, y.line, y.function, y.module, y.inlined);
+            });
+    }
+
+    const Stacks &stacks_;
+    const ReportOptions &options_;
+    PlaceTable places_;
+    CallTree calls_;
+    Report report_;
+    uint64_t highest_peak_ = 0;
+    std::vector<StackUse> uses_;   ///< by StackId
+    std::vector<RowState> states_; ///< by row
+    std::unordered_map<PlaceIds, uint32_t, KeyHash> row_numbers_;
+    std::unordered_map<PlaceIds, size_t, KeyHash> fault_numbers_;
+};
+
+} // namespace
+
+Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
+                   const Symbols &symbols, const ReportOptions &options)
+{
+    std::vector<const Process *> in_order;
+    for (const Process &process : processes) {
+        in_order.push_back(&process);
+    }
+    std::stable_sort(in_order.begin(), in_order.end(),
+                     [](const auto *a, const auto *b) { return a->recording < b->recording; });
+    Builder builder(stacks, symbols, options);
+    const Process *previous = nullptr;
+    for (const Process *process : in_order) {
+        builder.add_process(*process,
+                            previous == nullptr || previous->recording != process->recording);
+        previous = process;
+    }
+    return builder.finish();
+}
+
+std::vector<std::string> read_suppressions(const std::string &path)
+{
+    Input input(path);
+    std::string text;
+    std::vector<char> buffer(65536);
+    for (size_t size = input.read(buffer); size != 0; size = input.read(buffer)) {
+        text.append(buffer.data(), size);
+    }
+    std::vector<std::string> patterns;
+    size_t number = 0;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        std::string_view line(text.data() + begin, end - begin);
+        begin = end + 1;
+        number++;
+        const auto first = std::min(line.find_first_not_of(" \t\r"), line.size());
+        line.remove_prefix(first);
+        line = line.substr(0, line.find_last_not_of(" \t\r") + 1);
+        if (line.empty() || line.starts_with('#')) {
+            continue;
+        }
+        if (!line.starts_with("leak:") || line.size() == 5) {
+            throw InputError(input.name() + ", line " + std::to_string(number) + ": '" +
+                             std::string(line.substr(0, 80)) +
+                             "' is neither leak:PATTERN nor a comment");
+        }
+        patterns.emplace_back(line.substr(5));
+    }
+    return patterns;
 }
 
 } // namespace vektrace

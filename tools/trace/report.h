@@ -34,9 +34,9 @@ struct ReportOptions {
     size_t top = 20;    ///< rows in the text; 0: all. Other formats have all rows
     std::string filter; ///< a regular expression (ECMAScript): only sites with a frame whose
                         ///< function, file or module it matches somewhere
-    std::vector<std::string> suppressed; ///< patterns with * and ?, as in `leak:pattern`; a pattern
-                                         ///< matches anywhere in a function, file or module of any
-                                         ///< frame, as those of leak checkers do
+    /// Patterns as in `leak:pattern`: * stands for any text, ^ and $ for the beginning and the end.
+    /// A pattern matches anywhere in the function, file or module of any frame.
+    std::vector<std::string> suppressed;
 };
 
 /** A frame of a site or a fault, ready to print. */
@@ -46,6 +46,7 @@ struct SourceFrame {
     unsigned line = 0;
     std::string module;   ///< the file's last name; empty if unknown
     bool inlined = false; ///< inlined into the next frame
+    bool library = false; ///< the library's own code: of its module, or from one of its headers
     bool operator==(const SourceFrame &) const = default;
 };
 
@@ -65,8 +66,8 @@ struct Numbers {
 /** Sites that count as one: the same function, file and line (or what the grouping says). */
 struct Row {
     /// The innermost frame outside the library, then the frames it was inlined into; with
-    /// Grouping::stack the whole stack, innermost first. For function, file and module only these
-    /// fields are set in one frame.
+    /// Grouping::stack the whole stack, innermost first. For function, file and module one frame
+    /// with only these fields; the function's has its module, too, and so has an unknown file's.
     std::vector<SourceFrame> frames;
     std::vector<std::string> through; ///< the library's functions that the site called, sorted
     ChainEnd end = ChainEnd::none;    ///< cut or limited if any of its chains is
@@ -85,7 +86,7 @@ struct ReportFault {
     uint64_t first_line = 0;
     uint64_t block = 0;
     uint64_t bytes = 0;
-    std::string input;
+    std::string input; ///< of the first one
 };
 
 /** A node of the tree of calls, outermost functions first: for the flame graph. */
@@ -95,6 +96,7 @@ struct CallNode {
     Amount live; ///< with all children
     Amount at_peak;
     Amount total;
+    uint64_t short_lived = 0;
     std::vector<CallNode> children; ///< by name
 };
 

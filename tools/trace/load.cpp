@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "load.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <utility>
+
+#include <fmt/core.h>
+
+namespace vektrace {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class Loader {
+public:
+    Loader(const ModuleMap &modules, Stacks &stacks, const LoadProgress &progress)
+        : modules_(modules), stacks_(stacks), progress_(progress)
+    {
+    }
+
+    void load(const std::string &input)
+    {
+        std::error_code error;
+        if (input != "-" && fs::is_directory(input, error)) {
+            load_folder(input);
+        } else {
+            load_file(input, input);
+        }
+    }
+
+    std::vector<Process> take() { return std::move(processes_); }
+
+private:
+    void load_folder(const std::string &folder)
+    {
+        const std::vector<std::string> files = files_of(folder);
+        if (files.empty()) {
+            throw InputError(fmt::format(
+                "{}: no recording: the folder has no file whose name ends in .vekrec", folder));
+        }
+        const size_t first = processes_.size();
+        for (const std::string &file : files) {
+            load_file(file, folder);
+        }
+        read_status(folder, first);
+    }
+
+    static std::vector<std::string> files_of(const std::string &folder)
+    {
+        std::vector<std::string> files;
+        std::error_code error;
+        for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+             entry.increment(error)) {
+            if (entry->path().extension() == ".vekrec") {
+                files.push_back(entry->path().string());
+            }
+        }
+        if (error) {
+            throw InputError(folder + ": " + error.message());
+        }
+        std::sort(files.begin(), files.end());
+        return files;
+    }
+
+    void load_file(const std::string &file, const std::string &recording)
+    {
+        Process process;
+        process.input = file;
+        process.recording = recording;
+        const auto show = [&](const Progress &progress) { progress_(file, progress); };
+        const bool binary = is_recording(file);
+        Input input(file);
+        process.facts = binary ? read_recording(input, stacks_, process.history, show)
+                               : read_lines(input, modules_, stacks_, process.history, show);
+        process.history.finish();
+        if (!binary && process.facts.lines == process.facts.foreign_lines) {
+            throw InputError(no_trace(input.name(), process.facts));
+        }
+        if (process.facts.exit_status) {
+            process.status = *process.facts.exit_status & 0xff;
+        }
+        processes_.push_back(std::move(process));
+    }
+
+    static std::string no_trace(const std::string &name, const InputFacts &facts)
+    {
+        if (facts.lines == 0) {
+            return name + ": empty: neither a recording nor trace lines (run the program with "
+                          "vek-record, or with VEK_MALLOC_TRACE=1)";
+        }
+        return fmt::format("{}: neither a recording nor trace lines: none of its {} lines is one. "
+                           "The first is: {}",
+                           name, facts.lines,
+                           facts.first_foreign.empty() ? "" : facts.first_foreign[0].text);
+    }
+
+    // The script's file knows how the process that it started ended, even by a signal. After exec,
+    // that is the last recording of this number.
+    void read_status(const std::string &folder, size_t first)
+    {
+        std::ifstream file(fs::path(folder) / "status");
+        uint32_t pid = 0;
+        unsigned status = 0;
+        if (!(file >> pid >> status)) {
+            return;
+        }
+        Process *last = nullptr;
+        for (size_t i = first; i < processes_.size(); ++i) {
+            const InputFacts &facts = processes_[i].facts;
+            if (facts.pid == pid && (last == nullptr || facts.start >= last->facts.start)) {
+                last = &processes_[i];
+            }
+        }
+        if (last != nullptr) {
+            last->status = status;
+        }
+    }
+
+    const ModuleMap &modules_;
+    Stacks &stacks_;
+    const LoadProgress &progress_;
+    std::vector<Process> processes_;
+};
+
+} // namespace
+
+std::vector<Process> load(const std::vector<std::string> &inputs, const ModuleMap &modules,
+                          Stacks &stacks, const LoadProgress &progress)
+{
+    Loader loader(modules, stacks, progress);
+    for (const std::string &input : inputs) {
+        loader.load(input);
+    }
+    return loader.take();
+}
+
+} // namespace vektrace
