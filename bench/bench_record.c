@@ -66,9 +66,7 @@ static void clean(void)
     glob_t found;
     snprintf(pattern, sizeof pattern, "%s/*", folder);
     if (glob(pattern, 0, NULL, &found) == 0) {
-        for (size_t i = 0; i != found.gl_pathc; ++i) {
-            remove(found.gl_pathv[i]);
-        }
+        for (size_t i = 0; i != found.gl_pathc; ++i) { remove(found.gl_pathv[i]); }
         globfree(&found);
     }
 }
@@ -90,9 +88,7 @@ static double run(enum Way way, const char *self, const char *recorder)
 {
     clean();
     int ends[2];
-    if (pipe(ends) != 0) {
-        return 0;
-    }
+    if (pipe(ends) != 0) { return 0; }
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDOUT_FILENO);
@@ -141,9 +137,7 @@ int main(int argc, char **argv)
         return 2;
     }
     char self[256] = "";
-    if (readlink("/proc/self/exe", self, sizeof self - 1) < 0) {
-        return 1;
-    }
+    if (readlink("/proc/self/exe", self, sizeof self - 1) < 0) { return 1; }
     static double times[WAYS][MOST_ROUNDS];
     double bytes[WAYS] = {0};
     for (int round = 0; round != rounds; ++round) {

@@ -57,10 +57,11 @@ struct Walk {
 static _Unwind_Reason_Code visit(struct _Unwind_Context *context, void *data)
 {
     struct Walk *const walk = data;
-    if (walk->count == walk->capacity) {
+    void *const address = (void *)_Unwind_GetIP(context);
+    if (walk->count == walk->capacity || address == NULL) { /* null: nobody called the last one */
         return _URC_NORMAL_STOP;
     }
-    walk->addresses[walk->count++] = (void *)_Unwind_GetIP(context);
+    walk->addresses[walk->count++] = address;
     return _URC_NO_REASON;
 }
 
@@ -134,7 +135,10 @@ static bool is_code_with_tables(uintptr_t address)
     return _Unwind_FindEnclosingFunction((void *)address) != NULL;
 }
 
-static bool is_end_of_stack(uintptr_t address) { return is_code_with_tables(address); }
+static bool is_end_of_stack(uintptr_t address)
+{
+    return is_code_with_tables(address);
+}
 #endif
 
 /* ---- Taking a chain ---- */
@@ -178,7 +182,8 @@ void take_chain(struct Chain *chain, const void *charged, const void *caller, bo
     while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain(caller)) {
         ++own;
     }
-    if (own == end || own == OWN_FRAMES) { /* depth 1, or not even the recorder's frames were left */
+    if (own == end ||
+        own == OWN_FRAMES) { /* depth 1, or not even the recorder's frames were left */
         stack[own = 0] = (void *)caller;
         end = wanted != 0;
     }

@@ -34,7 +34,7 @@ static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static __thread bool is_busy;
 
 static char path[PATH_MAX];
-static bool is_open;          /* the file has been made */
+static bool is_open;           /* the file has been made */
 static const char *first_note; /* null: none */
 static bool has_forked;
 
@@ -46,8 +46,14 @@ static struct timespec start;
 static uint64_t last_time; /* milliseconds since the start */
 static unsigned clock_interval = 1, events_until_clock = 1;
 
-static int get_state(void) { return __atomic_load_n(&state, __ATOMIC_ACQUIRE); }
-static void set_state(int to) { __atomic_store_n(&state, to, __ATOMIC_RELEASE); }
+static int get_state(void)
+{
+    return __atomic_load_n(&state, __ATOMIC_ACQUIRE);
+}
+static void set_state(int to)
+{
+    __atomic_store_n(&state, to, __ATOMIC_RELEASE);
+}
 
 /* ---- The beginning ---- */
 
@@ -139,7 +145,10 @@ static void open_recording(void)
     pthread_setcancelstate(cancel_state, NULL);
 }
 
-void record_note_at_start(const char *note) { first_note = note; }
+void record_note_at_start(const char *note)
+{
+    first_note = note;
+}
 
 /* ---- Events, under the lock ---- */
 
@@ -322,8 +331,9 @@ static void after_fork_in_parent(void)
     }
     if (is_open && !has_forked) {
         has_forked = true;
-        write_note("The process forked. What its children did before they started another program is "
-                   "not recorded.");
+        write_note(
+            "The process forked. What its children did before they started another program is "
+            "not recorded.");
     }
     pthread_mutex_unlock(&lock);
 }
@@ -379,4 +389,7 @@ bool is_recording(void)
     return get_state() == ON;
 }
 
-__attribute__((constructor)) static void prepare_at_load(void) { is_recording(); }
+__attribute__((constructor)) static void prepare_at_load(void)
+{
+    is_recording();
+}
