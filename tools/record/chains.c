@@ -59,7 +59,7 @@ static _Unwind_Reason_Code visit(struct _Unwind_Context *context, void *data)
     struct Walk *const walk = data;
     void *const address = (void *)_Unwind_GetIP(context);
     if (walk->count == walk->capacity || address == NULL) { /* null: nobody called the last one */
-        return _URC_NORMAL_STOP;
+        return _URC_END_OF_STACK;
     }
     walk->addresses[walk->count++] = address;
     return _URC_NO_REASON;

@@ -21,7 +21,7 @@
 
 #include "record.h"
 
-enum { LONGEST_COMMAND = 1 << 15, CLOCK_EVENTS = 64, CLOCK_STEP = 16 };
+enum { LONGEST_COMMAND = 1 << 13, CLOCK_EVENTS = 64, CLOCK_STEP = 16 };
 
 extern const ElfW(Ehdr) __ehdr_start; /* of this library; the linker defines it */
 
@@ -84,7 +84,7 @@ static void write_command(void)
         close(fd);
     }
     const char *const end = command + (size > 0 ? size : 0);
-    uint64_t count = 0;
+    size_t count = 0;
     for (const char *text = command; text < end; text += strlen(text) + 1) {
         ++count;
     }
