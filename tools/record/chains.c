@@ -15,6 +15,7 @@
 
 #include <sys/auxv.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 /* The folder with libunwind.h may hold an unwind.h of its own, so that one is not used here. */
 #include <unwind.h>
@@ -101,31 +102,27 @@ static bool is_in_loader(uintptr_t address)
 }
 
 #ifdef __arm__
-/* Every complete chain ends in the C library, in the code that calls main() or a thread's function:
- * the unwinder does not show what calls that. This code lies next to these functions. */
-static uintptr_t program_start, thread_start;
-
-static bool is_near(uintptr_t address, uintptr_t function)
-{
-    const uintptr_t distance = address > function ? address - function : function - address;
-    return function != 0 && distance < 4096;
-}
+/* The unwinder shows neither code without unwind tables nor what starts a program or a thread. A
+ * complete chain of the main thread ends in the code that calls main(), which lies next to this
+ * function. What calls a thread's function has no tables itself, so the ends of other threads'
+ * chains all look the same and count as complete. */
+static uintptr_t program_start;
 
 static void find_ends(void)
 {
     program_start = plain(dlsym(RTLD_DEFAULT, "__libc_start_main"));
-    thread_start = plain(dlsym(RTLD_DEFAULT, "pthread_create"));
 }
 
 static bool is_code_with_tables(uintptr_t address)
 {
-    (void)address; /* the unwinder does not show code that has none */
+    (void)address;
     return true;
 }
 
 static bool is_end_of_stack(uintptr_t address)
 {
-    return is_near(address, program_start) || is_near(address, thread_start);
+    const uintptr_t low = address < program_start ? address : program_start;
+    return address + program_start - 2 * low < 4096 || gettid() != getpid();
 }
 #else
 static void find_ends(void) {}
