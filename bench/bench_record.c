@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* usage: bench_record VEK-RECORD [ROUNDS]
  *
- * What watching costs: the processor time of an allocation and its release, and the bytes that are written
- * about them, on a stack of 16 frames, with main() and the C library's three below it. Runs itself without anything, with the library's trace
- * lines in a file, and under vek-record, in turns, and prints the median of each.
+ * What watching costs: the processor time of an allocation and its release, and the bytes that are
+ * written about them. The stack has 16 frames, those of main() and of its callers among them. Runs
+ * itself without anything, with the library's trace lines in a file, and under vek-record, in turns,
+ * and prints the median of each.
  */
 #include <fcntl.h>
 #include <glob.h>

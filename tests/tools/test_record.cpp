@@ -53,7 +53,7 @@ struct Record : testing::Test {
     void SetUp() override { fs::create_directories(folder); }
     void TearDown() override { fs::remove_all(folder); }
 
-    /** Runs a shell command; $R is the script with its -o, $P the program. Returns what wait does. */
+    /** Runs a shell command; $R is the script with its -o, $P the program. Returns its status. */
     int run(const std::string &command)
     {
         fs::remove_all(where);

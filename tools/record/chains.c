@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* Call chains: taking them, and the table of those that have a number.
  *
- * On x86-64, libunwind takes a chain many times faster than libgcc does, because it remembers how to
- * leave the code at each address. What it remembers is wrong once a module was unloaded and another
- * one took its place, so libgcc takes the chains from then on. On other machines libgcc takes them
- * all. The copy of libgcc in here is private.
+ * On x86-64, libunwind takes a chain many times faster than libgcc does, because it remembers how
+ * to leave the code at each address. What it remembers is wrong once a module was unloaded and
+ * another one took its place, so libgcc takes the chains from then on. On other machines libgcc
+ * takes them all. The copy of libgcc in here is private.
  *
  * The table holds hashes alone. With a million chains, two of them have the same 64 bits with a
  * probability of 1 to 37 million.
@@ -36,8 +36,8 @@ static uintptr_t plain(const void *address)
 
 /* ---- The two unwinders ---- */
 
-/* libunwind's, null if it is not there. It is loaded aside, so that its names never take the place of
- * libgcc's in the program. */
+/* libunwind's, null if it is not there. It is loaded aside, so that its names never take the place
+ * of libgcc's in the program. */
 static int (*fast_backtrace)(void **addresses, int count);
 
 static void find_fast_backtrace(void)

@@ -3,8 +3,8 @@
  * the library leave no file. A forked child stops recording, because the file is its parent's; what
  * it executes records itself.
  *
- * A thread takes its chain, and looks at what needs the loader, before it takes the lock: the loader
- * may wait for code that allocates.
+ * A thread takes its chain, and looks at what needs the loader, before it takes the lock: the
+ * loader may wait for code that allocates.
  */
 #include <errno.h>
 #include <fcntl.h>
@@ -152,8 +152,8 @@ void record_note_at_start(const char *note)
 
 /* ---- Events, under the lock ---- */
 
-/* Writes the time. The clock is read at every event of a program that allocates seldom, and at every
- * 64th of one that allocates all the time. */
+/* Writes the time. The clock is read at every event of a program that allocates seldom, and at
+ * every 64th of one that allocates all the time. */
 static void write_time(void)
 {
     if (--events_until_clock != 0) {

@@ -55,8 +55,8 @@ static uint8_t with_result(unsigned fields, const void *result)
 /* Frames and return addresses must be those of the operations in the table. */
 #define IN_OPERATION __attribute__((always_inline)) inline
 
-/* Records an event that was charged to `charged`. Inlined, because each function between here and the
- * unwinder costs a frame. */
+/* Records an event that was charged to `charged`. Inlined, because each function between here and
+ * the unwinder costs a frame. */
 static IN_OPERATION void record(const struct Event *event, const void *charged)
 {
     const int error = errno;
@@ -211,8 +211,8 @@ static void find_originals_in(void *library)
     *(void **)&original_get = dlsym(library, "__vek_default_get_memory_vtable");
 }
 
-/* At load, because a thread that looks names up waits for another one's dlopen(), which may wait for
- * the first use of the allocator. */
+/* At load, because a thread that looks names up waits for another one's dlopen(), which may wait
+ * for the first use of the allocator. */
 __attribute__((constructor)) static void find_originals(void)
 {
     if (original_set == NULL) {

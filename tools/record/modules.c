@@ -190,7 +190,7 @@ static size_t path_of(const struct Module *module, char path[PATH_MAX])
     char name[PATH_MAX + 1];
     memcpy(name, module->name, module->name_size);
     name[module->name_size] = '\0';
-    /* A name without a slash is no file's: it is the part of the system that is in every process. */
+    /* A name without a slash is no file's: the kernel gives such a module to every process. */
     if (strchr(name, '/') != NULL && realpath(name, path) != NULL) {
         return strlen(path);
     }

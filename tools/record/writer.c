@@ -42,8 +42,8 @@ static bool is_mapped;
 
 /* ---- The file ---- */
 
-/* Writes to standard error. If nobody reads that, or it is a file that is too large, the program must
- * not die of the signal. */
+/* Writes to standard error. If nobody reads that, or it is a file that is too large, the program
+ * must not die of the signal. */
 static void write_message(const char *text, size_t size)
 {
     const struct timespec now = {0, 0};
