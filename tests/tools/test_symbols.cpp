@@ -304,6 +304,25 @@ TEST_F(FilesTest, LessDebugInformationGivesLess)
     EXPECT_TRUE(symbols.problems.empty());
 }
 
+TEST_F(FilesTest, NestedFunctionsOfCAreFound)
+{
+    std::ofstream(path("nested.c"))
+        << "int use(int (*f)(int));\n"
+           "int outer(int x)\n"
+           "{\n"
+           "    __attribute__((noinline)) int nested(int y)\n"
+           "    {\n"
+           "        __asm__(\"nop; .globl mark_nested; mark_nested:\");\n"
+           "        return x + y;\n"
+           "    }\n"
+           "    return use(nested);\n"
+           "}\n";
+    ASSERT_TRUE(run("gcc -g -O2 -fPIC -shared -nostdlib -o nested.so nested.c"));
+    addresses_ = marks("nested.so");
+    const Symbols symbols = resolve_mark("nested", {path("nested.so"), {}}, {});
+    EXPECT_EQ(symbols.places[0], (Places{{"outer::nested", path("nested.c"), 6}}));
+}
+
 TEST_F(FilesTest, RelativeNamesStayRelative)
 {
     ASSERT_TRUE(run("mkdir build"));
