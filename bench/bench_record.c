@@ -2,9 +2,9 @@
 /* usage: bench_record VEK-RECORD [ROUNDS]
  *
  * What watching costs: the processor time of an allocation and its release, and the bytes that are
- * written about them. The stack has 16 frames, those of main() and of its callers among them. Runs
- * itself without anything, with the library's trace lines in a file, and under vek-record, in turns,
- * and prints the median of each.
+ * written about them. The stack has 16 frames, those of main() and of its callers among them. The
+ * program runs itself without anything, with trace lines in a file, and under vek-record, in turns,
+ * and prints the medians.
  */
 #include <fcntl.h>
 #include <glob.h>

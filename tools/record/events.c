@@ -25,7 +25,8 @@ enum { LONGEST_COMMAND = 1 << 13, CLOCK_EVENTS = 64, CLOCK_STEP = 16 };
 
 extern const ElfW(Ehdr) __ehdr_start; /* of this library; the linker defines it */
 
-static enum { UNPREPARED, OFF, ON } state;
+enum { UNPREPARED, OFF, ON };
+static int state;
 static pthread_once_t prepared = PTHREAD_ONCE_INIT;
 static pthread_once_t opened = PTHREAD_ONCE_INIT;
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;

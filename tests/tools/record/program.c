@@ -105,8 +105,12 @@ static int table(void)
     return vek_get_memory_vtable()->realloc == own_realloc;
 }
 
+/* Fills more than one window, after closing files that it does not know, as daemons do. */
 static int many(void)
 {
+    kept = vek_malloc(1);
+    for (int fd = 3; fd != 1024; ++fd) { close(fd); }
+    vek_free(kept);
     for (size_t i = 0; i != 200000; ++i) { vek_free(vek_malloc(i % 1000 + 1)); }
     return 7;
 }
