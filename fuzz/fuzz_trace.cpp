@@ -1,6 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Reads fuzzed input as vek-trace does and writes every report about it. The input's first byte says
- * what it is: trace lines, a recording, a copy of /proc/PID/maps, or a file that such a copy names. */
+/* Reads fuzzed input as vek-trace does and writes every report about it. The input's first byte
+ * says what it is: trace lines, a recording, a copy of /proc/PID/maps, or an ELF file that such a
+ * copy names. */
 #include "input.h"
 #include "reader.h"
 #include "report.h"

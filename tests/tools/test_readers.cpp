@@ -178,25 +178,20 @@ TEST(Lines, AreFoundBetweenAnyBytes)
 
 TEST(Lines, MissingNumbersAreCounted)
 {
-    struct Row {
-        std::vector<int> numbers;
-        uint64_t missing;
-    };
-    const Row rows[] = {
+    const std::pair<std::vector<int>, uint64_t> rows[] = {
         {{}, 0},
-        {{7}, 0},
         {{3, 1, 2}, 0},
         {{1, 2, 5, 4, 9}, 4},
         {{INT32_MAX - 1, INT32_MIN, INT32_MAX}, 0},
         {{-2, 1}, 2},
         {{-5, -4, 1}, 4},
     };
-    for (const Row &row : rows) {
+    for (const auto &[numbers, missing] : rows) {
         std::string text;
-        for (const int number : row.numbers) {
+        for (const int number : numbers) {
             text += "0x1: vek_malloc(1) => (nil) [#" + std::to_string(number) + "]\n";
         }
-        EXPECT_EQ(lines_of(text).facts.missing_numbers, row.missing) << text;
+        EXPECT_EQ(lines_of(text).facts.missing_numbers, missing) << text;
     }
 }
 
@@ -234,10 +229,10 @@ public:
         return this->number(static_cast<uint64_t>(number) << 1 ^
                             static_cast<uint64_t>(number >> 63));
     }
-    Recording &text(const std::string &text)
+    Recording &text(const std::string &text) { return number(text.size()).raw(text); }
+    Recording &raw(const std::string &more)
     {
-        number(text.size());
-        bytes += text;
+        bytes += more;
         return *this;
     }
     Recording &module(uint64_t bias, uint64_t start, uint64_t size, const std::string &path)
@@ -391,7 +386,6 @@ TEST(Recordings, AreReadAcrossBuffers)
 
 TEST(Recordings, SayWhatCannotBeUnderstood)
 {
-    const std::string huge(2500000, 'x');
     const std::pair<Recording, const char *> rows[] = {
         {Recording().type(10), "its type is unknown"},
         {Recording().type(VEKRECORD_FREE, VEKRECORD_FAILED), "its type is unknown"},
@@ -401,43 +395,40 @@ TEST(Recordings, SayWhatCannotBeUnderstood)
         {Recording().type(VEKRECORD_CHAIN).number(4).number(0), "a chain has unknown flags"},
         {Recording(4).module(0, 0xffffffff, 1, ""), "a module reaches beyond the last address"},
         {Recording().type(VEKRECORD_NOTE).number(most), "a text is too long"},
-        {Recording().type(VEKRECORD_NOTE).text(huge), "a text is too long"},
+        {Recording().type(VEKRECORD_NOTE).text(std::string(2500000, 'x')), "a text is too long"},
+        {Recording().type(VEKRECORD_TIME).raw(std::string(9, '\xff') + "\x02"),
+         "a number has more than 64 bits"},
+        {Recording().type(VEKRECORD_COMMAND).number(most).raw(std::string(1100000, '\0')),
+         "it is too long"},
     };
     for (const auto &[recording, reason] : rows) {
         EXPECT_EQ(recording.read().facts.broken,
                   "the record at byte 24 cannot be understood: " + std::string(reason));
     }
-    Recording numbers;
-    numbers.type(VEKRECORD_TIME).bytes += std::string(9, '\xff') + "\x02";
-    EXPECT_TRUE(numbers.read().facts.broken.ends_with("a number has more than 64 bits"));
-    Recording endless;
-    endless.type(VEKRECORD_COMMAND).number(most).bytes += std::string(1100000, '\0');
-    EXPECT_TRUE(endless.read().facts.broken.ends_with("it is too long"));
     EXPECT_EQ(Recording().type(VEKRECORD_BROKEN).text("disk full").type(99).read().facts.broken,
               "disk full");
 }
 
 TEST(Recordings, AreKnownByTheirHeader)
 {
-    const std::string good = Recording().bytes;
-    const auto changed = [&](size_t place, char c) {
-        std::string bytes = good;
-        bytes[place] = c;
-        return bytes;
+    struct Row {
+        size_t place;
+        char byte;
+        const char *message;
     };
-    const std::pair<std::string, const char *> rows[] = {
-        {"", "memory: this is no recording"},
-        {changed(0, 'v'), "memory: this is no recording"},
-        {good.substr(0, 23), "memory: the recording ends within its header"},
-        {changed(6, '2'), "memory: this recording has version 2, and this vek-trace reads version "
-                          "1; use the vek-trace that belongs to the vek-record"},
-        {changed(8, 3), "memory: the recording is damaged: its byte order is 3"},
+    const Row rows[] = {
+        {0, 'v', "this is no recording"},
+        {6, '2',
+         "this recording has version 2, and this vek-trace reads version 1; use the "
+         "vek-trace that belongs to the vek-record"},
+        {8, 3, "the recording is damaged: its byte order is 3"},
+        {9, 2, "the recording is damaged: its addresses have 2 bytes"},
     };
-    for (const auto &[bytes, message] : rows) {
+    for (const Row &row : rows) {
         Recording recording;
-        recording.bytes = bytes;
-        EXPECT_EQ(message_of([&] { recording.read(); }), message);
-        EXPECT_EQ(is_recording(File(bytes).path()), bytes.starts_with("VEKREC"));
+        recording.bytes[row.place] = row.byte;
+        EXPECT_EQ(message_of([&] { recording.read(); }), "memory: " + std::string(row.message));
+        EXPECT_EQ(is_recording(File(recording.bytes).path()), row.place != 0);
     }
     EXPECT_FALSE(is_recording("/"));
     EXPECT_FALSE(is_recording("-"));

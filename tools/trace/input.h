@@ -19,8 +19,8 @@ struct InputError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/** At most 120 bytes that show a text of any bytes: unprintable ones as "\x1b", and "..." at the end
- *  if it is longer. */
+/** At most 120 bytes that show a text of any bytes: unprintable ones as "\x1b", and "..." at the
+ *  end if it is longer. */
 std::string printable(std::string_view text);
 
 /** How far a reader is. Called about once for every chunk. */

@@ -179,8 +179,8 @@ bool read_line(std::string_view text, TraceLine &result)
            line.at_end();
 }
 
-/** Counts the numbers of allocations. They are those of a 32-bit counter, so one that seems far below
- *  the one before is above it, and the other way round. */
+/** Counts the numbers of allocations. They are those of a 32-bit counter, so one that seems far
+ *  below the one before is above it, and the other way round. */
 class Numbers {
 public:
     void add(int32_t number)
@@ -241,8 +241,8 @@ public:
     {
     }
 
-    /** Takes the lines of the text and returns how many bytes at its end are no whole line. The next
-     *  text begins with them. */
+    /** Takes the lines of the text and returns how many bytes at its end are no whole line. The
+     *  next text begins with them. */
     size_t add(std::string_view text)
     {
         for (;;) {

@@ -134,7 +134,7 @@ struct OpenFile {
     const int fd;
 };
 
-/** Finds out which bias puts the file's code where it is mapped. Without it, the answer is empty. */
+/** Finds out which bias puts the file's code where it is mapped, if the file is there. */
 std::optional<uint64_t> bias_in_file(const std::string &file, const std::vector<Mapping> &mappings)
 {
     constexpr uint64_t smallest_page = 4096;

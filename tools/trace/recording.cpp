@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Recordings to events. vekrecord_format.h describes the format. A recording may have ended anywhere
-// and may have been damaged on its way, so nothing in it is believed before it has been checked.
+// Recordings to events. vekrecord_format.h describes the format. A recording may end anywhere, and
+// it may be damaged, so nothing in it is believed before it has been checked.
 #include "reader.h"
 
 #include <algorithm>
@@ -292,8 +292,8 @@ void Decoder::add_module(Fields &fields)
     if (start > highest_address_ || size > highest_address_ - start) {
         throw Malformed{"a module reaches beyond the last address"};
     }
-    // On a 32-bit device a bias can stand for a negative one: addresses in the file are computed with
-    // 64 bits here.
+    // On a 32-bit device a bias can stand for a negative one: addresses in the file are computed
+    // with 64 bits here.
     if (bias > start) {
         bias |= ~highest_address_;
     }
