@@ -152,7 +152,7 @@ function rowFacts(row) {
   if (report.recordings > 1) {
     facts.push(["Recordings", `${row.recordings} have it, it grows on ${row.growing}`]);
   } else if (row.growing) {
-    facts.push(["Growing", "more is live at the end than in the first half of the run"]);
+    facts.push(["Growing", "more is live at the end than before the middle of the run"]);
   }
   return row.suppressed ? [...facts, ["Suppressed", "yes"]] : facts;
 }
