@@ -12,9 +12,9 @@ const columns = [
     show: (value) => percent(value, report.totals.peak.bytes), width: "medium" },
   { id: "total", name: "Bytes ever", value: (row) => row.total.bytes, show: bytes, width: "wide" },
   { id: "count", name: "Blocks ever", value: (row) => row.total.blocks, show: count,
-    width: "wide" },
+    width: "widest" },
   { id: "short-lived", name: "Short-lived", value: (row) => row.short_lived, show: count,
-    width: "wide" },
+    width: "widest" },
 ];
 const table = { rows: report.rows, sort: report.sort, descending: true, limit: 100, search: "" };
 
