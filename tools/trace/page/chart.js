@@ -133,8 +133,13 @@ function drawPeak(svg, shown) {
     drawLabel(svg, "peak-label", highest[chart.axis], chart.y(highest.bytes) - 9,
       `Peak ${bytes(highest.bytes)}`);
     element("run-chart").setAttribute("aria-label",
-      `Live bytes over the run; the peak is ${bytes(highest.bytes)} ${moment(highest)}`);
+      `Live bytes over the run; the peak is ${bytes(highest.bytes)} ${chartMoment(highest)}`);
   }
+}
+
+// The moment as the axis has it.
+function chartMoment(at) {
+  return moment(chart.axis === "event" ? { event: at.event } : at);
 }
 
 function makeDot(at, index) {
@@ -221,12 +226,12 @@ function moveCursor(position) {
       continue;
     }
     if (!inside || !shown.includes(series)) {
-      series.value.textContent = `peak ${bytes(totals.peak.bytes)} ${moment(totals.peak)}, `
+      series.value.textContent = `peak ${bytes(totals.peak.bytes)} ${chartMoment(totals.peak)}, `
         + `${bytes(totals.live.bytes)} at the end`;
       continue;
     }
     const found = moments[momentAt(moments, at)];
-    series.value.textContent = `${amount(found)} ${moment(found)}`;
+    series.value.textContent = `${amount(found)} ${chartMoment(found)}`;
     chart.cursor.append(makeDot(found, series.index));
   }
 }
