@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* usage: bench_record VEK-RECORD [ROUNDS]
  *
- * What watching costs: the processor time of an allocation and its release, and the bytes that are written
- * about them, on a stack of 16 frames, with main() and the C library's three below it. Runs itself without anything, with the library's trace
- * lines in a file, and under vek-record, in turns, and prints the median of each.
+ * What watching costs: the processor time of an allocation and its release, and the bytes that are
+ * written about them. The stack has 16 frames, those of main() and of its callers among them. Runs
+ * itself without anything, with the library's trace lines in a file, and under vek-record, in turns,
+ * and prints the median of each.
  */
 #include <fcntl.h>
 #include <glob.h>
@@ -66,9 +67,7 @@ static void clean(void)
     glob_t found;
     snprintf(pattern, sizeof pattern, "%s/*", folder);
     if (glob(pattern, 0, NULL, &found) == 0) {
-        for (size_t i = 0; i != found.gl_pathc; ++i) {
-            remove(found.gl_pathv[i]);
-        }
+        for (size_t i = 0; i != found.gl_pathc; ++i) { remove(found.gl_pathv[i]); }
         globfree(&found);
     }
 }
@@ -90,9 +89,7 @@ static double run(enum Way way, const char *self, const char *recorder)
 {
     clean();
     int ends[2];
-    if (pipe(ends) != 0) {
-        return 0;
-    }
+    if (pipe(ends) != 0) { return 0; }
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDOUT_FILENO);
@@ -141,9 +138,7 @@ int main(int argc, char **argv)
         return 2;
     }
     char self[256] = "";
-    if (readlink("/proc/self/exe", self, sizeof self - 1) < 0) {
-        return 1;
-    }
+    if (readlink("/proc/self/exe", self, sizeof self - 1) < 0) { return 1; }
     static double times[WAYS][MOST_ROUNDS];
     double bytes[WAYS] = {0};
     for (int round = 0; round != rounds; ++round) {

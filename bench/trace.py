@@ -18,7 +18,7 @@ TURNS = 3
 COMMANDS = {
     "lines": "{vek_trace} report --format text trace.lines",
     "heaptrack": "/usr/lib/heaptrack/libexec/heaptrack_interpret < trace.heaptrack > trace.steps"
-                 " && heaptrack_print -f trace.steps",
+                 " 2> trace.log && heaptrack_print -f trace.steps",
     "mtrace": "mtrace trace.mtrace",
 }
 NAMES = {"lines": "vek-trace", "heaptrack": "heaptrack", "mtrace": "mtrace"}
@@ -54,7 +54,7 @@ def main():
         for form, command in COMMANDS.items():
             command = command.format(vek_trace=shlex.quote(os.path.realpath(vek_trace)))
             turns[form].append(measure(command, folder))
-    for path in [*paths, os.path.join(folder, "trace.steps")]:
+    for path in [*paths, *(os.path.join(folder, name) for name in ("trace.steps", "trace.log"))]:
         os.remove(path)
 
     print(f"{events:12,} events{'s':>9}{'ratio':>9}{'MB':>9}{'ratio':>9}")

@@ -147,7 +147,8 @@ private:
 
     unsigned site() { return static_cast<unsigned>(random_() % sites); }
 
-    /** A site asks for one of few sizes. Small blocks are frequent. */
+    /** A site asks for one of four sizes: with many more, heaptrack runs out of memory. Small
+     *  blocks are frequent. */
     uint64_t bytes(unsigned site) { return (site % 5 + 1) * (4U << site % 7) + random_() % 4 * 8; }
 
     /** Takes the latest block or any other, each in half of the cases. */
@@ -171,9 +172,10 @@ private:
 
     void resize()
     {
-        const Block old = take();
-        const Block &block = add(old.bytes * 2);
-        writer_.resize(site(), old.address, block.bytes, block.address);
+        const unsigned by = site();
+        const uint64_t old = take().address;
+        const Block &block = add(bytes(by));
+        writer_.resize(by, old, block.bytes, block.address);
     }
 
     void release() { writer_.release(site(), take().address); }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Resolves the code addresses on standard input (hexadecimal, one a line), as addr2line -fi does, so
-// that both can be compared: trace_symbols FILE <ADDRESSES
+// Resolves the code addresses on standard input (hexadecimal, one a line), as addr2line -fiC does,
+// so that both can be compared: trace_symbols FILE <ADDRESSES
 #include <cstdio>
 #include <iostream>
 #include <string>

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* A program whose leaks are known: leaky [plugin FILE] [exec] [fork] [kill]
+/* A program whose leaks are known: leaky [plugin FILE] [maps FILE] [exec] [fork] [kill]
  *
  * A comment that begins with "expect:" says what a report has for its line:
  *
@@ -10,8 +10,8 @@
  *
  * FUNCTION contains the line. No call here is the last thing that its function does: it would be a
  * jump, and leave no trace of the function. `plugin` opens leaky_plugin.so and closes it again,
- * `exec` runs this program as a child, `fork` has a child that no report shows, `kill` ends the
- * process by SIGKILL. */
+ * `maps` copies /proc/self/maps to FILE, `exec` runs this program as a child, `fork` has a child
+ * that no report shows, `kill` ends the process by SIGKILL. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -107,6 +107,7 @@ static NOINLINE void format_line(void)
     volatile char *line = vek_malloc(80); /* expect: short-lived line format_line 1000 */
     line[0] = '\0';
     vek_free((void *)line);
+    numbers[0] = 3;
 }
 
 static NOINLINE void *make_part(void)
@@ -170,6 +171,21 @@ static void use_plugin(const char *file)
     dlclose(plugin);
 }
 
+static void copy_maps(const char *file)
+{
+    FILE *in = fopen("/proc/self/maps", "r");
+    FILE *out = fopen(file, "w");
+    if (in == NULL || out == NULL) {
+        perror(file);
+        exit(2);
+    }
+    for (int c = getc(in); c != EOF; c = getc(in)) {
+        putc(c, out);
+    }
+    fclose(in);
+    fclose(out);
+}
+
 static void wait_for_child(pid_t child)
 {
     int status = 0;
@@ -190,6 +206,8 @@ int main(int argc, char **argv)
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "plugin") == 0 && i + 1 < argc) {
             use_plugin(argv[++i]);
+        } else if (strcmp(argv[i], "maps") == 0 && i + 1 < argc) {
+            copy_maps(argv[++i]);
         } else if (strcmp(argv[i], "exec") == 0) {
             const pid_t child = fork();
             if (child == 0) {
@@ -208,7 +226,7 @@ int main(int argc, char **argv)
         } else if (strcmp(argv[i], "kill") == 0) {
             raise(SIGKILL);
         } else {
-            fprintf(stderr, "usage: leaky [plugin FILE] [exec] [fork] [kill]\n");
+            fprintf(stderr, "usage: leaky [plugin FILE] [maps FILE] [exec] [fork] [kill]\n");
             return 2;
         }
     }

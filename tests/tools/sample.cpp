@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Code whose places are known. test_symbols compiles it with several compilers, for several formats
-// of debug information; it needs no library. A mark is the address after an instruction, as a return
-// address is. "line:" names the mark's line, or the line of a call.
+// of debug information; it needs no library. A mark is the address after an instruction, as a
+// return address is. "line:" names the mark's line, or the line of a call.
 #define MARK(name) __asm__ volatile("nop\n\t.globl mark_" name "\nmark_" name ":")
 #ifdef __clang__
 #define NOINLINE __attribute__((noinline))
@@ -64,8 +64,7 @@ NOINLINE int run(int x)
 extern "C" __attribute__((visibility("default"))) int plain(int x)
 {
     if (x < 0) {
-        MARK("cold"); // line: cold
-        leave();
+        leave(); // line: cold
     }
     return sample::run(x) + 1;
 }

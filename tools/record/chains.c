@@ -1,10 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /* Call chains: taking them, and the table of those that have a number.
  *
- * On x86-64, libunwind takes a chain many times faster than libgcc does, because it remembers how to
- * leave the code at each address. What it remembers is wrong once a module was unloaded and another
- * one took its place, so libgcc takes the chains from then on. On other machines libgcc takes them
- * all. The copy of libgcc in here is private.
+ * On x86-64, libunwind takes a chain many times faster than libgcc does, because it remembers how
+ * to leave the code at each address. What it remembers is wrong once a module was unloaded and
+ * another one took its place, so libgcc takes the chains from then on. On other machines libgcc
+ * takes them all. The copy of libgcc in here is private.
  *
  * The table holds hashes alone. With a million chains, two of them have the same 64 bits with a
  * probability of 1 to 37 million.
@@ -15,6 +15,7 @@
 
 #include <sys/auxv.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 /* The folder with libunwind.h may hold an unwind.h of its own, so that one is not used here. */
 #include <unwind.h>
@@ -35,8 +36,8 @@ static uintptr_t plain(const void *address)
 
 /* ---- The two unwinders ---- */
 
-/* libunwind's, null if it is not there. It is loaded aside, so that its names never take the place of
- * libgcc's in the program. */
+/* libunwind's, null if it is not there. It is loaded aside, so that its names never take the place
+ * of libgcc's in the program. */
 static int (*fast_backtrace)(void **addresses, int count);
 
 static void find_fast_backtrace(void)
@@ -57,10 +58,11 @@ struct Walk {
 static _Unwind_Reason_Code visit(struct _Unwind_Context *context, void *data)
 {
     struct Walk *const walk = data;
-    if (walk->count == walk->capacity) {
-        return _URC_NORMAL_STOP;
+    void *const address = (void *)_Unwind_GetIP(context);
+    if (walk->count == walk->capacity || address == NULL) { /* null: nobody called the last one */
+        return _URC_END_OF_STACK;
     }
-    walk->addresses[walk->count++] = (void *)_Unwind_GetIP(context);
+    walk->addresses[walk->count++] = address;
     return _URC_NO_REASON;
 }
 
@@ -100,31 +102,27 @@ static bool is_in_loader(uintptr_t address)
 }
 
 #ifdef __arm__
-/* Every complete chain ends in the C library, in the code that calls main() or a thread's function:
- * the unwinder does not show what calls that. This code lies next to these functions. */
-static uintptr_t program_start, thread_start;
-
-static bool is_near(uintptr_t address, uintptr_t function)
-{
-    const uintptr_t distance = address > function ? address - function : function - address;
-    return function != 0 && distance < 4096;
-}
+/* The unwinder shows neither code without unwind tables nor what starts a program or a thread. A
+ * complete chain of the main thread ends in the code that calls main(), which lies next to this
+ * function. What calls a thread's function has no tables itself, so the ends of other threads'
+ * chains all look the same and count as complete. */
+static uintptr_t program_start;
 
 static void find_ends(void)
 {
     program_start = plain(dlsym(RTLD_DEFAULT, "__libc_start_main"));
-    thread_start = plain(dlsym(RTLD_DEFAULT, "pthread_create"));
 }
 
 static bool is_code_with_tables(uintptr_t address)
 {
-    (void)address; /* the unwinder does not show code that has none */
+    (void)address;
     return true;
 }
 
 static bool is_end_of_stack(uintptr_t address)
 {
-    return is_near(address, program_start) || is_near(address, thread_start);
+    const uintptr_t low = address < program_start ? address : program_start;
+    return address + program_start - 2 * low < 4096 || gettid() != getpid();
 }
 #else
 static void find_ends(void) {}
@@ -134,7 +132,10 @@ static bool is_code_with_tables(uintptr_t address)
     return _Unwind_FindEnclosingFunction((void *)address) != NULL;
 }
 
-static bool is_end_of_stack(uintptr_t address) { return is_code_with_tables(address); }
+static bool is_end_of_stack(uintptr_t address)
+{
+    return is_code_with_tables(address);
+}
 #endif
 
 /* ---- Taking a chain ---- */
@@ -178,7 +179,8 @@ void take_chain(struct Chain *chain, const void *charged, const void *caller, bo
     while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain(caller)) {
         ++own;
     }
-    if (own == end || own == OWN_FRAMES) { /* depth 1, or not even the recorder's frames were left */
+    if (own == end ||
+        own == OWN_FRAMES) { /* depth 1, or not even the recorder's frames were left */
         stack[own = 0] = (void *)caller;
         end = wanted != 0;
     }

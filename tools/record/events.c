@@ -3,8 +3,8 @@
  * the library leave no file. A forked child stops recording, because the file is its parent's; what
  * it executes records itself.
  *
- * A thread takes its chain, and looks at what needs the loader, before it takes the lock: the loader
- * may wait for code that allocates.
+ * A thread takes its chain, and looks at what needs the loader, before it takes the lock: the
+ * loader may wait for code that allocates.
  */
 #include <errno.h>
 #include <fcntl.h>
@@ -21,7 +21,7 @@
 
 #include "record.h"
 
-enum { LONGEST_COMMAND = 1 << 15, CLOCK_EVENTS = 64, CLOCK_STEP = 16 };
+enum { LONGEST_COMMAND = 1 << 13, CLOCK_EVENTS = 64, CLOCK_STEP = 16 };
 
 extern const ElfW(Ehdr) __ehdr_start; /* of this library; the linker defines it */
 
@@ -34,7 +34,7 @@ static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static __thread bool is_busy;
 
 static char path[PATH_MAX];
-static bool is_open;          /* the file has been made */
+static bool is_open;           /* the file has been made */
 static const char *first_note; /* null: none */
 static bool has_forked;
 
@@ -46,8 +46,14 @@ static struct timespec start;
 static uint64_t last_time; /* milliseconds since the start */
 static unsigned clock_interval = 1, events_until_clock = 1;
 
-static int get_state(void) { return __atomic_load_n(&state, __ATOMIC_ACQUIRE); }
-static void set_state(int to) { __atomic_store_n(&state, to, __ATOMIC_RELEASE); }
+static int get_state(void)
+{
+    return __atomic_load_n(&state, __ATOMIC_ACQUIRE);
+}
+static void set_state(int to)
+{
+    __atomic_store_n(&state, to, __ATOMIC_RELEASE);
+}
 
 /* ---- The beginning ---- */
 
@@ -78,7 +84,7 @@ static void write_command(void)
         close(fd);
     }
     const char *const end = command + (size > 0 ? size : 0);
-    uint64_t count = 0;
+    size_t count = 0;
     for (const char *text = command; text < end; text += strlen(text) + 1) {
         ++count;
     }
@@ -139,12 +145,15 @@ static void open_recording(void)
     pthread_setcancelstate(cancel_state, NULL);
 }
 
-void record_note_at_start(const char *note) { first_note = note; }
+void record_note_at_start(const char *note)
+{
+    first_note = note;
+}
 
 /* ---- Events, under the lock ---- */
 
-/* Writes the time. The clock is read at every event of a program that allocates seldom, and at every
- * 64th of one that allocates all the time. */
+/* Writes the time. The clock is read at every event of a program that allocates seldom, and at
+ * every 64th of one that allocates all the time. */
 static void write_time(void)
 {
     if (--events_until_clock != 0) {
@@ -322,8 +331,9 @@ static void after_fork_in_parent(void)
     }
     if (is_open && !has_forked) {
         has_forked = true;
-        write_note("The process forked. What its children did before they started another program is "
-                   "not recorded.");
+        write_note(
+            "The process forked. What its children did before they started another program is "
+            "not recorded.");
     }
     pthread_mutex_unlock(&lock);
 }
@@ -379,4 +389,7 @@ bool is_recording(void)
     return get_state() == ON;
 }
 
-__attribute__((constructor)) static void prepare_at_load(void) { is_recording(); }
+__attribute__((constructor)) static void prepare_at_load(void)
+{
+    is_recording();
+}

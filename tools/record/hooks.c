@@ -31,7 +31,10 @@ static VekMemoryVtable inner; /* the table that the application, or the library,
  * by a jump leaves its frame here, but frames of a later one lie at no lower address. */
 static __thread const char *outermost;
 
-static bool is_nested(const char *frame) { return outermost != NULL && frame < outermost; }
+static bool is_nested(const char *frame)
+{
+    return outermost != NULL && frame < outermost;
+}
 
 static uint8_t type_of(uint8_t type, const void *result)
 {
@@ -52,8 +55,8 @@ static uint8_t with_result(unsigned fields, const void *result)
 /* Frames and return addresses must be those of the operations in the table. */
 #define IN_OPERATION __attribute__((always_inline)) inline
 
-/* Records an event that was charged to `charged`. Inlined, because each function between here and the
- * unwinder costs a frame. */
+/* Records an event that was charged to `charged`. Inlined, because each function between here and
+ * the unwinder costs a frame. */
 static IN_OPERATION void record(const struct Event *event, const void *charged)
 {
     const int error = errno;
@@ -169,14 +172,21 @@ static bool is_own_definition(void *found, void *original)
 /* Notes which functions the application defines: its calls of them may never reach the table. */
 static void note_own_definitions(void *library)
 {
-    static const char *const names[] = {"malloc", "malloc_with_return",
-                                        "calloc", "calloc_with_return",
-                                        "realloc", "realloc_with_return",
-                                        "free", "free_with_return",
-                                        "malloc_if_possible", "malloc_if_possible_with_return",
-                                        "malloc_if_available", "malloc_if_available_with_return"};
-    static char note[640] = "The program defines functions of the allocator itself. Their calls are "
-                            "recorded only if they reach the library's originals:";
+    static const char *const names[] = {"malloc",
+                                        "malloc_with_return",
+                                        "calloc",
+                                        "calloc_with_return",
+                                        "realloc",
+                                        "realloc_with_return",
+                                        "free",
+                                        "free_with_return",
+                                        "malloc_if_possible",
+                                        "malloc_if_possible_with_return",
+                                        "malloc_if_available",
+                                        "malloc_if_available_with_return"};
+    static char note[640] =
+        "The program defines functions of the allocator itself. Their calls are "
+        "recorded only if they reach the library's originals:";
     bool is_needed = false;
     for (size_t i = 0; i != sizeof names / sizeof *names; ++i) {
         char name[64];
@@ -201,8 +211,8 @@ static void find_originals_in(void *library)
     *(void **)&original_get = dlsym(library, "__vek_default_get_memory_vtable");
 }
 
-/* At load, because a thread that looks names up waits for another one's dlopen(), which may wait for
- * the first use of the allocator. */
+/* At load, because a thread that looks names up waits for another one's dlopen(), which may wait
+ * for the first use of the allocator. */
 __attribute__((constructor)) static void find_originals(void)
 {
     if (original_set == NULL) {
@@ -274,7 +284,10 @@ void __vek_default_set_memory_vtable(const VekMemoryVtable *table)
     set_table(table, __builtin_return_address(0));
 }
 
-const VekMemoryVtable *vek_get_memory_vtable(void) { return get_table(__builtin_return_address(0)); }
+const VekMemoryVtable *vek_get_memory_vtable(void)
+{
+    return get_table(__builtin_return_address(0));
+}
 
 const VekMemoryVtable *__vek_default_get_memory_vtable(void)
 {

@@ -74,7 +74,7 @@ static const struct Module *first_of(const struct ModuleList *list)
     return (const void *)list->modules;
 }
 
-static void find_build_id(struct Module *module, const ElfW(Phdr) *notes)
+static void find_build_id(struct Module *module, const ElfW(Phdr) * notes)
 {
     const char *at = (const char *)(module->bias + notes->p_vaddr);
     const char *const end = at + notes->p_memsz;
@@ -82,7 +82,8 @@ static void find_build_id(struct Module *module, const ElfW(Phdr) *notes)
     while ((size_t)(end - at) >= sizeof(ElfW(Nhdr))) {
         const ElfW(Nhdr) *const note = (const void *)at;
         const char *const name = at + sizeof *note;
-        const size_t name_end = (sizeof *note + note->n_namesz + alignment - 1) / alignment * alignment;
+        const size_t name_end =
+            (sizeof *note + note->n_namesz + alignment - 1) / alignment * alignment;
         const size_t size = (name_end + note->n_descsz + alignment - 1) / alignment * alignment;
         if (name_end + note->n_descsz > (size_t)(end - at)) {
             return;
@@ -166,7 +167,8 @@ void release_modules(struct ModuleList *list)
 
 static bool contains(const struct ModuleList *list, const struct Module *module)
 {
-    for (const struct Module *other = first_of(list); other != end_of(list); other = next_of(other)) {
+    for (const struct Module *other = first_of(list); other != end_of(list);
+         other = next_of(other)) {
         if (other->bias == module->bias && other->low == module->low &&
             other->size == module->size && other->id_size == module->id_size &&
             memcmp(other->id, module->id, module->id_size) == 0 &&
@@ -188,7 +190,7 @@ static size_t path_of(const struct Module *module, char path[PATH_MAX])
     char name[PATH_MAX + 1];
     memcpy(name, module->name, module->name_size);
     name[module->name_size] = '\0';
-    /* A name without a slash is no file's: it is the part of the system that is in every process. */
+    /* A name without a slash is no file's: the kernel gives such a module to every process. */
     if (strchr(name, '/') != NULL && realpath(name, path) != NULL) {
         return strlen(path);
     }

@@ -8,8 +8,8 @@
  *   writer.c    bytes to the file
  *
  * The program must not notice any of it: errno stays, nothing is allocated through the library or
- * through malloc(), and no lock of the recorder is held while other code runs. One lock, in events.c,
- * guards all that the other sources keep, except where they say otherwise.
+ * through malloc(), and no lock of the recorder is held while other code runs. One lock, in
+ * events.c, guards all that the other sources keep, except where they say otherwise.
  */
 #ifndef RECORD_H
 #define RECORD_H

@@ -9,8 +9,10 @@
  */
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -21,7 +23,7 @@
 #include "record.h"
 
 enum {
-    WINDOW = 1 << 20,      /* bytes of a window */
+    WINDOW = 1 << 20,       /* bytes of a window */
     SMALL_WINDOW = 1 << 16, /* where there is little space left; the largest page */
     LAST_WORDS = 128        /* bytes kept at the end of a window */
 };
@@ -40,16 +42,32 @@ static bool is_mapped;
 
 /* ---- The file ---- */
 
+/* Writes to standard error. If nobody reads that, or it is a file that is too large, the program
+ * must not die of the signal. */
+static void write_message(const char *text, size_t size)
+{
+    const struct timespec now = {0, 0};
+    sigset_t deadly;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&deadly);
+    sigaddset(&deadly, SIGPIPE);
+    sigaddset(&deadly, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &deadly, &before);
+    sigpending(&pending);
+    const bool was_pending =
+        sigismember(&pending, SIGPIPE) != 0 || sigismember(&pending, SIGXFSZ) != 0;
+    if (write(STDERR_FILENO, text, size) < 0 && !was_pending) {
+        sigtimedwait(&deadly, NULL, &now);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, NULL);
+}
+
 static void complain(const char *what, int error)
 {
     char text[512];
-    const int length = snprintf(text, sizeof text, "vek-record: %s: %s; %s\n", path,
-                                strerror(error), what);
-    if (length > 0) {
-        const size_t size = (size_t)length < sizeof text ? (size_t)length : sizeof text - 1;
-        const ssize_t written = write(STDERR_FILENO, text, size);
-        (void)written;
-    }
+    snprintf(text, sizeof text, "vek-record: %s: %s; %s\n", path, strerror(error), what);
+    write_message(text, strlen(text));
 }
 
 /* Keeps the number of the file away from the small ones, which programs like to know. */
@@ -115,6 +133,11 @@ static int map_window(off_t offset, size_t size, void **map)
     return *map != MAP_FAILED ? 0 : errno;
 }
 
+static bool is_lack_of_space(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
 /* Goes on to the next window, a small one if there is little space. Returns an error number. */
 static int turn_over(void)
 {
@@ -122,7 +145,7 @@ static int turn_over(void)
     void *map;
     size_t size = WINDOW;
     int error = have_file() ? map_window(offset, size, &map) : EBADF;
-    if (error == ENOSPC || error == EFBIG || error == EDQUOT) {
+    if (is_lack_of_space(error)) {
         size = SMALL_WINDOW;
         error = map_window(offset, size, &map);
     }
@@ -149,16 +172,17 @@ static int write_directly(off_t offset)
     return 0;
 }
 
-static off_t length_so_far(void) { return window_offset + (is_mapped ? next - window : 0); }
+static off_t length_so_far(void)
+{
+    return window_offset + (is_mapped ? next - window : 0);
+}
 
 /* Writes the record that is complete, all of it or nothing. Returns an error number. */
 static int write_record(void)
 {
     const size_t size = (size_t)(next - record);
     size_t done = 0;
-    int error = !have_file()                                    ? EBADF
-                : exceeds_limit(window_offset + (off_t)size) ? EFBIG
-                                                                : 0;
+    int error = !have_file() ? EBADF : exceeds_limit(window_offset + (off_t)size) ? EFBIG : 0;
     while (error == 0 && done != size) {
         const ssize_t written =
             pwrite(file, record + done, size - done, window_offset + (off_t)done);
@@ -223,7 +247,7 @@ bool writer_open(const char *name)
     if (error == 0) {
         error = turn_over();
     }
-    if (error != 0 && error != ENOSPC && error != EDQUOT) {
+    if (error != 0 && !is_lack_of_space(error)) {
         error = ftruncate(file, 0) == 0 ? write_directly(0) : errno;
     }
     if (error != 0) {

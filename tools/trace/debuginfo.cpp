@@ -203,7 +203,7 @@ public:
         calls_ = calls;
         function_of_.assign(calls.size(), none);
         visit(contents_, false, 0);
-        // A local class's functions may stand inside the function that contains the class.
+        // Nested functions, and those of local classes, may stand inside the outer function.
         const auto is_unknown = [&](const Call &call) { return function_of(call) == none; };
         if (std::any_of(own.begin(), own.end(), [&](std::span<Call> part) {
                 return std::any_of(part.begin(), part.end(), is_unknown);

@@ -12,7 +12,7 @@ namespace vektrace {
 
 namespace {
 
-/** Addresses are multiples of 8 or 16 in few ranges: the product spreads them over its upper half. */
+/** Addresses are multiples of 8 or 16. The upper half of the product depends on all their bits. */
 struct AddressHash {
     size_t operator()(uint64_t address) const
     {

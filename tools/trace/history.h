@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What became of the blocks of one process: what lives, what lived at the peak, and what went wrong.
+// What became of the blocks of one process: what lives, what lived at the peak, what went wrong.
 // Memory grows with the live blocks, the stacks and the distinct faults, never with the events.
 #ifndef VEKTRACE_HISTORY_H
 #define VEKTRACE_HISTORY_H

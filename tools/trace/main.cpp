@@ -360,14 +360,18 @@ int diff(Arguments &arguments)
 
 int run_verb(CLI::App &app, Arguments &arguments)
 {
+    const CLI::App &verb = *app.get_subcommands().front();
+    if (arguments.format == Format::massif && verb.count("--by") == 0) {
+        arguments.report.by = Grouping::stack; // by site, its trees would have no depth
+    }
     const bool is_page = arguments.format == Format::html && arguments.output.empty();
     if (is_page && isatty(STDOUT_FILENO) == 1) {
         throw InputError("a page is not for the terminal: name a file with -o FILE");
     }
-    if (app.got_subcommand("run")) {
+    if (verb.get_name() == "run") {
         return run(arguments);
     }
-    return app.got_subcommand("diff") ? diff(arguments) : report(arguments);
+    return verb.get_name() == "diff" ? diff(arguments) : report(arguments);
 }
 
 std::string explain_usage(const CLI::App *app, const CLI::Error &error)

@@ -2,9 +2,11 @@
 #include "symbols.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <tuple>
 
 #include <elfutils/libdwfl.h>
 #include <fcntl.h>
@@ -93,6 +95,7 @@ class OpenModule {
 public:
     OpenModule(const ModuleFiles &files, const SymbolOptions &options) : debug_(files.debug)
     {
+        // "+": checksums are compared. The first folder, an empty one, is that of the file.
         search_path_ = "+:.debug";
         for (const std::string &folder : options.debug_dirs) {
             search_path_ += ":" + std::filesystem::absolute(folder).string();
@@ -226,13 +229,15 @@ public:
 private:
     static bool is_of_kernel(const Module &module)
     {
-        return module.path[0] == '[' || module.path.rfind("linux-", 0) == 0;
+        return module.path.starts_with('[') || module.path.starts_with("linux-vdso.so") ||
+               module.path.starts_with("linux-gate.so");
     }
 
     static bool is_program(const Module &module)
     {
-        return !module.path.empty() && !is_of_kernel(module) &&
-               base_name(module.path).find(".so") == std::string::npos;
+        const std::string name = base_name(module.path);
+        const bool is_library = name.ends_with(".so") || name.find(".so.") != std::string::npos;
+        return !name.empty() && !is_of_kernel(module) && !is_library;
     }
 
     // The modules that options_.exe stands for: those with its build-id, else the first program.
@@ -278,7 +283,8 @@ private:
         const bool is_alone = frames.size() == stacks_.frames().size();
         if (options_.exe.empty()) {
             return is_alone ? "the addresses belong to no known module: give a copy of the "
-                              "process's /proc/PID/maps (--modules)"
+                              "process's /proc/PID/maps (--modules), or the program, if it is "
+                              "not position-independent (--exe)"
                             : "";
         }
         const ModuleFiles files = find_files({options_.exe, {}}, {{}, options_.debug_dirs, {}}, {});

@@ -1,0 +1,146 @@
+/* SPDX-License-Identifier: MIT */
+/* What the tests of vek-record run: the first argument says what it does. */
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <veklib/veklib.h>
+
+static void *volatile kept;
+
+static int every_operation(void)
+{
+    char *block = vek_malloc(10);
+    void *const cells = vek_calloc(3, 7);
+    block = vek_realloc(block, 50);
+    vek_free(cells);
+    kept = vek_realloc(block, 0);
+    kept = vek_realloc(NULL, 5);
+    vek_free(kept);
+    kept = vek_malloc_if_possible(11);
+    vek_free(kept);
+    kept = vek_malloc_if_available(12);
+    vek_free(kept);
+    kept = vek_malloc(SIZE_MAX / 2);
+    vek_malloc_set_error(1);
+    kept = vek_malloc(9);
+    vek_malloc_set_error(0);
+    return 3;
+}
+
+static int children(const char *self)
+{
+    kept = vek_malloc(1);
+    if (fork() == 0) {
+        kept = vek_malloc(1000);
+        _exit(0);
+    }
+    wait(NULL);
+    kept = vek_malloc(2);
+    execl(self, self, "every_operation", (char *)NULL);
+    return 1;
+}
+
+/* Each plug-in is gone when the next one comes, often to the same place. */
+static int plugins(char **paths)
+{
+    for (; *paths != NULL; ++paths) {
+        void *const plugin = dlopen(*paths, RTLD_NOW);
+        void (*allocate)(void);
+        *(void **)&allocate = dlsym(plugin, "allocate");
+        allocate();
+        allocate();
+        dlclose(plugin);
+    }
+    return 0;
+}
+
+static void *work(void *unused)
+{
+    for (size_t i = 1; i <= 20000; ++i) { vek_free(vek_malloc(i)); }
+    return unused;
+}
+
+static int threads(void)
+{
+    pthread_t all[4];
+    for (int i = 0; i != 4; ++i) { pthread_create(&all[i], NULL, work, NULL); }
+    for (int i = 0; i != 4; ++i) { pthread_join(all[i], NULL); }
+    return 0;
+}
+
+static int killed(void)
+{
+    for (size_t i = 1; i <= 1000; ++i) { kept = vek_malloc(i); }
+    return raise(SIGKILL);
+}
+
+/* A table whose operation uses the library itself. */
+static VekMemoryVtable own;
+static void *own_realloc(void *block, size_t size, void *return_address)
+{
+    void *const moved = vek_malloc_with_return(size, return_address);
+    vek_free_with_return(block, return_address);
+    return moved;
+}
+
+static int table(void)
+{
+    own = *vek_get_memory_vtable();
+    own.realloc = own_realloc;
+    vek_set_memory_vtable(&own);
+    if (vek_get_memory_vtable()->realloc != own_realloc ||
+        vek_get_memory_vtable()->malloc != own.malloc) {
+        return 1;
+    }
+    kept = vek_realloc(vek_malloc(8), 16);
+    vek_set_memory_vtable(NULL);
+    vek_free(kept);
+    return vek_get_memory_vtable()->realloc == own_realloc;
+}
+
+static int many(void)
+{
+    for (size_t i = 0; i != 200000; ++i) { vek_free(vek_malloc(i % 1000 + 1)); }
+    return 7;
+}
+
+/* Waits for a signal, once it can come. */
+static int waiting(void)
+{
+    kept = vek_malloc(1);
+    puts("ready");
+    fflush(stdout);
+    return pause();
+}
+
+static int usual_signals(void)
+{
+    struct sigaction interrupt;
+    struct sigaction quit;
+    sigaction(SIGINT, NULL, &interrupt);
+    sigaction(SIGQUIT, NULL, &quit);
+    return interrupt.sa_handler != SIG_DFL || quit.sa_handler != SIG_DFL;
+}
+
+int main(int argc, char **argv)
+{
+    const char *const mode = argc > 1 ? argv[1] : "";
+#define MODE(name) strcmp(mode, #name) == 0
+    return MODE(every_operation) ? every_operation()
+           : MODE(children)      ? children(argv[0])
+           : MODE(plugins)       ? plugins(argv + 2)
+           : MODE(threads)       ? threads()
+           : MODE(killed)        ? killed()
+           : MODE(table)         ? table()
+           : MODE(many)          ? many()
+           : MODE(waiting)       ? waiting()
+           : MODE(usual_signals) ? usual_signals()
+                                 : 2;
+}
