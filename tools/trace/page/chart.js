@@ -12,9 +12,8 @@ function showChart() {
     return;
   }
   open("run", "Run");
-  const timed = chart.series.filter(({ process }) => process.totals.milliseconds !== undefined);
-  if (timed.length > 0) {
-    chart.axis = "milliseconds";
+  if (chart.series.some(({ process }) => process.totals.milliseconds !== undefined)) {
+    chart.axis = chart.series.some(hasFineTimes) ? "milliseconds" : "event";
     fillSwitch(element("run-axis"), [["milliseconds", "Time"], ["event", "Events"]], chart.axis,
       (axis) => {
         chart.axis = axis;
@@ -41,6 +40,12 @@ function showChart() {
   drawChart();
 }
 
+// Over the times of a short run, its events would stand in a few heaps.
+function hasFineTimes({ process: { moments } }) {
+  const times = new Set(moments.map((at) => at.milliseconds));
+  return times.size > Math.min(100, moments.length / 2);
+}
+
 function makeLegend(series) {
   const { process, index } = series;
   const box = make("input", { type: "checkbox" });
@@ -52,7 +57,7 @@ function makeLegend(series) {
   series.value = make("span", { class: "value" });
   return make("label", { class: `series-${index % 6}` },
     chart.series.length > 1 ? box : "", make("span", { class: "swatch" }),
-    make("span", {}, processName(process)), series.value);
+    make("span", {}, processName(process), series.value));
 }
 
 function shownSeries() {
@@ -128,8 +133,13 @@ function drawPeak(svg, shown) {
     drawLabel(svg, "peak-label", highest[chart.axis], chart.y(highest.bytes) - 9,
       `Peak ${bytes(highest.bytes)}`);
     element("run-chart").setAttribute("aria-label",
-      `Live bytes over the run; the peak is ${bytes(highest.bytes)} ${moment(highest)}`);
+      `Live bytes over the run; the peak is ${bytes(highest.bytes)} ${chartMoment(highest)}`);
   }
+}
+
+// The moment as the axis has it.
+function chartMoment(at) {
+  return moment(chart.axis === "event" ? { event: at.event } : at);
 }
 
 function makeDot(at, index) {
@@ -216,12 +226,12 @@ function moveCursor(position) {
       continue;
     }
     if (!inside || !shown.includes(series)) {
-      series.value.textContent = `peak ${bytes(totals.peak.bytes)} ${moment(totals.peak)}, `
+      series.value.textContent = `peak ${bytes(totals.peak.bytes)} ${chartMoment(totals.peak)}, `
         + `${bytes(totals.live.bytes)} at the end`;
       continue;
     }
     const found = moments[momentAt(moments, at)];
-    series.value.textContent = `${amount(found)} ${moment(found)}`;
+    series.value.textContent = `${amount(found)} ${chartMoment(found)}`;
     chart.cursor.append(makeDot(found, series.index));
   }
 }

@@ -12,9 +12,9 @@ const columns = [
     show: (value) => percent(value, report.totals.peak.bytes), width: "medium" },
   { id: "total", name: "Bytes ever", value: (row) => row.total.bytes, show: bytes, width: "wide" },
   { id: "count", name: "Blocks ever", value: (row) => row.total.blocks, show: count,
-    width: "wide" },
+    width: "widest" },
   { id: "short-lived", name: "Short-lived", value: (row) => row.short_lived, show: count,
-    width: "wide" },
+    width: "widest" },
 ];
 const table = { rows: report.rows, sort: report.sort, descending: true, limit: 100, search: "" };
 
@@ -152,7 +152,7 @@ function rowFacts(row) {
   if (report.recordings > 1) {
     facts.push(["Recordings", `${row.recordings} have it, it grows on ${row.growing}`]);
   } else if (row.growing) {
-    facts.push(["Growing", "more is live at the end than in the first half of the run"]);
+    facts.push(["Growing", "more is live at the end than before the middle of the run"]);
   }
   return row.suppressed ? [...facts, ["Suppressed", "yes"]] : facts;
 }
