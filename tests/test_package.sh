@@ -27,6 +27,11 @@ sed -n '/^```c$/,/^```$/{/^```/d;p}' "$source/README.md" >"$folder/sample.c"
     exit 1
 }
 "$folder/build/sample" >/dev/null
+if [ -x "$prefix/bin/vek-trace" ]; then
+    "$prefix/bin/vek-trace" run --fail-on-leak -o "$folder/report" -- "$folder/build/sample" \
+        >/dev/null
+    grep -q '^live at the end .* 0 blocks' "$folder/report"
+fi
 
 pc=$(find "$prefix" -name veklib.pc)
 library=$(dirname "$(dirname "$pc")")

@@ -17,7 +17,7 @@ namespace vektrace {
 
 namespace {
 
-constexpr size_t chunk_size = 256 * 1024; // larger ones fall out of the processor's cache
+constexpr size_t chunk_size = size_t{256} << 10; // larger ones fall out of the processor's cache
 
 /* A line that is longer than this cannot be a trace line, and only its beginning is kept. */
 constexpr size_t longest_kept = 4096;

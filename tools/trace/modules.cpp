@@ -65,7 +65,8 @@ FrameId ModuleMap::frame(Stacks &stacks, uint64_t address) const
 
 namespace {
 
-constexpr size_t largest_maps_file = 64 * 1024 * 1024;
+constexpr size_t largest_maps_file = size_t{64} << 20;
+constexpr size_t maps_chunk = size_t{64} << 10;
 
 /** A mapping of a file. */
 struct Mapping {
@@ -188,7 +189,7 @@ std::string read_whole(const std::string &path)
         if (size > largest_maps_file) {
             throw InputError(input.name() + ": this is too long for a copy of /proc/PID/maps");
         }
-        text.resize(size + 64 * 1024);
+        text.resize(size + maps_chunk);
         const size_t count = input.read(std::span(text).subspan(size));
         text.resize(size + count);
     } while (std::exchange(size, text.size()) != text.size());

@@ -136,6 +136,7 @@ int record(const std::string &folder, unsigned depth, const std::vector<std::str
     words.emplace_back("--");
     words.insert(words.end(), program.begin(), program.end());
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : words) {
         arguments.push_back(word.data());
     }
