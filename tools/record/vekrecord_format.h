@@ -45,8 +45,8 @@ enum VekRecordType {
     /* Flags (VEKRECORD_CUT...), number of addresses, then the addresses: the first one is the
      * return address that the library passed to the table (to whom the call is charged), the others
      * are the return addresses on the stack, innermost first, from the caller of the table's
-     * operation on; each signed, relative to the one before (the first to 0). Only the first one is there if
-     * the recording has depth 1. */
+     * operation on; each signed, relative to the one before (the first to 0). Only the first one is
+     * there if the recording has depth 1. */
     VEKRECORD_CHAIN = 5,
     VEKRECORD_TIME = 6,   /* milliseconds since the start */
     VEKRECORD_NOTE = 7,   /* a text for the report: what this recording does not contain */
