@@ -1,10 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* Call chains: taking them, and the table of those that have a number.
  *
- * On x86-64, libunwind takes a chain many times faster than libgcc does, because it remembers how
- * to leave the code at each address. What it remembers is wrong once a module was unloaded and
- * another one took its place, so libgcc takes the chains from then on. On other machines libgcc
- * takes them all. The copy of libgcc in here is private.
+ * On x86-64 they are walked by frames.c. Chains that it cannot walk, and those on other machines, are
+ * taken by libgcc, whose copy in here is private.
  *
  * The table holds hashes alone. With a million chains, two of them have the same 64 bits with a
  * probability of 1 to 37 million.
@@ -34,21 +32,7 @@ static uintptr_t plain(const void *address)
 #endif
 }
 
-/* ---- The two unwinders ---- */
-
-/* libunwind's, null if it is not there. It is loaded aside, so that its names never take the place
- * of libgcc's in the program. */
-static int (*fast_backtrace)(void **addresses, int count);
-
-static void find_fast_backtrace(void)
-{
-#ifdef __x86_64__
-    void *const library = dlopen("libunwind.so.8", RTLD_NOW | RTLD_LOCAL);
-    if (library != NULL) {
-        *(void **)&fast_backtrace = dlsym(library, "unw_backtrace");
-    }
-#endif
-}
+/* ---- libgcc's way ---- */
 
 struct Walk {
     void **addresses;
@@ -165,15 +149,15 @@ static uint64_t hash_chain(const struct Chain *chain)
     return hash != 0 ? hash : 1; /* 0 is a free slot */
 }
 
-void take_chain(struct Chain *chain, const void *charged, const void *caller, bool stale)
+void take_chain(struct Chain *chain, const void *charged, const void *caller,
+                unsigned long long unloaded)
 {
     void **const stack = &chain->room[1];
     const unsigned wanted = max_depth > 1 ? max_depth + OWN_FRAMES : 0;
     unsigned end = 0;
     if (wanted != 0) {
-        const int taken = fast_backtrace != NULL && !stale ? fast_backtrace(stack, (int)wanted)
-                                                           : slow_backtrace(stack, (int)wanted);
-        end = taken > 0 ? (unsigned)taken : 0;
+        const int taken = walk_frames(stack, (int)wanted, __builtin_frame_address(0), unloaded);
+        end = (unsigned)(taken >= 0 ? taken : slow_backtrace(stack, (int)wanted));
     }
     unsigned own = 0;
     while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain(caller)) {
@@ -226,7 +210,6 @@ void chains_prepare(unsigned depth)
 {
     max_depth = depth;
     if (depth > 1) {
-        find_fast_backtrace();
         dl_iterate_phdr(find_loader, NULL);
         find_ends();
     }

@@ -262,7 +262,7 @@ static void update_modules(void)
     pthread_setcancelstate(cancel_state, NULL);
 }
 
-bool look_at_modules(void)
+unsigned long long look_at_modules(void)
 {
     const struct ModuleChanges changes = module_changes();
     const unsigned sum = (unsigned)(changes.loaded + changes.unloaded);
@@ -270,7 +270,7 @@ bool look_at_modules(void)
         update_modules(); /* two threads may do it at once */
         __atomic_store_n(&seen_changes, sum, __ATOMIC_RELAXED);
     }
-    return changes.unloaded != 0;
+    return changes.unloaded;
 }
 
 bool begin_event(void)

@@ -4,6 +4,7 @@
  *   hooks.c     takes the allocator's table over; passes on each call and has it recorded
  *   events.c    the recording of this process: its beginning, its events, its end
  *   chains.c    who called: takes call chains and numbers them
+ *   frames.c    walks the stack on x86-64
  *   modules.c   the loaded objects, and which of them came or went
  *   writer.c    bytes to the file
  *
@@ -40,9 +41,9 @@ struct Event {
  * handler. If so, end_event() must follow. */
 bool begin_event(void);
 
-/* Has what was loaded or unloaded written. Returns whether modules have been unloaded since the
+/* Has what was loaded or unloaded written. Returns how many modules have been unloaded since the
  * program began. */
-bool look_at_modules(void);
+unsigned long long look_at_modules(void);
 
 /* Writes the event. */
 void end_event(const struct Event *event, struct Chain *chain);
@@ -70,8 +71,9 @@ struct Chain {
 
 void chains_prepare(unsigned depth);
 
-/* Needs no lock. `stale` says that modules have been unloaded. */
-void take_chain(struct Chain *chain, const void *charged, const void *caller, bool stale);
+/* Needs no lock. `unloaded` counts the modules that were unloaded so far. */
+void take_chain(struct Chain *chain, const void *charged, const void *caller,
+                unsigned long long unloaded);
 
 /* Needs no lock. Marks the chain if code without unwind tables ended it, and removes what was only
  * guessed beyond such code. */
@@ -82,6 +84,13 @@ long find_chain(uint64_t hash);
 /* Remembers a chain. False if there is no memory. */
 bool number_chain(uint64_t hash, long number);
 void forget_chains(void);
+
+/* ---- frames.c ---- */
+
+/* Takes the return addresses of a chain, from that of the function with this frame (which has to be
+ * __builtin_frame_address(0)) outwards. Returns their number, or -1 if there is something on the
+ * stack that needs libgcc. Needs no lock. A thread must not call it while it is in it. */
+int walk_frames(void **addresses, int capacity, const void *frame, unsigned long long unloaded);
 
 /* ---- modules.c ---- */
 
