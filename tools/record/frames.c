@@ -37,8 +37,10 @@ static const Rule unsupported = OTHER | 1 << KIND_BITS;
 /* The numbers of registers in the tables, and the rule of those that play no part. */
 enum { BP = 6, SP = 7, RETURN_ADDRESS = 16 };
 
+enum How { UNSAVED, AT_OFFSET, UNDEFINED, ELSEWHERE };
+
 struct Saved {
-    enum { UNSAVED, AT_OFFSET, UNDEFINED, ELSEWHERE } how;
+    enum How how;
     int64_t offset; /* from the caller's stack pointer */
 };
 
@@ -110,7 +112,7 @@ static bool restore(struct Program *program, uint64_t reg)
     return true;
 }
 
-static bool mark(struct Program *program, int how)
+static bool mark(struct Program *program, enum How how)
 {
     saved_of(&program->row, read_unsigned(&program->at))->how = how;
     return true;
@@ -261,7 +263,7 @@ static const uint8_t *end_of(const struct Entry *entry)
 static unsigned size_of_address(uint8_t encoding)
 {
     static const uint8_t sizes[8] = {8, 0, 2, 4, 8, 0, 0, 0};
-    return encoding >= 0x50 && encoding < 0x60 ? 0 : sizes[encoding & 7];
+    return (encoding & 0x70) == 0x50 ? 0 : sizes[encoding & 7]; /* 0x50: aligned */
 }
 
 /* Reads what the head says about its entries' addresses. False if the head says something else that
@@ -381,7 +383,7 @@ static inline Rule rule_of(uintptr_t address)
  * right below sp, and rbp. */
 struct Frame {
     uintptr_t address, sp, bp;
-    uintptr_t bp_from; /* where rbp was saved; 0 if the callee left it alone */
+    uintptr_t bp_from; /* where the callee saved rbp; 0 if it left it alone */
 };
 
 static uintptr_t word_at(uintptr_t address)
@@ -430,8 +432,10 @@ static __thread struct {
 struct Walk {
     void **addresses;
     int count, capacity;
-    unsigned at;        /* in the last chain: what has not been passed */
-    unsigned new_count; /* frames that were not there */
+    struct Frame frame; /* the outermost so far */
+    unsigned at;        /* the last chain's frames from here on may be met again */
+    bool is_kept;
+    unsigned new_count; /* frames that the last chain did not have */
     struct Frame new_frames[KEPT];
 };
 
@@ -443,7 +447,7 @@ static void add_new(struct Walk *walk, const struct Frame *frame)
 }
 
 /* Puts the new frames before the last chain's frame `tail`, in place of those that stood there. */
-static void keep(const struct Walk *walk, unsigned tail)
+static void keep(struct Walk *walk, unsigned tail)
 {
     const unsigned count = walk->new_count;
     if (count > tail) { /* the outermost ones give way */
@@ -452,65 +456,72 @@ static void keep(const struct Walk *walk, unsigned tail)
     }
     memcpy(&last.frames[tail - count], walk->new_frames, count * sizeof(struct Frame));
     last.first = KEPT - (tail - count);
+    walk->at = KEPT;
+    walk->is_kept = true;
 }
 
-/* Takes the addresses of the last chain's frames, from `walk->at` on, as far as they are still
- * there. Returns the outermost of them. */
-static unsigned follow(struct Walk *walk)
+/* Whether the last chain had this frame, too. */
+static bool is_known(struct Walk *walk)
 {
-    unsigned i = walk->at;
+    while (walk->at != KEPT && last.frames[walk->at].sp < walk->frame.sp) {
+        ++walk->at;
+    }
+    return walk->at != KEPT && is_same(&last.frames[walk->at], &walk->frame);
+}
+
+/* Takes the known frame, and its callers in the last chain as far as they are still there. */
+static void take_known(struct Walk *walk)
+{
+    const unsigned first = walk->at;
+    unsigned i = first;
+    last.frames[first].bp_from = walk->frame.bp_from; /* its callee may be another function */
     walk->addresses[walk->count++] = (void *)last.frames[i].address;
     while (walk->count != walk->capacity && i + 1 != KEPT && still_holds(&last.frames[i + 1])) {
         walk->addresses[walk->count++] = (void *)last.frames[++i].address;
     }
-    return i;
+    walk->frame = last.frames[i];
+    walk->at = i + 1;
+    if (walk->at == KEPT || walk->count == walk->capacity) {
+        keep(walk, first);
+        return;
+    }
+    for (unsigned known = first; known <= i; ++known) {
+        add_new(walk, &last.frames[known]);
+    }
 }
 
-/* Takes the addresses from this frame on. Returns whether the chain was found. */
-static bool walk_from(struct Walk *walk, struct Frame frame)
+static void take_new(struct Walk *walk)
 {
-    bool is_kept = false;
-    while (frame.address != 0) {
-        if (frame.address >> ADDRESS_BITS != 0) {
+    walk->addresses[walk->count++] = (void *)walk->frame.address;
+    add_new(walk, &walk->frame);
+}
+
+/* Takes all frames from the walk's first one on. False if the rules do not suffice. */
+static bool take_all(struct Walk *walk)
+{
+    while (walk->frame.address != 0) {
+        if (walk->frame.address >> ADDRESS_BITS != 0) {
             return false;
         }
-        while (walk->at != KEPT && last.frames[walk->at].sp < frame.sp) {
-            ++walk->at;
-        }
-        if (walk->at != KEPT && is_same(&last.frames[walk->at], &frame)) {
-            const unsigned first = walk->at;
-            const unsigned end = follow(walk);
-            frame = last.frames[end];
-            walk->at = end + 1;
-            if (walk->count == walk->capacity || walk->at == KEPT) {
-                keep(walk, first);
-                is_kept = true;
-                walk->at = KEPT;
-            } else {
-                for (unsigned i = first; i != walk->at; ++i) {
-                    add_new(walk, &last.frames[i]);
-                }
-            }
+        if (is_known(walk)) {
+            take_known(walk);
         } else {
-            walk->addresses[walk->count++] = (void *)frame.address;
-            add_new(walk, &frame);
+            take_new(walk);
         }
-        const Rule rule = walk->count != walk->capacity ? rule_of(frame.address) : end_of_chain;
+        if (walk->count == walk->capacity) {
+            return true;
+        }
+        const Rule rule = rule_of(walk->frame.address);
         if ((rule & KINDS) == OTHER) {
-            if (rule == unsupported) {
-                return false;
-            }
-            break;
+            return rule == end_of_chain;
         }
-        leave(&frame, rule);
-    }
-    if (!is_kept) {
-        keep(walk, KEPT);
+        leave(&walk->frame, rule);
     }
     return true;
 }
 
-int walk_frames(void **addresses, int capacity, const void *frame, unsigned long long unloaded)
+/* Forgets what may have changed since fewer modules had been unloaded. */
+static void forget_unloaded(unsigned long long unloaded)
 {
     if (__atomic_load_n(&cleared_at, __ATOMIC_ACQUIRE) < unloaded) {
         clear_rules(unloaded);
@@ -519,18 +530,25 @@ int walk_frames(void **addresses, int capacity, const void *frame, unsigned long
         last.unloaded = unloaded;
         last.first = 0;
     }
-    struct Walk walk;
+}
+
+int walk_frames(void **addresses, int capacity, const void *frame, unsigned long long unloaded)
+{
+    forget_unloaded(unloaded);
+    const uintptr_t *const words = frame; /* the caller's rbp, then the return address */
+    struct Walk walk; /* not initialized as a whole, because most of its frames are never used */
     walk.addresses = addresses;
     walk.count = 0;
     walk.capacity = capacity;
+    walk.frame = (struct Frame){words[1], (uintptr_t)(words + 2), words[0], (uintptr_t)words};
     walk.at = KEPT - last.first;
+    walk.is_kept = false;
     walk.new_count = 0;
-    const uintptr_t *const words = frame;
-    const struct Frame first = {.address = words[1],
-                                .sp = (uintptr_t)(words + 2),
-                                .bp = words[0],
-                                .bp_from = (uintptr_t)words};
-    return walk_from(&walk, first) ? walk.count : -1;
+    const bool is_done = take_all(&walk);
+    if (!walk.is_kept) {
+        keep(&walk, KEPT);
+    }
+    return is_done ? walk.count : -1;
 }
 
 #else /* other machines */
