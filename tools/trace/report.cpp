@@ -325,8 +325,8 @@ public:
         node.short_lived += totals.short_lived;
     }
 
-    /** The whole tree, without the stacks that allocated nothing. Parents stand before their children
-     *  in the list. */
+    /** The whole tree, without the stacks that allocated nothing. Parents stand before their
+     *  children in the list. */
     CallNode tree(const PlaceTable &places)
     {
         std::vector<CallNode> made(nodes_.size());

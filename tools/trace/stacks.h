@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Modules, frames and stacks, each kept once and numbered. All recordings of a report share them, so
-// that the same code has the same number wherever it was loaded.
+// Modules, frames and stacks, each kept once and numbered. All recordings of a report share them,
+// so that the same code has the same number wherever it was loaded.
 #ifndef VEKTRACE_STACKS_H
 #define VEKTRACE_STACKS_H
 
