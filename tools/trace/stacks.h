@@ -66,6 +66,9 @@ public:
     const std::vector<Stack> &stacks() const { return stacks_; }
 
 private:
+    struct ModuleHash {
+        size_t operator()(const Module &module) const;
+    };
     struct FrameHash {
         size_t operator()(const Frame &frame) const;
     };
@@ -76,6 +79,7 @@ private:
     std::vector<Module> modules_;
     std::vector<Frame> frames_;
     std::vector<Stack> stacks_;
+    tsl::robin_map<Module, ModuleId, ModuleHash> module_ids_;
     tsl::robin_map<Frame, FrameId, FrameHash> frame_ids_;
     tsl::robin_map<Stack, StackId, StackHash> stack_ids_;
 };
