@@ -325,8 +325,8 @@ public:
         node.short_lived += totals.short_lived;
     }
 
-    /** The whole tree, without the stacks that allocated nothing. Parents stand before their children
-     *  in the list. */
+    /** The whole tree, without the stacks that allocated nothing. Parents stand before their
+     *  children in the list. */
     CallNode tree(const PlaceTable &places)
     {
         std::vector<CallNode> made(nodes_.size());
@@ -698,8 +698,7 @@ std::vector<std::string> read_suppressions(const std::string &path)
         }
         if (!line.starts_with("leak:") || line.size() == 5) {
             throw InputError(input.name() + ", line " + std::to_string(number) + ": '" +
-                             std::string(line.substr(0, 80)) +
-                             "' is neither leak:PATTERN nor a comment");
+                             printable(line) + "' is neither leak:PATTERN nor a comment");
         }
         patterns.emplace_back(line.substr(5));
     }

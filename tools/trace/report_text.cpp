@@ -3,6 +3,8 @@
 // what went wrong. A part that has nothing to say is left out.
 #include <algorithm>
 #include <limits>
+#include <string_view>
+#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -515,8 +517,9 @@ private:
     {
         Lines others;
         bool wanted = false;
+        const std::unordered_set<std::string_view> at_sites = modules_at_sites();
         for (const MissingModule &module : report_.missing) {
-            if (!has_sites(module)) {
+            if (report_.by != Grouping::file && at_sites.count(last_name(module.path)) == 0) {
                 others.push_back(clean(last_name(module.path)));
                 continue;
             }
@@ -538,14 +541,15 @@ private:
         }
     }
 
-    bool has_sites(const MissingModule &module) const
+    std::unordered_set<std::string_view> modules_at_sites() const
     {
-        const std::string_view wanted = last_name(module.path);
-        return report_.by == Grouping::file ||
-               std::any_of(report_.rows.begin(), report_.rows.end(), [&](const Row &row) {
-                   return std::any_of(row.frames.begin(), row.frames.end(),
-                                      [&](const auto &frame) { return frame.module == wanted; });
-               });
+        std::unordered_set<std::string_view> modules;
+        for (const Row &row : report_.rows) {
+            for (const SourceFrame &frame : row.frames) {
+                modules.insert(frame.module);
+            }
+        }
+        return modules;
     }
 
     const Report &report_;
