@@ -68,9 +68,14 @@ private:
 
 /// Bytes of a name that a filter sees: the C++ library's search needs stack for each.
 constexpr size_t most_searched = 4096;
+/// Bytes of a filter: to compile it needs stack for each parenthesis.
+constexpr size_t longest_filter = 1000;
 
 std::regex filter_from(const std::string &text)
 {
+    if (text.size() > longest_filter) {
+        throw InputError("the filter is too long");
+    }
     try {
         return std::regex(text, std::regex::ECMAScript | std::regex::optimize);
     } catch (const std::regex_error &) {
