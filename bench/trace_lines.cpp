@@ -4,8 +4,8 @@
 // Writes the memory history of an invented program with so many events (allocations, resizes and
 // releases) and, from the third part of them on, about so many live blocks. It is the same history
 // in each format: "lines" are the library's trace lines, "recording" is what vek-record writes at
-// depth 1, "mtrace" what glibc's mtrace() writes, and "heaptrack" what heaptrack's preloaded library
-// writes.
+// depth 1, "mtrace" what glibc's mtrace() writes, and "heaptrack" what the library that heaptrack
+// preloads writes.
 
 #include <cstdint>
 #include <cstdio>
