@@ -362,6 +362,7 @@ int report(Arguments &arguments)
 int diff(Arguments &arguments)
 {
     read_suppressions_into(arguments);
+    arguments.report.calls = false;
     SymbolOptions old_symbols = arguments.symbols;
     if (!arguments.old_exe.empty()) {
         old_symbols.exe = arguments.old_exe;
@@ -382,6 +383,7 @@ int diff(Arguments &arguments)
 int run_verb(CLI::App &app, Arguments &arguments)
 {
     const CLI::App &verb = *app.get_subcommands().front();
+    arguments.report.calls = arguments.format != Format::text && arguments.format != Format::massif;
     if (arguments.format == Format::massif && verb.count("--by") == 0) {
         arguments.report.by = Grouping::stack; // by site, its trees would have no depth
     }

@@ -10,7 +10,7 @@ namespace vektrace {
 
 namespace {
 
-void set_if(Json &object, const char *key, const std::string &text)
+void set_if(Json &object, const char *key, std::string_view text)
 {
     if (!text.empty()) {
         object[key] = text;
