@@ -329,7 +329,8 @@ public:
     /** The root alone. */
     CallNode root() const { return node_of(all_); }
 
-    /** The whole tree, without the stacks that allocated nothing. Its names are those of `places`. */
+    /** The whole tree, without the stacks that allocated nothing. Its names are those of
+     *  `places`. */
     CallNode tree(const std::vector<SourceFrame> &places)
     {
         rank_functions(places);
