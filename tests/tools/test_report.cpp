@@ -378,7 +378,7 @@ Sites by bytes live at the end
                                    2 blocks allocated, 32 B, 8 B to 24 B,
                                    mean 16 B
  16 B   10.8 %       1    0.0 %  grow, libveklib.so.1
-                                   1 block allocated, 16 B
+                                   1 block allocated, 16 B, growing
 … and 1 more site with nothing live at the end
 
 Faults

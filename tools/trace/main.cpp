@@ -246,8 +246,9 @@ bool use_colour(const Arguments &arguments)
         return arguments.colour == Colour::always;
     }
     const char *const terminal = std::getenv("TERM");
+    const char *const no_colour = std::getenv("NO_COLOR");
     return arguments.output.empty() && isatty(STDOUT_FILENO) == 1 &&
-           std::getenv("NO_COLOR") == nullptr && terminal != nullptr &&
+           (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
            std::string_view(terminal) != "dumb";
 }
 

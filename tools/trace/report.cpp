@@ -465,6 +465,7 @@ public:
     {
         report_.by = options.by;
         report_.sort = options.sort;
+        report_.filter = options.filter;
         for (const ModuleProblem &problem : symbols.problems) {
             const Module &module = stacks.modules()[problem.module];
             report_.missing.push_back({module.path, module.build_id, problem.text});
