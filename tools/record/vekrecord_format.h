@@ -13,8 +13,8 @@
  * ends the recording: the file has been allocated further than it was written. The type is written
  * after all fields of its record, so a process that is killed leaves no half a record.
  *
- * Chains are numbered from 0 in the order of their records. When a module is unloaded, the numbering
- * starts again, because another module may take its addresses.
+ * Chains are numbered from 0 in the order of their records. When a module is unloaded, the
+ * numbering starts again, because another module may take its addresses.
  */
 #ifndef VEKRECORD_FORMAT_H
 #define VEKRECORD_FORMAT_H
@@ -37,16 +37,16 @@ enum VekRecordType {
     VEKRECORD_PAD = 1, /* no fields; skipped */
 
     VEKRECORD_COMMAND = 2, /* number of texts, then the texts: the command and its arguments */
-    /* Load bias (what was added to the addresses in the file), lowest address, number of bytes up to
-     * the highest, build-id (a text of raw bytes, empty if there is none), path (a text). The first
-     * one is the program. */
+    /* Load bias (what was added to the addresses in the file), lowest address, number of bytes up
+     * to the highest, build-id (a text of raw bytes, empty if there is none), path (a text). The
+     * first one is the program. */
     VEKRECORD_MODULE = 3,
     VEKRECORD_UNLOADED = 4, /* lowest address of a module; chains are numbered from 0 again */
-    /* Flags (VEKRECORD_CUT...), number of addresses, then the addresses: the first one is the return
-     * address that the library passed to the table (to whom the call is charged), the others are
-     * the return addresses on the stack, innermost first, from the caller of the table's operation
-     * on; each signed, relative to the one before (the first to 0). Only the first one is there if
-     * the recording has depth 1. */
+    /* Flags (VEKRECORD_CUT...), number of addresses, then the addresses: the first one is the
+     * return address that the library passed to the table (to whom the call is charged), the others
+     * are the return addresses on the stack, innermost first, from the caller of the table's
+     * operation on; each signed, relative to the one before (the first to 0). Only the first one is
+     * there if the recording has depth 1. */
     VEKRECORD_CHAIN = 5,
     VEKRECORD_TIME = 6,   /* milliseconds since the start */
     VEKRECORD_NOTE = 7,   /* a text for the report: what this recording does not contain */
@@ -54,8 +54,8 @@ enum VekRecordType {
     VEKRECORD_BROKEN = 9, /* a text: why the recording ends here, before the process did */
 
     /* The events: a chain, then the fields named here. `address`: signed, relative to the last
-     * `address` before it, in this event or an earlier one (at first 0). Allocations and resizes are
-     * written after the operation, releases before it. */
+     * `address` before it, in this event or an earlier one (at first 0). Allocations and resizes
+     * are written after the operation, releases before it. */
     VEKRECORD_MALLOC = 16,              /* size, result address */
     VEKRECORD_CALLOC = 17,              /* count, size, result address */
     VEKRECORD_REALLOC = 18,             /* block address, size, result address */
@@ -65,8 +65,8 @@ enum VekRecordType {
     VEKRECORD_REALLOC_NEW = 22          /* realloc of null: size, result address */
 };
 
-/* Added to the type of an event that has a result, if that was null (there is then no result address).
- * A realloc to size 0 that returned null has released the block. */
+/* Added to the type of an event that has a result, if that was null (there is then no result
+ * address). A realloc to size 0 that returned null has released the block. */
 enum {
     VEKRECORD_FAILED = 16,
     VEKRECORD_REFUSED = 32 /* and the table was in the error state */
