@@ -10,11 +10,13 @@
  * probability of 1 to 37 million.
  */
 #include <dlfcn.h>
+#include <errno.h>
 #include <link.h>
 #include <string.h>
 
 #include <sys/auxv.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 /* The folder with libunwind.h may hold an unwind.h of its own, so that one is not used here. */
@@ -25,48 +27,115 @@
 static unsigned max_depth = DEFAULT_DEPTH;
 
 /* Return addresses as the unwinders give them, without the mark of Thumb code. */
-static uintptr_t plain(const void *address)
+static uintptr_t plain(uintptr_t address)
 {
 #ifdef __arm__
-    return (uintptr_t)address & ~(uintptr_t)1;
+    return address & ~(uintptr_t)1;
 #else
-    return (uintptr_t)address;
+    return address;
 #endif
 }
 
 /* ---- The two unwinders ---- */
 
-/* libunwind's, null if it is not there. It is loaded aside, so that its names never take the place
- * of libgcc's in the program. */
-static int (*fast_backtrace)(void **addresses, int count);
+typedef int FastBacktrace(void **addresses, int count);
 
+/* libunwind's, null if it is not there or has not been prepared. */
+static FastBacktrace *fast_backtrace;
+
+#ifdef __x86_64__
+typedef int AccessMemory(void *space, uintptr_t at, uintptr_t *value, int is_write, void *data);
+
+struct Accessors { /* the beginning of libunwind's */
+    void (*others[3])(void);
+    AccessMemory *access_memory;
+};
+
+static FastBacktrace *found_backtrace;
+static struct Accessors *(*get_accessors)(void *space);
+static void **local_space;
+static AccessMemory *libunwind_access_memory;
+
+/* libunwind is loaded aside, so that its names never take the place of libgcc's in the program. */
 static void find_fast_backtrace(void)
 {
-#ifdef __x86_64__
     void *const library = dlopen("libunwind.so.8", RTLD_NOW | RTLD_LOCAL);
     if (library != NULL) {
-        *(void **)&fast_backtrace = dlsym(library, "unw_backtrace");
+        *(void **)&found_backtrace = dlsym(library, "unw_backtrace");
+        *(void **)&get_accessors = dlsym(library, "_Ux86_64_get_accessors");
+        local_space = dlsym(library, "_ULx86_64_local_addr_space");
     }
-#endif
 }
 
+/* Whether the word there can be read: a system call that must fail anyway looks at it first. Pages
+ * of the stack that could be read are remembered. */
+static bool is_readable(uintptr_t at)
+{
+    enum { PAGE_SIZE = 4096, PAGES = 8, NEAR = 1 << 18, NO_OPERATION = -1, MASK_SIZE = 8 };
+    static __thread uintptr_t readable[PAGES];
+    const uintptr_t page = at / PAGE_SIZE;
+    const bool is_on_stack = at - (uintptr_t)__builtin_frame_address(0) < NEAR &&
+                             (at + sizeof at - 1) / PAGE_SIZE == page;
+    if (is_on_stack && readable[page % PAGES] == page) {
+        return true;
+    }
+    syscall(SYS_rt_sigprocmask, NO_OPERATION, at, NULL, MASK_SIZE);
+    if (errno == EFAULT) {
+        return false;
+    }
+    if (is_on_stack) {
+        readable[page % PAGES] = page;
+    }
+    return true;
+}
+
+static int access_memory(void *space, uintptr_t at, uintptr_t *value, int is_write, void *data)
+{
+    if (is_write) {
+        return libunwind_access_memory(space, at, value, is_write, data);
+    }
+    if (!is_readable(at)) {
+        return -1;
+    }
+    *value = *(const uintptr_t *)at;
+    return 0;
+}
+
+/* libunwind finds out what can be read by writing it to a pipe, and reading that. A program that
+ * closes all files may have others with these numbers then, and a thread could be cancelled in
+ * there. So libunwind is made to ask the function above, or not used. */
+static void prepare_fast_backtrace(void)
+{
+    if (found_backtrace == NULL || get_accessors == NULL || local_space == NULL) {
+        return;
+    }
+    struct Accessors *const accessors = get_accessors(*local_space);
+    libunwind_access_memory = accessors->access_memory;
+    accessors->access_memory = access_memory;
+    fast_backtrace = found_backtrace;
+}
+#else
+static void find_fast_backtrace(void) {}
+static void prepare_fast_backtrace(void) {}
+#endif
+
 struct Walk {
-    void **addresses;
+    uintptr_t *addresses;
     int count, capacity;
 };
 
 static _Unwind_Reason_Code visit(struct _Unwind_Context *context, void *data)
 {
     struct Walk *const walk = data;
-    void *const address = (void *)_Unwind_GetIP(context);
-    if (walk->count == walk->capacity || address == NULL) { /* null: nobody called the last one */
+    const uintptr_t address = _Unwind_GetIP(context);
+    if (walk->count == walk->capacity || address == 0) { /* 0: nobody called the last one */
         return _URC_END_OF_STACK;
     }
     walk->addresses[walk->count++] = address;
     return _URC_NO_REASON;
 }
 
-static int slow_backtrace(void **addresses, int capacity)
+static int slow_backtrace(uintptr_t *addresses, int capacity)
 {
     struct Walk walk = {addresses, 0, capacity};
     _Unwind_Backtrace(visit, &walk);
@@ -110,7 +179,7 @@ static uintptr_t program_start;
 
 static void find_ends(void)
 {
-    program_start = plain(dlsym(RTLD_DEFAULT, "__libc_start_main"));
+    program_start = plain((uintptr_t)dlsym(RTLD_DEFAULT, "__libc_start_main"));
 }
 
 static bool is_code_with_tables(uintptr_t address)
@@ -167,26 +236,27 @@ static uint64_t hash_chain(const struct Chain *chain)
 
 void take_chain(struct Chain *chain, const void *charged, const void *caller, bool stale)
 {
-    void **const stack = &chain->room[1];
+    uintptr_t *const stack = &chain->room[1];
     const unsigned wanted = max_depth > 1 ? max_depth + OWN_FRAMES : 0;
     unsigned end = 0;
     if (wanted != 0) {
-        const int taken = fast_backtrace != NULL && !stale ? fast_backtrace(stack, (int)wanted)
-                                                           : slow_backtrace(stack, (int)wanted);
+        const int taken = fast_backtrace != NULL && !stale
+                              ? fast_backtrace((void **)stack, (int)wanted)
+                              : slow_backtrace(stack, (int)wanted);
         end = taken > 0 ? (unsigned)taken : 0;
     }
     unsigned own = 0;
-    while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain(caller)) {
+    while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain((uintptr_t)caller)) {
         ++own;
     }
     if (own == end ||
         own == OWN_FRAMES) { /* depth 1, or not even the recorder's frames were left */
-        stack[own = 0] = (void *)caller;
+        stack[own = 0] = (uintptr_t)caller;
         end = wanted != 0;
     }
     /* The charged address takes the place of the recorder's last frame. */
-    chain->room[own] = (void *)charged;
-    chain->addresses = (uintptr_t *)&chain->room[own];
+    chain->room[own] = (uintptr_t)charged;
+    chain->addresses = &chain->room[own];
     chain->count = 1 + end - own;
     chain->flags = max_depth == 1 ? VEKRECORD_LIMITED : 0;
     if (chain->count > 1 + max_depth) {
@@ -230,6 +300,11 @@ void chains_prepare(unsigned depth)
         dl_iterate_phdr(find_loader, NULL);
         find_ends();
     }
+}
+
+void chains_begin(void)
+{
+    prepare_fast_backtrace();
 }
 
 static struct Slot *slot_of(uint64_t hash)

@@ -65,10 +65,13 @@ struct Chain {
     unsigned flags;
     unsigned count;
     uintptr_t *addresses; /* the charged one, then those on the stack; in `room` */
-    void *room[1 + OWN_FRAMES + MAX_DEPTH];
+    uintptr_t room[1 + OWN_FRAMES + MAX_DEPTH];
 };
 
+/* At load, before there are other threads. */
 void chains_prepare(unsigned depth);
+/* Before the first chain is taken. */
+void chains_begin(void);
 
 /* Needs no lock. `stale` says that modules have been unloaded. */
 void take_chain(struct Chain *chain, const void *charged, const void *caller, bool stale);
