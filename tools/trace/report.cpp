@@ -93,7 +93,7 @@ constexpr PlaceId unknown = std::numeric_limits<PlaceId>::max();
 
 /// Places of a stack that count: a damaged recording may have a chain that is deeper than a walk
 /// through the tree of calls can bear.
-constexpr size_t deepest = 4096;
+constexpr size_t deepest = 2048;
 
 /** A function of a header of the library: `inlined` into the application, or a copy in it. */
 bool is_library_inline(const Place &place, bool inlined)
