@@ -3,17 +3,21 @@
 //
 // Writes the memory history of an invented program with so many events (allocations, resizes and
 // releases) and, from the third part of them on, about so many live blocks. It is the same history
-// in each format: "lines" are the library's trace lines, "mtrace" is what glibc's mtrace() writes,
-// and "heaptrack" what heaptrack's preloaded library writes.
+// in each format: "lines" are the library's trace lines, "recording" is what vek-record writes at
+// depth 1, "mtrace" what glibc's mtrace() writes, and "heaptrack" what the library that heaptrack
+// preloads writes.
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "vekrecord_format.h"
 
 namespace {
 
@@ -50,6 +54,64 @@ public:
 
 private:
     uint64_t number_ = 0;
+};
+
+/** Every site is a chain of one address. */
+class Recording : public Writer {
+public:
+    Recording()
+    {
+        VekRecordHeader header = {};
+        memcpy(header.magic, VEKRECORD_MAGIC, sizeof header.magic);
+        header.byte_order = 1;
+        header.address_size = 8;
+        header.machine = 62;
+        header.pid = 1000;
+        fwrite(&header, sizeof header, 1, stdout);
+        for (unsigned site = 0; site < sites; ++site) {
+            putchar(VEKRECORD_CHAIN);
+            number(VEKRECORD_LIMITED);
+            number(1);
+            difference(address_of_site(site));
+        }
+    }
+
+    void allocate(unsigned site, uint64_t bytes, uint64_t block) override
+    {
+        putchar(VEKRECORD_MALLOC);
+        number(site);
+        number(bytes);
+        address(block);
+    }
+
+    void resize(unsigned site, uint64_t block, uint64_t bytes, uint64_t result) override
+    {
+        putchar(VEKRECORD_REALLOC);
+        number(site);
+        address(block);
+        number(bytes);
+        address(result);
+    }
+
+    void release(unsigned site, uint64_t block) override
+    {
+        putchar(VEKRECORD_FREE);
+        number(site);
+        address(block);
+    }
+
+private:
+    static void number(uint64_t value)
+    {
+        for (; value >= 0x80; value >>= 7) { putchar(static_cast<int>(value % 0x80 + 0x80)); }
+        putchar(static_cast<int>(value));
+    }
+
+    static void difference(uint64_t value) { number(value << 1 ^ (0 - (value >> 63))); }
+
+    void address(uint64_t block) { difference(block - std::exchange(last_, block)); }
+
+    uint64_t last_ = 0;
 };
 
 class Mtrace : public Writer {
@@ -205,9 +267,10 @@ int main(int argc, char **argv)
         const uint64_t events = strtoull(argv[2], nullptr, 10);
         const uint64_t live = strtoull(argv[3], nullptr, 10);
         if (format == "lines") { return write<Lines>(events, live); }
+        if (format == "recording") { return write<Recording>(events, live); }
         if (format == "mtrace") { return write<Mtrace>(events, live); }
         if (format == "heaptrack") { return write<Heaptrack>(events, live); }
     }
-    fputs("usage: trace_lines lines|mtrace|heaptrack EVENTS LIVE\n", stderr);
+    fputs("usage: trace_lines lines|recording|mtrace|heaptrack EVENTS LIVE\n", stderr);
     return 2;
 }

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # usage: demo.sh LOGDIGEST VEK_TRACE FOLDER - runs logdigest on a generated log and on one of this
-# machine, shows where its debug output goes, what a trace of its allocations says, and how vek-trace
-# finds a leak. All files are written to FOLDER.
+# machine, shows where its debug output goes, what a trace of its allocations says, and how
+# vek-trace finds a leak. All files are written to FOLDER.
 set -eu
 logdigest=$(realpath "$1")
 vek_trace=$(realpath "$2")

@@ -179,9 +179,7 @@ static void copy_maps(const char *file)
         perror(file);
         exit(2);
     }
-    for (int c = getc(in); c != EOF; c = getc(in)) {
-        putc(c, out);
-    }
+    for (int c = getc(in); c != EOF; c = getc(in)) { putc(c, out); }
     fclose(in);
     fclose(out);
 }

@@ -130,6 +130,22 @@ def main():
         check("killed", any("+0x" in row["frames"][0]["function"] for row in bare["rows"]), "bare")
         check("killed", any("leaky" in module["problem"] for module in bare["missing"]), "missing")
 
+        # A process that ended before its first event leaves an empty file, or one without a header.
+        pathlib.Path(path("killed"), "empty.1.vekrec").write_bytes(b"")
+        pathlib.Path(path("killed"), "empty.2.vekrec").write_bytes(bytes(4096))
+        with_empty = report(path("killed"), *symbols)
+        compare("empty", with_empty, ALWAYS)
+        check("empty", len(with_empty["processes"]) == 1, "an empty file counts as a process")
+        for name in ("empty.1.vekrec", "empty.2.vekrec"):
+            check("empty", name in str(with_empty["processes"]), f"{name} is not mentioned")
+
+        # What holds no trace line must not pass as a run without leaks.
+        for content in (b"", b"0x401190: vek_mal", b"text\nand more", b"VEKREC9\n" + bytes(99)):
+            pathlib.Path(path("no-trace")).write_bytes(content)
+            status = subprocess.run([vek_trace, "report", "--fail-on-leak", path("no-trace")],
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            check("no trace", status.returncode == 2, f"{content}: {status.returncode}")
+
         # The library's own lines lead to the code that the library charges: for dictionaries and
         # the like its own.
         lines = path("lines")

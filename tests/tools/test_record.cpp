@@ -166,6 +166,14 @@ TEST_F(Record, LeavesForkedChildrenAndFollowsExec)
     EXPECT_EQ(all[0]->facts.pid, all[1]->facts.pid);
 }
 
+TEST_F(Record, LeavesTheProgramsFilesStackAndRegistersAlone)
+{
+    EXPECT_EQ(run("$R $P hostile"), 0) << output;
+    const auto recording = read_one();
+    EXPECT_EQ(recording->sink.events.size(), 2002U);
+    EXPECT_EQ(recording->stack(recording->sink.events.back()).end, ChainEnd::whole);
+}
+
 TEST_F(Record, KnowsModulesThatComeAndGo)
 {
     EXPECT_EQ(run("$R $P plugins " PLUGIN_A " " PLUGIN_B " " PLUGIN_A), 0) << output;
@@ -259,6 +267,10 @@ TEST_F(Record, PassesSignalsAndInput)
         EXPECT_EQ(run(shell + " $R $P usual_signals"), 0);
         EXPECT_EQ(run("echo word | " + shell + " $R cat"), 0);
         EXPECT_EQ(output.substr(0, 5), "word\n");
+        EXPECT_EQ(run(shell + " $R -q $P every_operation <&-"), 3);
+        EXPECT_EQ(output.find("recording in"), std::string::npos) << output;
+        EXPECT_EQ(run("echo word | " + shell + " $R sh -c 'cat <&3' 3<&0"), 0);
+        EXPECT_EQ(output.substr(0, 5), "word\n");
         const std::string ready = "until grep -q ready " + (folder / "output").string();
         for (const char *const signal : {"TERM", "HUP", "USR1"}) {
             EXPECT_GT(run(shell + " $R $P waiting & " + ready + "; do sleep .1; done; kill -" +
@@ -277,6 +289,7 @@ TEST_F(Record, RejectsWrongUsage)
         EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1) << output;
     }
     EXPECT_EQ(run("$R ./missing"), 127);
+    EXPECT_EQ(run("$R /"), 126);
     EXPECT_EQ(run("$R $P killed; exec $R true"), 2); // there is a recording already
 }
 

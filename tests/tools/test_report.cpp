@@ -378,7 +378,7 @@ Sites by bytes live at the end
                                    2 blocks allocated, 32 B, 8 B to 24 B,
                                    mean 16 B
  16 B   10.8 %       1    0.0 %  grow, libveklib.so.1
-                                   1 block allocated, 16 B
+                                   1 block allocated, 16 B, growing
 … and 1 more site with nothing live at the end
 
 Faults
@@ -451,12 +451,18 @@ TEST(Compare, MatchesLinesThatMoved)
                                      {"save", 30, 7},
                                      {"gone", 40, 500},
                                      {"shrinks", 50, 90},
+                                     {"three", 60, 1},
+                                     {"three", 61, 2},
+                                     {"three", 62, 3},
                                      {"", 0, 1}});
     const Report after = report_of({{"load", 20, 51},
                                     {"load", 12, 400},
                                     {"save", 35, 7},
                                     {"fresh", 40, 9},
                                     {"shrinks", 50, 80},
+                                    {"three", 61, 1},
+                                    {"three", 62, 2},
+                                    {"three", 63, 3},
                                     {"", 0, 3}});
     const Difference difference = compare(before, after);
     std::string text;
@@ -477,11 +483,11 @@ TEST(Compare, MatchesLinesThatMoved)
     EXPECT_EQ(json["changes"][1]["after"]["live"]["bytes"], 400);
     EXPECT_EQ(format_text(difference, {}), R"(Before and after
 before  after  change  summary
- 748 B  550 B  -198 B  bytes live at the end
-     6      6       0  blocks live at the end
- 748 B  550 B  -198 B  peak
- 748 B  550 B  -198 B  bytes allocated
-     6      6       0  allocations
+ 754 B  556 B  -198 B  bytes live at the end
+     9      9       0  blocks live at the end
+ 754 B  556 B  -198 B  peak
+ 754 B  556 B  -198 B  bytes allocated
+     9      9       0  allocations
      0      0       0  failed requests
      0      0       0  faults
 

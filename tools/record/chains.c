@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /* Call chains: taking them, and the table of those that have a number.
  *
- * On x86-64 they are walked by frames.c. Chains that it cannot walk, and those on other machines, are
- * taken by libgcc, whose copy in here is private.
+ * On x86-64, frames.c takes them. libgcc takes those that it cannot take, and those on other
+ * machines. The copy of libgcc in here is private.
  *
  * The table holds hashes alone. With a million chains, two of them have the same 64 bits with a
  * probability of 1 to 37 million.
@@ -15,7 +15,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/* The folder with libunwind.h may hold an unwind.h of its own, so that one is not used here. */
 #include <unwind.h>
 
 #include "record.h"
@@ -23,34 +22,34 @@
 static unsigned max_depth = DEFAULT_DEPTH;
 
 /* Return addresses as the unwinders give them, without the mark of Thumb code. */
-static uintptr_t plain(const void *address)
+static uintptr_t plain(uintptr_t address)
 {
 #ifdef __arm__
-    return (uintptr_t)address & ~(uintptr_t)1;
+    return address & ~(uintptr_t)1;
 #else
-    return (uintptr_t)address;
+    return address;
 #endif
 }
 
 /* ---- libgcc's way ---- */
 
 struct Walk {
-    void **addresses;
+    uintptr_t *addresses;
     int count, capacity;
 };
 
 static _Unwind_Reason_Code visit(struct _Unwind_Context *context, void *data)
 {
     struct Walk *const walk = data;
-    void *const address = (void *)_Unwind_GetIP(context);
-    if (walk->count == walk->capacity || address == NULL) { /* null: nobody called the last one */
+    const uintptr_t address = _Unwind_GetIP(context);
+    if (walk->count == walk->capacity || address == 0) { /* 0: nobody called the last one */
         return _URC_END_OF_STACK;
     }
     walk->addresses[walk->count++] = address;
     return _URC_NO_REASON;
 }
 
-static int slow_backtrace(void **addresses, int capacity)
+static int slow_backtrace(uintptr_t *addresses, int capacity)
 {
     struct Walk walk = {addresses, 0, capacity};
     _Unwind_Backtrace(visit, &walk);
@@ -94,7 +93,7 @@ static uintptr_t program_start;
 
 static void find_ends(void)
 {
-    program_start = plain(dlsym(RTLD_DEFAULT, "__libc_start_main"));
+    program_start = plain((uintptr_t)dlsym(RTLD_DEFAULT, "__libc_start_main"));
 }
 
 static bool is_code_with_tables(uintptr_t address)
@@ -152,7 +151,7 @@ static uint64_t hash_chain(const struct Chain *chain)
 void take_chain(struct Chain *chain, const void *charged, const void *caller,
                 unsigned long long unloaded)
 {
-    void **const stack = &chain->room[1];
+    uintptr_t *const stack = &chain->room[1];
     const unsigned wanted = max_depth > 1 ? max_depth + OWN_FRAMES : 0;
     unsigned end = 0;
     if (wanted != 0) {
@@ -160,17 +159,17 @@ void take_chain(struct Chain *chain, const void *charged, const void *caller,
         end = (unsigned)(taken >= 0 ? taken : slow_backtrace(stack, (int)wanted));
     }
     unsigned own = 0;
-    while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain(caller)) {
+    while (own != end && own != OWN_FRAMES && plain(stack[own]) != plain((uintptr_t)caller)) {
         ++own;
     }
     if (own == end ||
         own == OWN_FRAMES) { /* depth 1, or not even the recorder's frames were left */
-        stack[own = 0] = (void *)caller;
+        stack[own = 0] = (uintptr_t)caller;
         end = wanted != 0;
     }
     /* The charged address takes the place of the recorder's last frame. */
-    chain->room[own] = (void *)charged;
-    chain->addresses = (uintptr_t *)&chain->room[own];
+    chain->room[own] = (uintptr_t)charged;
+    chain->addresses = &chain->room[own];
     chain->count = 1 + end - own;
     chain->flags = max_depth == 1 ? VEKRECORD_LIMITED : 0;
     if (chain->count > 1 + max_depth) {

@@ -17,11 +17,12 @@
 #include <time.h>
 
 #include <pthread.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "record.h"
 
-enum { LONGEST_COMMAND = 1 << 13, CLOCK_EVENTS = 64, CLOCK_STEP = 16 };
+enum { LONGEST_COMMAND = 1 << 13, CLOCK_EVENTS = 8, CLOCK_STEP = 16 };
 
 extern const ElfW(Ehdr) __ehdr_start; /* of this library; the linker defines it */
 
@@ -34,6 +35,7 @@ static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 /* This thread is in here. A signal handler that allocates then must not wait for the lock. */
 static __thread bool is_busy;
 
+static char folder[PATH_MAX]; /* as at load: the program may clear its environment */
 static char path[PATH_MAX];
 static bool is_open;           /* the file has been made */
 static const char *first_note; /* null: none */
@@ -116,7 +118,6 @@ static bool make_file(void)
             *c = '_';
         }
     }
-    const char *const folder = getenv("VEK_RECORD_DIR");
     const long pid = (long)getpid();
     int length = snprintf(path, sizeof path, "%s/%s.%ld.vekrec", folder, name, pid);
     for (int i = 2; (size_t)length < sizeof path && !writer_open(path); ++i) {
@@ -128,10 +129,27 @@ static bool make_file(void)
     return (size_t)length < sizeof path;
 }
 
+/* In a page that is empty in a child. Functions like clone() do not say that they fork. */
+static const uint8_t *is_original;
+
+static void mark_original(void)
+{
+    static const uint8_t always = 1;
+    const size_t size = (size_t)sysconf(_SC_PAGESIZE);
+    uint8_t *const page =
+        mmap(NULL, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    is_original = &always;
+    if (page != MAP_FAILED && madvise(page, size, MADV_WIPEONFORK) == 0) {
+        *page = 1;
+        is_original = page;
+    }
+}
+
 static void open_recording(void)
 {
     int cancel_state;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
+    pthread_mutex_lock(&lock);
     if (make_file()) {
         clock_gettime(CLOCK_MONOTONIC_COARSE, &start);
         write_header();
@@ -143,6 +161,7 @@ static void open_recording(void)
     } else {
         set_state(OFF);
     }
+    pthread_mutex_unlock(&lock);
     pthread_setcancelstate(cancel_state, NULL);
 }
 
@@ -154,7 +173,8 @@ void record_note_at_start(const char *note)
 /* ---- Events, under the lock ---- */
 
 /* Writes the time. The clock is read at every event of a program that allocates seldom, and at
- * every 64th of one that allocates all the time. */
+ * every eighth of one that allocates all the time. That keeps its cost low, and after a pause few
+ * events have the time from before it. */
 static void write_time(void)
 {
     if (--events_until_clock != 0) {
@@ -223,10 +243,10 @@ static void put_address(const void *address)
     last_address = (uintptr_t)address;
 }
 
-static void write_event(const struct Event *event, long chain)
+static bool write_event(const struct Event *event, long chain)
 {
     if (!begin_record(5 * NUMBER_ROOM)) {
-        return;
+        return false;
     }
     put_number((uint64_t)chain);
     if ((event->fields & HAS_BLOCK) != 0) {
@@ -242,6 +262,7 @@ static void write_event(const struct Event *event, long chain)
         put_address(event->result);
     }
     end_record(event->type);
+    return true;
 }
 
 /* ---- Events ---- */
@@ -275,7 +296,7 @@ unsigned long long look_at_modules(void)
 
 bool begin_event(void)
 {
-    if (!is_recording() || is_busy) {
+    if (!is_recording() || *is_original == 0 || is_busy) {
         return false;
     }
     is_busy = true;
@@ -288,10 +309,8 @@ void end_event(const struct Event *event, struct Chain *chain)
 {
     pthread_mutex_lock(&lock);
     const long number = number_of(chain);
-    if (number >= 0) {
-        write_time();
-        write_event(event, number);
-    } else {
+    write_time();
+    if (number < 0 || !write_event(event, number)) {
         set_state(OFF);
     }
     pthread_mutex_unlock(&lock);
@@ -303,7 +322,7 @@ void end_event(const struct Event *event, struct Chain *chain)
 static void record_exit(int status, void *data)
 {
     (void)data;
-    if (get_state() != ON || is_busy) {
+    if (get_state() != ON || *is_original == 0 || is_busy) {
         return;
     }
     is_busy = true;
@@ -317,19 +336,13 @@ static void record_exit(int status, void *data)
     is_busy = false;
 }
 
-/* fork() in a signal handler may have interrupted the recorder, which holds the lock already. */
-static void before_fork(void)
-{
-    if (!is_busy) {
-        pthread_mutex_lock(&lock);
-    }
-}
-
+/* No lock is held during fork(), which waits for other threads' locks itself. */
 static void after_fork_in_parent(void)
 {
-    if (is_busy) {
+    if (is_busy) { /* a signal handler that interrupted the recorder */
         return;
     }
+    pthread_mutex_lock(&lock);
     if (is_open && !has_forked) {
         has_forked = true;
         write_note(
@@ -342,7 +355,7 @@ static void after_fork_in_parent(void)
 static void after_fork_in_child(void)
 {
     set_state(OFF);
-    if (!is_busy) {
+    if (pthread_mutex_trylock(&lock) == 0) { /* else the writer was at work; what it had stays */
         writer_abandon();
         pthread_mutex_unlock(&lock);
     }
@@ -369,15 +382,18 @@ static void prepare(void)
         restore_signal(signals, "QUIT", SIGQUIT);
         unsetenv("VEK_RECORD_SIGNALS"); /* the program's children are no longer concerned */
     }
-    const char *const folder = getenv("VEK_RECORD_DIR");
-    if (folder == NULL || *folder == '\0') {
+    const char *const folder_text = getenv("VEK_RECORD_DIR");
+    const size_t length = folder_text != NULL ? strlen(folder_text) : 0;
+    if (length == 0 || length >= sizeof folder) {
         set_state(OFF);
         return;
     }
+    memcpy(folder, folder_text, length);
     const char *const depth_text = getenv("VEK_RECORD_DEPTH");
     const long depth = depth_text != NULL ? strtol(depth_text, NULL, 10) : DEFAULT_DEPTH;
     chains_prepare(depth < 1 ? 1 : depth > MAX_DEPTH ? MAX_DEPTH : (unsigned)depth);
-    pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+    mark_original();
+    pthread_atfork(NULL, after_fork_in_parent, after_fork_in_child);
     on_exit(record_exit, NULL);
     set_state(ON);
 }

@@ -11,8 +11,8 @@
  *   frame is known, too. The processor compares many such words at once, whereas each rule has to
  *   wait for the frame before it. No word is read that the rules would not read.
  *
- * Both are forgotten when a module was unloaded. Rare rules, as those of signal handlers' callers
- * and of lazy binding, are left to libgcc.
+ * Both are forgotten when a module was unloaded. Rare rules, as for the callers of signal
+ * handlers and for lazy binding, are left to libgcc.
  */
 #include <string.h>
 
@@ -430,7 +430,7 @@ static __thread struct {
 } last;
 
 struct Walk {
-    void **addresses;
+    uintptr_t *addresses;
     int count, capacity;
     struct Frame frame; /* the outermost so far */
     unsigned at;        /* the last chain's frames from here on may be met again */
@@ -475,9 +475,9 @@ static void take_known(struct Walk *walk)
     const unsigned first = walk->at;
     unsigned i = first;
     last.frames[first].bp_from = walk->frame.bp_from; /* its callee may be another function */
-    walk->addresses[walk->count++] = (void *)last.frames[i].address;
+    walk->addresses[walk->count++] = last.frames[i].address;
     while (walk->count != walk->capacity && i + 1 != KEPT && still_holds(&last.frames[i + 1])) {
-        walk->addresses[walk->count++] = (void *)last.frames[++i].address;
+        walk->addresses[walk->count++] = last.frames[++i].address;
     }
     walk->frame = last.frames[i];
     walk->at = i + 1;
@@ -492,7 +492,7 @@ static void take_known(struct Walk *walk)
 
 static void take_new(struct Walk *walk)
 {
-    walk->addresses[walk->count++] = (void *)walk->frame.address;
+    walk->addresses[walk->count++] = walk->frame.address;
     add_new(walk, &walk->frame);
 }
 
@@ -532,7 +532,7 @@ static void forget_unloaded(unsigned long long unloaded)
     }
 }
 
-int walk_frames(void **addresses, int capacity, const void *frame, unsigned long long unloaded)
+int walk_frames(uintptr_t *addresses, int capacity, const void *frame, unsigned long long unloaded)
 {
     forget_unloaded(unloaded);
     const uintptr_t *const words = frame; /* the caller's rbp, then the return address */
@@ -553,7 +553,7 @@ int walk_frames(void **addresses, int capacity, const void *frame, unsigned long
 
 #else /* other machines */
 
-int walk_frames(void **addresses, int capacity, const void *frame, unsigned long long unloaded)
+int walk_frames(uintptr_t *addresses, int capacity, const void *frame, unsigned long long unloaded)
 {
     (void)addresses;
     (void)capacity;

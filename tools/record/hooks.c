@@ -20,7 +20,7 @@
 typedef void SetTable(const VekMemoryVtable *table);
 typedef const VekMemoryVtable *GetTable(void);
 
-static SetTable *original_set;
+static SetTable *original_set; /* found last: with it, both are known */
 static GetTable *original_get;
 
 static VekMemoryVtable inner; /* the table that the application, or the library, installed */
@@ -28,7 +28,7 @@ static VekMemoryVtable inner; /* the table that the application, or the library,
 /* ---- The operations ---- */
 
 /* The frame of this thread's outermost operation, null if there is none. An operation that was left
- * by a jump leaves its frame here, but frames of a later one lie at no lower address. */
+ * by a jump leaves its frame here, until one begins that lies no deeper in the stack. */
 static __thread const char *outermost;
 
 static bool is_nested(const char *frame)
@@ -207,17 +207,24 @@ static void note_own_definitions(void *library)
 
 static void find_originals_in(void *library)
 {
-    *(void **)&original_set = dlsym(library, "__vek_default_set_memory_vtable");
-    *(void **)&original_get = dlsym(library, "__vek_default_get_memory_vtable");
+    void *const get = dlsym(library, "__vek_default_get_memory_vtable");
+    void *const set = dlsym(library, "__vek_default_set_memory_vtable");
+    *(void **)&original_get = get;
+    __atomic_store_n((void **)&original_set, set, __ATOMIC_RELEASE);
+}
+
+static bool has_originals(void)
+{
+    return __atomic_load_n(&original_set, __ATOMIC_ACQUIRE) != NULL;
 }
 
 /* At load, because a thread that looks names up waits for another one's dlopen(), which may wait
  * for the first use of the allocator. */
 __attribute__((constructor)) static void find_originals(void)
 {
-    if (original_set == NULL) {
+    if (!has_originals()) {
         find_originals_in(RTLD_NEXT);
-        if (original_set != NULL) {
+        if (has_originals()) {
             note_own_definitions(RTLD_NEXT);
         }
     }
@@ -226,11 +233,11 @@ __attribute__((constructor)) static void find_originals(void)
 /* If dlopen() brought the library, only its caller, or the library itself, can see it. */
 static void find_originals_for(void *caller)
 {
-    if (original_set == NULL) {
+    if (!has_originals()) {
         find_originals(); /* a constructor that ran before the one above */
     }
     Dl_info info;
-    if (original_set == NULL && dladdr(caller, &info) != 0) {
+    if (!has_originals() && dladdr(caller, &info) != 0) {
         void *const library = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
         if (library != NULL) {
             find_originals_in(library);
@@ -244,7 +251,7 @@ static void find_originals_for(void *caller)
 static void set_table(const VekMemoryVtable *table, void *caller)
 {
     find_originals_for(caller);
-    if (original_set == NULL || original_get == NULL) {
+    if (!has_originals()) {
         return; /* nobody's library: there is no table to set */
     }
     if (table == NULL || !is_recording()) {
@@ -270,7 +277,7 @@ static void set_table(const VekMemoryVtable *table, void *caller)
 static const VekMemoryVtable *get_table(void *caller)
 {
     find_originals_for(caller);
-    const VekMemoryVtable *const table = original_get != NULL ? original_get() : &inner;
+    const VekMemoryVtable *const table = has_originals() ? original_get() : &inner;
     return table->malloc == record_malloc ? &inner : table;
 }
 

@@ -180,14 +180,16 @@ static bool contains(const struct ModuleList *list, const struct Module *module)
     return false;
 }
 
-/* The path of the file, without links if the file can be found. */
-static size_t path_of(const struct Module *module, char path[PATH_MAX])
+static char path[PATH_MAX]; /* not on the stack, because threads and signals may have small ones */
+
+/* Finds the path of the file, without links if the file can be found. Returns its length. */
+static size_t find_path(const struct Module *module)
 {
+    static char name[PATH_MAX + 1];
     if (module->name_size == 0) {
         const ssize_t length = readlink("/proc/self/exe", path, PATH_MAX);
         return length > 0 ? (size_t)length : 0;
     }
-    char name[PATH_MAX + 1];
     memcpy(name, module->name, module->name_size);
     name[module->name_size] = '\0';
     /* A name without a slash is no file's: the kernel gives such a module to every process. */
@@ -201,8 +203,7 @@ static size_t path_of(const struct Module *module, char path[PATH_MAX])
 
 static void write_module(const struct Module *module)
 {
-    char path[PATH_MAX];
-    const size_t length = path_of(module, path);
+    const size_t length = find_path(module);
     if (begin_record(5 * NUMBER_ROOM + LONGEST_ID + length)) {
         put_number(module->bias);
         put_number(module->low);

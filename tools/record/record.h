@@ -66,9 +66,10 @@ struct Chain {
     unsigned flags;
     unsigned count;
     uintptr_t *addresses; /* the charged one, then those on the stack; in `room` */
-    void *room[1 + OWN_FRAMES + MAX_DEPTH];
+    uintptr_t room[1 + OWN_FRAMES + MAX_DEPTH];
 };
 
+/* At load, before there are other threads. */
 void chains_prepare(unsigned depth);
 
 /* Needs no lock. `unloaded` counts the modules that were unloaded so far. */
@@ -90,7 +91,7 @@ void forget_chains(void);
 /* Takes the return addresses of a chain, from that of the function with this frame (which has to be
  * __builtin_frame_address(0)) outwards. Returns their number, or -1 if there is something on the
  * stack that needs libgcc. Needs no lock. A thread must not call it while it is in it. */
-int walk_frames(void **addresses, int capacity, const void *frame, unsigned long long unloaded);
+int walk_frames(uintptr_t *addresses, int capacity, const void *frame, unsigned long long unloaded);
 
 /* ---- modules.c ---- */
 

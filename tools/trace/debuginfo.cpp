@@ -68,12 +68,15 @@ unsigned number_attribute(Dwarf_Die &die, unsigned name)
     return static_cast<unsigned>(value);
 }
 
+// A definition refers by this attribute of DWARF to the declaration that it completes.
+constexpr unsigned completed_declaration = 0x47;
+
 // The entry that this one is an instance of, or completes.
 bool declaration_of(Dwarf_Die &die, Dwarf_Die &declaration)
 {
     Dwarf_Attribute attribute;
     return (dwarf_attr(&die, DW_AT_abstract_origin, &attribute) != nullptr ||
-            dwarf_attr(&die, DW_AT_specification, &attribute) != nullptr) &&
+            dwarf_attr(&die, completed_declaration, &attribute) != nullptr) &&
            dwarf_formref_die(&attribute, &declaration) != nullptr;
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Two reports side by side. Lines move between versions of a program: rows are matched by function,
-// file and line first, and what is left by function and file, in the order of the lines.
+// Two reports side by side. Lines move between versions of a program. Where a function has as many
+// rows as before, they are matched in the order of their lines: a line that was added above three
+// allocations in a row would otherwise match each of them with its neighbour. Where it has more or
+// fewer rows, those with the same line are matched first, then the others in their order.
 #include <algorithm>
 #include <map>
 #include <unordered_map>
@@ -119,8 +121,9 @@ public:
 
     Difference compare()
     {
-        match(true);
-        match(false);
+        match(false, true);
+        match(true, false);
+        match(false, false);
         for (const Side *row : before_) {
             add(row, nullptr);
         }
@@ -133,8 +136,9 @@ public:
     }
 
 private:
-    /** Pairs what has the same key; what has no partner stays in before_ and after_. */
-    void match(bool with_lines)
+    /** Pairs what has the same key, on demand only where both sides have equally many rows with it;
+     *  what has no partner stays in before_ and after_. */
+    void match(bool with_lines, bool only_equally_many)
     {
         Candidates old = candidates(before_, with_lines);
         const Candidates fresh = candidates(after_, with_lines);
@@ -142,7 +146,9 @@ private:
         after_.clear();
         for (const auto &[key, rows] : fresh) {
             Sides &partners = old[key];
-            const size_t pairs = std::min(rows.size(), partners.size());
+            const size_t pairs = only_equally_many && rows.size() != partners.size()
+                                     ? 0
+                                     : std::min(rows.size(), partners.size());
             for (size_t i = 0; i < pairs; i++) {
                 add(partners[i], rows[i]);
             }

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <gelf.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vektrace {
@@ -18,10 +19,13 @@ namespace {
 
 class ElfFile {
 public:
-    explicit ElfFile(const std::string &path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+    // A recording can name anything: a pipe must not be waited for, nor a device be read.
+    explicit ElfFile(const std::string &path)
+        : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
     {
         error_ = fd_ < 0 ? errno : 0;
-        if (fd_ >= 0) {
+        struct stat status = {};
+        if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
             elf_version(EV_CURRENT);
             elf_ = elf_begin(fd_, ELF_C_READ_MMAP, nullptr);
         }

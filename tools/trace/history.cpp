@@ -143,7 +143,7 @@ public:
         if (has_index_) {
             index_[release.address] = next_;
         }
-        next_ = (next_ + 1) % remembered_releases;
+        next_ = static_cast<uint32_t>((next_ + 1) % remembered_releases);
     }
 
     const Release *last_of(uint64_t address)

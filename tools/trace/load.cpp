@@ -28,7 +28,7 @@ public:
         if (input != "-" && fs::is_directory(input, error)) {
             load_folder(input);
         } else {
-            load_file(input, input);
+            load_file(input, input, is_recording(input));
         }
     }
 
@@ -43,42 +43,47 @@ private:
                 "{}: no recording: the folder has no file whose name ends in .vekrec", folder));
         }
         const size_t first = processes_.size();
+        std::vector<std::string> empty;
         for (const std::string &file : files) {
-            load_file(file, folder);
+            if (is_empty(file)) {
+                empty.push_back(file);
+            } else {
+                load_file(file, folder, true);
+            }
+        }
+        if (processes_.size() == first) {
+            throw InputError(empty.front() + empty_file);
+        }
+        for (const std::string &file : empty) {
+            processes_[first].facts.notes.push_back(file + empty_file);
         }
         read_status(folder, first);
     }
 
-    static std::vector<std::string> files_of(const std::string &folder)
+    static constexpr const char *empty_file =
+        " is empty: the process ended before its first event, or the disk was full";
+
+    /** Whether the file was made, but not even its header was written. */
+    static bool is_empty(const std::string &file)
     {
-        std::vector<std::string> files;
-        std::error_code error;
-        for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-             entry.increment(error)) {
-            if (entry->path().extension() == ".vekrec") {
-                files.push_back(entry->path().string());
-            }
-        }
-        if (error) {
-            throw InputError(folder + ": " + error.message());
-        }
-        std::sort(files.begin(), files.end());
-        return files;
+        Input input(file);
+        char first = '\0';
+        return input.read({&first, 1}) == 0 || first == '\0';
     }
 
-    void load_file(const std::string &file, const std::string &recording)
+    void load_file(const std::string &file, const std::string &recording, bool binary)
     {
         Process process;
         process.input = file;
         process.recording = recording;
         const auto show = [&](const Progress &progress) { progress_(file, progress); };
-        const bool binary = is_recording(file);
         Input input(file);
         process.facts = binary ? read_recording(input, stacks_, process.history, show)
                                : read_lines(input, modules_, stacks_, process.history, show);
         process.history.finish();
-        if (!binary && process.facts.lines == process.facts.foreign_lines) {
-            throw InputError(no_trace(input.name(), process.facts));
+        const InputFacts &facts = process.facts;
+        if (!binary && facts.lines == facts.foreign_lines + !facts.torn.empty()) {
+            throw InputError(no_trace(input.name(), facts));
         }
         if (process.facts.exit_status) {
             process.status = *process.facts.exit_status & 0xff;
@@ -92,10 +97,14 @@ private:
             return name + ": empty: neither a recording nor trace lines (run the program with "
                           "vek-record, or with VEK_MALLOC_TRACE=1)";
         }
+        const std::string &first =
+            facts.first_foreign.empty() ? facts.torn : facts.first_foreign[0].text;
+        if (first.starts_with("VEKREC")) {
+            return name + ": a recording can be read only from its file or folder";
+        }
         return fmt::format("{}: neither a recording nor trace lines: none of its {} lines is one. "
                            "The first is: {}",
-                           name, facts.lines,
-                           facts.first_foreign.empty() ? "" : facts.first_foreign[0].text);
+                           name, facts.lines, first);
     }
 
     // The script's file knows how the process that it started ended, even by a signal. After exec,
@@ -127,6 +136,23 @@ private:
 };
 
 } // namespace
+
+std::vector<std::string> files_of(const std::string &folder)
+{
+    std::vector<std::string> files;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().extension() == ".vekrec") {
+            files.push_back(entry->path().string());
+        }
+    }
+    if (error) {
+        throw InputError(folder + ": " + error.message());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
 
 std::vector<Process> load(const std::vector<std::string> &inputs, const ModuleMap &modules,
                           Stacks &stacks, const LoadProgress &progress)

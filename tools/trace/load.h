@@ -17,6 +17,9 @@ namespace vektrace {
 /** Called with the name of the file that is being read. */
 using LoadProgress = std::function<void(const std::string &name, const Progress &progress)>;
 
+/** The files of a recording, sorted by name. Throws InputError. */
+std::vector<std::string> files_of(const std::string &folder);
+
 /** Reads recordings (folders, or single files of one) and files of trace lines; "-" is the
  *  standard input. `modules` says where the processes of trace lines had their modules. Throws
  *  InputError. */

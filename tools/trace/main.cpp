@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -27,6 +29,10 @@ namespace {
 
 constexpr int exit_leak = 1;
 constexpr int exit_unusable = 2; // wrong usage, or input that cannot be read
+
+// What the recorder exits with, as a shell does, if it cannot start the program.
+constexpr int not_executable = 126;
+constexpr int no_such_program = 127;
 
 enum class Format : uint8_t { text, json, html, folded, massif };
 enum class Colour : uint8_t { automatic, always, never };
@@ -181,7 +187,7 @@ void add_run(CLI::App &app, Arguments &arguments)
     verb.add_option("--depth", arguments.depth,
                     "Return addresses of a chain; 1 records fastest, without chains")
         ->type_name("N")
-        ->check(CLI::Range(1, 255));
+        ->check(CLI::Range(1, 256));
     verb.add_option("--keep", arguments.keep, "Keep the recording in this folder")
         ->type_name("DIR");
     add_report_options(verb, arguments);
@@ -240,8 +246,9 @@ bool use_colour(const Arguments &arguments)
         return arguments.colour == Colour::always;
     }
     const char *const terminal = std::getenv("TERM");
+    const char *const no_colour = std::getenv("NO_COLOR");
     return arguments.output.empty() && isatty(STDOUT_FILENO) == 1 &&
-           std::getenv("NO_COLOR") == nullptr && terminal != nullptr &&
+           (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
            std::string_view(terminal) != "dumb";
 }
 
@@ -318,12 +325,27 @@ int leak_status(const Report &report, const Arguments &arguments)
     return arguments.fail_on_leak && report.unsuppressed.blocks != 0 ? exit_leak : EXIT_SUCCESS;
 }
 
+bool has_recording(const std::string &folder)
+{
+    std::error_code error;
+    return std::filesystem::is_directory(folder, error) && !files_of(folder).empty();
+}
+
 int run(Arguments &arguments)
 {
     read_suppressions_into(arguments); // a mistake shall show before the program runs
     const TemporaryFolder temporary;
     const std::string folder = arguments.keep.empty() ? temporary.path() : arguments.keep;
+    if (has_recording(folder)) {
+        throw InputError(folder + " holds a recording already; choose another folder with --keep");
+    }
     const int status = record(folder, arguments.depth, arguments.program);
+    if (!has_recording(folder)) { // the recorder has said why
+        if (status == no_such_program || status == not_executable) {
+            return status;
+        }
+        throw InputError("nothing was recorded, so there is no report");
+    }
     const Report report = read_report({folder}, "", arguments.symbols, arguments.report);
     write(format(report, arguments), arguments.output);
     return status != EXIT_SUCCESS ? status : leak_status(report, arguments);
@@ -341,6 +363,7 @@ int report(Arguments &arguments)
 int diff(Arguments &arguments)
 {
     read_suppressions_into(arguments);
+    arguments.report.calls = false;
     SymbolOptions old_symbols = arguments.symbols;
     if (!arguments.old_exe.empty()) {
         old_symbols.exe = arguments.old_exe;
@@ -361,6 +384,7 @@ int diff(Arguments &arguments)
 int run_verb(CLI::App &app, Arguments &arguments)
 {
     const CLI::App &verb = *app.get_subcommands().front();
+    arguments.report.calls = arguments.format != Format::text && arguments.format != Format::massif;
     if (arguments.format == Format::massif && verb.count("--by") == 0) {
         arguments.report.by = Grouping::stack; // by site, its trees would have no depth
     }
@@ -378,7 +402,9 @@ std::string explain_usage(const CLI::App *app, const CLI::Error &error)
 {
     const std::vector<CLI::App *> verbs = app->get_subcommands();
     if (verbs.empty()) {
-        return "vek-trace: run, report or diff? (vek-trace --help explains)\n";
+        const std::vector<std::string> words = app->remaining();
+        return fmt::format("vek-trace: {}run, report or diff? (vek-trace --help explains)\n",
+                           words.empty() ? "" : fmt::format("not \"{}\": ", words.front()));
     }
     return fmt::format("vek-trace {}: {}\n(vek-trace {} --help explains)\n", verbs[0]->get_name(),
                        error.what(), verbs[0]->get_name());

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <regex>
+#include <span>
 #include <string_view>
 #include <tuple>
 #include <unordered_map>
@@ -68,9 +70,14 @@ private:
 
 /// Bytes of a name that a filter sees: the C++ library's search needs stack for each.
 constexpr size_t most_searched = 4096;
+/// Bytes of a filter: to compile it needs stack for each parenthesis.
+constexpr size_t longest_filter = 1000;
 
 std::regex filter_from(const std::string &text)
 {
+    if (text.size() > longest_filter) {
+        throw InputError("the filter is too long");
+    }
     try {
         return std::regex(text, std::regex::ECMAScript | std::regex::optimize);
     } catch (const std::regex_error &) {
@@ -86,7 +93,7 @@ constexpr PlaceId unknown = std::numeric_limits<PlaceId>::max();
 
 /// Places of a stack that count: a damaged recording may have a chain that is deeper than a walk
 /// through the tree of calls can bear.
-constexpr size_t deepest = 4096;
+constexpr size_t deepest = 2048;
 
 /** A function of a header of the library: `inlined` into the application, or a copy in it. */
 bool is_library_inline(const Place &place, bool inlined)
@@ -148,6 +155,11 @@ public:
     }
 
     const SourceFrame &operator[](PlaceId id) const { return places_[id]; }
+
+    std::shared_ptr<const std::vector<SourceFrame>> take()
+    {
+        return std::make_shared<const std::vector<SourceFrame>>(std::move(places_));
+    }
 
     std::vector<SourceFrame> frames(const PlaceIds &ids) const
     {
@@ -288,90 +300,147 @@ void add(Totals &sum, const Totals &totals, uint64_t &highest)
 
 // ---- The tree of calls ----
 
-struct ChildHash {
-    size_t operator()(uint64_t key) const
-    {
-        key *= 0x9e3779b97f4a7c15U;
-        return key ^ (key >> 32);
-    }
-};
-
+/** Keeps the stacks as lists of functions, and makes the tree from them in their order: nothing is
+ *  needed to find a node again, and each gets as much room as it has children. */
 class CallTree {
 public:
-    CallTree() : nodes_(1) {}
-
-    /** The node of a stack, whose places are innermost first. */
-    uint32_t leaf(const PlaceIds &stack, PlaceTable &places)
+    /** Adds a stack, whose places are innermost first; returns its number. */
+    uint32_t add_stack(const PlaceIds &stack, PlaceTable &places)
     {
-        uint32_t node = 0;
+        Path path = {.begin = functions_.size()};
         for (auto place = stack.rbegin(); place != stack.rend(); ++place) {
-            const PlaceId function = places.function(*place);
-            const auto [child, is_new] = children_.try_emplace(
-                static_cast<uint64_t>(node) << 32 | function, static_cast<uint32_t>(nodes_.size()));
-            if (is_new) {
-                nodes_.push_back({.parent = node, .function = function});
-            }
-            node = child->second;
+            functions_.push_back(places.function(*place));
         }
-        return node;
+        path.end = functions_.size();
+        paths_.push_back(path);
+        return static_cast<uint32_t>(paths_.size() - 1);
     }
 
-    void add_to(uint32_t leaf, const StackTotals &totals)
+    void add_to(uint32_t stack, const StackTotals &totals)
     {
-        Node &node = nodes_[leaf];
-        add(node.live, totals.live);
-        add(node.at_peak, totals.at_peak);
-        add(node.total, totals.total);
-        node.short_lived += totals.short_lived;
+        for (Sums *const sums : {&paths_[stack].sums, &all_}) {
+            add(sums->live, totals.live);
+            add(sums->at_peak, totals.at_peak);
+            add(sums->total, totals.total);
+            sums->short_lived += totals.short_lived;
+        }
     }
 
-    /** The whole tree, without the stacks that allocated nothing. Parents stand before their children
-     *  in the list. */
-    CallNode tree(const PlaceTable &places)
+    /** The root alone. */
+    CallNode root() const { return node_of(all_); }
+
+    /** The whole tree, without the stacks that allocated nothing. Its names are those of
+     *  `places`. */
+    CallNode tree(const std::vector<SourceFrame> &places)
     {
-        std::vector<CallNode> made(nodes_.size());
-        for (size_t i = nodes_.size(); i-- > 0;) {
-            CallNode &node = made[i];
-            const Node &own = nodes_[i];
-            add(node.live, own.live);
-            add(node.at_peak, own.at_peak);
-            add(node.total, own.total);
-            node.short_lived += own.short_lived;
-            std::sort(node.children.begin(), node.children.end(),
-                      [](const CallNode &a, const CallNode &b) {
-                          return std::tie(a.function, a.module) < std::tie(b.function, b.module);
-                      });
-            if (i != 0 && node.total.blocks != 0) {
-                node.function = places[own.function].function;
-                node.module = places[own.function].module;
-                add_child(made[own.parent], std::move(node));
-            }
-        }
-        return std::move(made[0]);
+        rank_functions(places);
+        std::erase_if(paths_, [](const Path &path) { return path.sums.total.blocks == 0; });
+        std::sort(paths_.begin(), paths_.end(), [this](const Path &a, const Path &b) {
+            return std::lexicographical_compare(at(a.begin), at(a.end), at(b.begin), at(b.end));
+        });
+        CallNode tree;
+        add_paths(tree, paths_, 0, places);
+        return tree;
     }
 
 private:
-    struct Node {
-        uint32_t parent = 0;
-        PlaceId function = 0;
-        // Without its children's:
+    struct Sums {
         Amount live = {};
         Amount at_peak = {};
         Amount total = {};
         uint64_t short_lived = 0;
     };
 
-    static void add_child(CallNode &parent, CallNode &&child)
+    /** A part of `functions_`, outermost first. */
+    struct Path {
+        size_t begin = 0;
+        size_t end = 0;
+        Sums sums = {};
+        size_t size() const { return end - begin; }
+    };
+
+    static CallNode node_of(const Sums &sums)
     {
-        add(parent.live, child.live);
-        add(parent.at_peak, child.at_peak);
-        add(parent.total, child.total);
-        parent.short_lived += child.short_lived;
-        parent.children.push_back(std::move(child));
+        CallNode node;
+        node.live = sums.live;
+        node.at_peak = sums.at_peak;
+        node.total = sums.total;
+        node.short_lived = sums.short_lived;
+        return node;
     }
 
-    std::vector<Node> nodes_;
-    tsl::robin_map<uint64_t, uint32_t, ChildHash> children_; ///< by parent and function
+    static void add_sums(CallNode &node, const CallNode &other)
+    {
+        add(node.live, other.live);
+        add(node.at_peak, other.at_peak);
+        add(node.total, other.total);
+        node.short_lived += other.short_lived;
+    }
+
+    std::vector<uint32_t>::const_iterator at(size_t number) const
+    {
+        return functions_.begin() + static_cast<ptrdiff_t>(number);
+    }
+
+    /** Replaces the functions by their ranks, so that the order of paths is that of the names. */
+    void rank_functions(const std::vector<SourceFrame> &places)
+    {
+        by_rank_ = functions_;
+        std::sort(by_rank_.begin(), by_rank_.end());
+        by_rank_.erase(std::unique(by_rank_.begin(), by_rank_.end()), by_rank_.end());
+        by_rank_.shrink_to_fit();
+        std::sort(by_rank_.begin(), by_rank_.end(), [&](PlaceId a, PlaceId b) {
+            return std::tie(places[a].function, places[a].module) <
+                   std::tie(places[b].function, places[b].module);
+        });
+        std::vector<uint32_t> ranks(places.size());
+        for (size_t rank = 0; rank < by_rank_.size(); rank++) {
+            ranks[by_rank_[rank]] = static_cast<uint32_t>(rank);
+        }
+        for (uint32_t &function : functions_) {
+            function = ranks[function];
+        }
+    }
+
+    /** Adds paths, which are sorted and agree in their first `depth` functions, to the node that
+     *  these lead to. */
+    void add_paths(CallNode &node, std::span<const Path> paths, size_t depth,
+                   const std::vector<SourceFrame> &places) const
+    {
+        for (; !paths.empty() && paths.front().size() == depth; paths = paths.subspan(1)) {
+            add_sums(node, node_of(paths.front().sums));
+        }
+        size_t children = 0;
+        for (auto rest = paths; !rest.empty(); rest = rest.subspan(same_child(rest, depth))) {
+            children++;
+        }
+        node.children.reserve(children);
+        while (!paths.empty()) {
+            const size_t count = same_child(paths, depth);
+            const SourceFrame &place = places[by_rank_[*at(paths.front().begin + depth)]];
+            CallNode &child = node.children.emplace_back();
+            child.function = place.function;
+            child.module = place.module;
+            add_paths(child, paths.first(count), depth + 1, places);
+            add_sums(node, child);
+            paths = paths.subspan(count);
+        }
+    }
+
+    /** How many paths, from the first one on, go on with the same function. */
+    size_t same_child(std::span<const Path> paths, size_t depth) const
+    {
+        const uint32_t function = *at(paths.front().begin + depth);
+        const auto other = std::find_if(paths.begin(), paths.end(), [&](const Path &path) {
+            return *at(path.begin + depth) != function;
+        });
+        return static_cast<size_t>(other - paths.begin());
+    }
+
+    std::vector<uint32_t> functions_; ///< PlaceIds, in the end ranks
+    std::vector<PlaceId> by_rank_;
+    std::vector<Path> paths_;
+    Sums all_;
 };
 
 // ---- The report ----
@@ -396,6 +465,7 @@ public:
     {
         report_.by = options.by;
         report_.sort = options.sort;
+        report_.filter = options.filter;
         for (const ModuleProblem &problem : symbols.problems) {
             const Module &module = stacks.modules()[problem.module];
             report_.missing.push_back({module.path, module.build_id, problem.text});
@@ -436,7 +506,8 @@ public:
                   [this](const Row &a, const Row &b) { return is_before(a, b); });
         std::stable_sort(report_.faults.begin(), report_.faults.end(),
                          [](const auto &a, const auto &b) { return a.kind < b.kind; });
-        report_.calls = calls_.tree(places_);
+        report_.names = places_.take();
+        report_.calls = options_.calls ? calls_.tree(*report_.names) : calls_.root();
         return std::move(report_);
     }
 
@@ -446,7 +517,7 @@ private:
     /** What a stack belongs to; found out at its first use. */
     struct StackUse {
         uint32_t row = unknown; ///< or filtered_out
-        uint32_t leaf = 0;
+        uint32_t path = 0;      ///< in the tree of calls
         bool suppressed = false;
     };
 
@@ -478,7 +549,7 @@ private:
             return;
         }
         add(report_.rows[use.row].numbers, totals);
-        calls_.add_to(use.leaf, totals);
+        calls_.add_to(use.path, totals);
         RowState &state = states_[use.row];
         if (state.recording != report_.recordings) {
             end_recording(state);
@@ -506,7 +577,7 @@ private:
             return;
         }
         const PlaceIds whole = places_.of(stack);
-        use.leaf = calls_.leaf(whole, places_);
+        use.path = calls_.add_stack(options_.calls ? whole : PlaceIds(), places_);
         use.row = find_row(stack, whole, use.suppressed);
     }
 
@@ -698,8 +769,7 @@ std::vector<std::string> read_suppressions(const std::string &path)
         }
         if (!line.starts_with("leak:") || line.size() == 5) {
             throw InputError(input.name() + ", line " + std::to_string(number) + ": '" +
-                             std::string(line.substr(0, 80)) +
-                             "' is neither leak:PATTERN nor a comment");
+                             printable(line) + "' is neither leak:PATTERN nor a comment");
         }
         patterns.emplace_back(line.substr(5));
     }

@@ -5,8 +5,10 @@
 #define VEKTRACE_REPORT_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "history.h"
@@ -37,6 +39,7 @@ struct ReportOptions {
     /// Patterns as in `leak:pattern`: * stands for any text, ^ and $ for the beginning and the end.
     /// A pattern matches anywhere in the function, file or module of any frame.
     std::vector<std::string> suppressed;
+    bool calls = true; ///< whether to make the tree of calls, which can be large
 };
 
 /** A frame of a site or a fault, ready to print. */
@@ -91,8 +94,8 @@ struct ReportFault {
 
 /** A node of the tree of calls, outermost functions first: for the flame graph. */
 struct CallNode {
-    std::string function; ///< inlined functions have nodes of their own
-    std::string module;
+    std::string_view function; ///< inlined functions have nodes of their own
+    std::string_view module;
     Amount live; ///< with all children
     Amount at_peak;
     Amount total;
@@ -122,9 +125,11 @@ struct Report {
     std::vector<ProcessSummary> processes;
     Grouping by = Grouping::site;
     Order sort = Order::live;
+    std::string filter; ///< that of the options; the totals are those of all stacks
     std::vector<Row> rows; ///< sorted; suppressed ones last
     std::vector<ReportFault> faults;
-    CallNode calls; ///< the root has no name
+    CallNode calls; ///< the root has no name, and no children unless the tree was wanted
+    std::shared_ptr<const std::vector<SourceFrame>> names; ///< of the tree's nodes
     std::vector<MissingModule> missing;
     Amount suppressed;   ///< live at the end
     Amount unsuppressed; ///< live at the end: leaks

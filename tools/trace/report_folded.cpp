@@ -21,7 +21,7 @@ uint64_t figure(const CallNode &node, Order order)
 /** A function's name as a part of a line: the last blank ends the stack, ";" its frames. */
 std::string folded_name(const CallNode &node)
 {
-    std::string name = node.function;
+    std::string name(node.function);
     std::replace_if(
         name.begin(), name.end(),
         [](char byte) { return byte == ';' || static_cast<unsigned char>(byte) < ' '; }, ':');

@@ -10,7 +10,7 @@ namespace vektrace {
 
 namespace {
 
-void set_if(Json &object, const char *key, const std::string &text)
+void set_if(Json &object, const char *key, std::string_view text)
 {
     if (!text.empty()) {
         object[key] = text;
@@ -257,6 +257,9 @@ std::string format_json(const Report &report)
     writer.member("version", 1);
     writer.member("by", name(report.by));
     writer.member("sort", name(report.sort));
+    if (!report.filter.empty()) {
+        writer.member("filter", report.filter);
+    }
     writer.member("has_chains", report.has_chains);
     writer.member("recordings", report.recordings);
     writer.member("totals", to_json(report.totals));

@@ -3,6 +3,8 @@
 // what went wrong. A part that has nothing to say is left out.
 #include <algorithm>
 #include <limits>
+#include <string_view>
+#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -212,6 +214,10 @@ private:
         const Words words = words_of(report_.sort);
         page_.heading(
             fmt::format("{} by {}", vektrace::title_of(report_.by), vektrace::words(report_.sort)));
+        if (!report_.filter.empty()) {
+            page_.paragraph("only stacks that match " + clean(report_.filter) +
+                            "; the figures above are those of the whole run");
+        }
         std::vector<const Row *> rows;
         for (const Row &row : report_.rows) {
             if (figure(row.numbers, report_.sort) != 0) {
@@ -340,7 +346,11 @@ private:
             through.front().insert(0, "through ");
             add_details(through);
         }
-        add_details(in_detail(row.numbers));
+        Lines details = in_detail(row.numbers);
+        if (report_.recordings == 1 && row.growing != 0) {
+            details.emplace_back("growing");
+        }
+        add_details(details);
         if (row.suppressed) {
             add_details({"suppressed"});
         }
@@ -510,42 +520,37 @@ private:
         }
     }
 
-    // What the sites lack comes first; a C library without debug information is nobody's concern.
+    // What no site lacks is nobody's concern: the C library without debug information, for example.
     void missing_symbols()
     {
-        Lines others;
-        bool wanted = false;
+        bool is_first = true;
+        const std::unordered_set<std::string_view> at_sites = modules_at_sites();
         for (const MissingModule &module : report_.missing) {
-            if (!has_sites(module)) {
-                others.push_back(clean(last_name(module.path)));
+            if (report_.by != Grouping::file && at_sites.count(last_name(module.path)) == 0) {
                 continue;
             }
-            if (!wanted) {
+            if (is_first) {
                 page_.heading("Missing symbols");
-                wanted = true;
+                is_first = false;
             }
             page_.paragraph(clean(module.problem));
         }
-        if (wanted) {
+        if (!is_first) {
             page_.paragraph(
                 "--sysroot DIR, --debug-dir DIR and --exe FILE name files with symbols; "
                 "--modules FILE says where modules were loaded");
         }
-        if (!others.empty()) {
-            page_.gap();
-            page_.paragraph(fmt::format("without all symbols, but not at a {}: {}",
-                                        name(report_.by), fmt::join(others, ", ")));
-        }
     }
 
-    bool has_sites(const MissingModule &module) const
+    std::unordered_set<std::string_view> modules_at_sites() const
     {
-        const std::string_view wanted = last_name(module.path);
-        return report_.by == Grouping::file ||
-               std::any_of(report_.rows.begin(), report_.rows.end(), [&](const Row &row) {
-                   return std::any_of(row.frames.begin(), row.frames.end(),
-                                      [&](const auto &frame) { return frame.module == wanted; });
-               });
+        std::unordered_set<std::string_view> modules;
+        for (const Row &row : report_.rows) {
+            for (const SourceFrame &frame : row.frames) {
+                modules.insert(frame.module);
+            }
+        }
+        return modules;
     }
 
     const Report &report_;

@@ -129,7 +129,7 @@ TemporaryFolder::~TemporaryFolder()
 
 int record(const std::string &folder, unsigned depth, const std::vector<std::string> &program)
 {
-    std::vector<std::string> words = {find_recorder(), "-o", folder};
+    std::vector<std::string> words = {find_recorder(), "-q", "-o", folder};
     if (depth != 0) {
         words.insert(words.end(), {"--depth", std::to_string(depth)});
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "stacks.h"
 
-#include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace vektrace {
@@ -15,6 +15,12 @@ uint64_t mix(uint64_t hash, uint64_t value)
 }
 
 } // namespace
+
+size_t Stacks::ModuleHash::operator()(const Module &module) const
+{
+    const std::hash<std::string> hash;
+    return mix(hash(module.path), hash(module.build_id));
+}
 
 size_t Stacks::FrameHash::operator()(const Frame &frame) const
 {
@@ -32,17 +38,17 @@ size_t Stacks::StackHash::operator()(const Stack &stack) const
 
 Stacks::Stacks()
 {
-    modules_.emplace_back();
+    module({});
 }
 
-// There are few modules.
 ModuleId Stacks::module(const Module &module)
 {
-    auto found = std::find(modules_.begin(), modules_.end(), module);
-    if (found == modules_.end()) {
-        found = modules_.insert(found, module);
+    const auto [place, is_new] =
+        module_ids_.try_emplace(module, static_cast<ModuleId>(modules_.size()));
+    if (is_new) {
+        modules_.push_back(module);
     }
-    return static_cast<ModuleId>(found - modules_.begin());
+    return place->second;
 }
 
 FrameId Stacks::frame(const Frame &frame)

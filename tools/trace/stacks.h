@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Modules, frames and stacks, each kept once and numbered. All recordings of a report share them, so
-// that the same code has the same number wherever it was loaded.
+// Modules, frames and stacks, each kept once and numbered. All recordings of a report share them,
+// so that the same code has the same number wherever it was loaded.
 #ifndef VEKTRACE_STACKS_H
 #define VEKTRACE_STACKS_H
 
@@ -66,6 +66,9 @@ public:
     const std::vector<Stack> &stacks() const { return stacks_; }
 
 private:
+    struct ModuleHash {
+        size_t operator()(const Module &module) const;
+    };
     struct FrameHash {
         size_t operator()(const Frame &frame) const;
     };
@@ -76,6 +79,7 @@ private:
     std::vector<Module> modules_;
     std::vector<Frame> frames_;
     std::vector<Stack> stacks_;
+    tsl::robin_map<Module, ModuleId, ModuleHash> module_ids_;
     tsl::robin_map<Frame, FrameId, FrameHash> frame_ids_;
     tsl::robin_map<Stack, StackId, StackHash> stack_ids_;
 };

@@ -281,6 +281,10 @@ private:
     {
         const std::vector<FrameId> &frames = frames_of_[no_module];
         const bool is_alone = frames.size() == stacks_.frames().size();
+        if (options_.exe.empty() && is_alone && stacks_.modules().size() > 1) {
+            return "the addresses belong to none of the known modules: is the copy of "
+                   "/proc/PID/maps one of the same run?";
+        }
         if (options_.exe.empty()) {
             return is_alone ? "the addresses belong to no known module: give a copy of the "
                               "process's /proc/PID/maps (--modules), or the program, if it is "

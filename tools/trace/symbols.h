@@ -34,8 +34,8 @@ struct SymbolOptions {
 /** Why a module has no symbols or less than there could be. */
 struct ModuleProblem {
     ModuleId module;
-    /// For a person: "no file PATH; wanted is build-id X", "PATH has build-id Y, wanted is X", "PATH
-    /// has no debug information (build-id X): files and lines are unknown".
+    /// For a person: "no file PATH; wanted is build-id X", "PATH has build-id Y, wanted is X",
+    /// "PATH has no debug information (build-id X): files and lines are unknown".
     std::string text;
     bool operator==(const ModuleProblem &) const = default;
 };
@@ -45,8 +45,8 @@ struct Symbols {
     std::vector<ModuleProblem> problems; ///< of modules that have frames
 };
 
-/** Finds the places of all frames. It never fails as a whole: frames that cannot be resolved have an
- *  empty place, and a problem says why. */
+/** Finds the places of all frames. It never fails as a whole: frames that cannot be resolved have
+ *  an empty place, and a problem says why. */
 Symbols resolve(const Stacks &stacks, const SymbolOptions &options);
 
 /** A place as "module+0x1234" where there is no symbol; the module by its last name. */

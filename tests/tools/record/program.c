@@ -7,6 +7,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,6 +34,46 @@ static int every_operation(void)
     kept = vek_malloc(9);
     vek_malloc_set_error(0);
     return 3;
+}
+
+/* Has no unwind tables on x86-64: an unwinder may follow the register that points to no frame. */
+#ifdef __x86_64__
+void *allocate_with_frame(uintptr_t frame);
+__asm__(".text\nallocate_with_frame:\n"
+        "push %rbp\nmov %rdi, %rbp\nmov $24, %edi\ncall vek_malloc@PLT\npop %rbp\nret\n");
+#else
+static void *allocate_with_frame(uintptr_t frame) { return vek_malloc(frame != 0 ? 24 : 25); }
+#endif
+
+static void *allocate_with_frames(void *unreadable)
+{
+    for (uintptr_t i = 0; i != 500; ++i) {
+        vek_free(allocate_with_frame(i));
+        vek_free(allocate_with_frame((uintptr_t)unreadable));
+    }
+    return NULL;
+}
+
+static int hostile(void)
+{
+    clearenv();
+    int files[2];
+    char text[8];
+    vek_free(vek_malloc(1));
+    for (int fd = 3; fd != 1024; ++fd) { close(fd); }
+    if (pipe(files) != 0 || write(files[1], "abcdefg", 8) != 8) { return 1; }
+    pthread_t thread;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 16384);
+    void *const unreadable = mmap(NULL, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (pthread_create(&thread, &attributes, allocate_with_frames, unreadable) != 0) { return 2; }
+    if (syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0) == 0) { /* a child that no handler hears of */
+        for (int i = 0; i != 1000; ++i) { kept = vek_malloc(1); }
+        _exit(0);
+    }
+    pthread_join(thread, NULL);
+    return read(files[0], text, 8) == 8 && memcmp(text, "abcdefg", 8) == 0 ? 0 : 3;
 }
 
 static int children(const char *self)
@@ -138,6 +180,7 @@ int main(int argc, char **argv)
     const char *const mode = argc > 1 ? argv[1] : "";
 #define MODE(name) strcmp(mode, #name) == 0
     return MODE(every_operation) ? every_operation()
+           : MODE(hostile)       ? hostile()
            : MODE(children)      ? children(argv[0])
            : MODE(plugins)       ? plugins(argv + 2)
            : MODE(threads)       ? threads()
