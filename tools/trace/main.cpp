@@ -111,14 +111,14 @@ void add_report_options(CLI::App &verb, Arguments &arguments)
     ReportOptions &report = arguments.report;
     const std::string group = "What to show";
     add_choice(verb, "--by", report.by, groupings, "One row for each (site)")->group(group);
-    add_choice(verb, "--sort", report.sort, orders, "Rows with most of this first (live)")
+    add_choice(verb, "--sort", report.sort, orders, "Order of the rows, largest first (live)")
         ->group(group);
-    verb.add_option("--top", report.top, "Rows of the text, 0 for all (20)")
+    verb.add_option("--top", report.top, "Most rows in the text, 0 for all (20)")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000))
         ->group(group);
     verb.add_option("--filter", report.filter,
-                    "Only stacks of which a function, file or module matches")
+                    "Only stacks with a function, file or module that matches")
         ->type_name("REGEX")
         ->group(group);
     verb.add_option("--suppress", arguments.suppression_files,
@@ -135,7 +135,8 @@ void add_output_options(CLI::App &verb, Arguments &arguments, const Choices<Form
         ->group(group);
     add_choice(verb, "--color", arguments.colour, colours, "Colours in the text (auto)")
         ->group(group);
-    verb.add_option("-o,--output", arguments.output, "Write to this file")
+    verb.add_option("-o,--output", arguments.output,
+                    "Write to this file instead of the standard output")
         ->type_name("FILE")
         ->group(group);
 }
@@ -155,7 +156,7 @@ void add_symbol_options(CLI::App &verb, Arguments &arguments)
         ->type_name("DIR")
         ->group(group);
     verb.add_option("--debug-dir", symbols.debug_dirs,
-                    "Folder with files with symbols, or with .build-id/ (repeatable)")
+                    "Folder with debug files or .build-id/ (repeatable)")
         ->type_name("DIR")
         ->allow_extra_args(false)
         ->group(group);
@@ -176,16 +177,16 @@ void add_run(CLI::App &app, Arguments &arguments)
 {
     CLI::App &verb = *app.add_subcommand(
         "run", "Run a program on this machine, record it, and report what it allocated.");
-    verb.footer("The exit status is the program's, unless --fail-on-leak makes it 1.\n"
+    verb.footer("The exit status is the program's, but with --fail-on-leak a leak turns 0 into 1.\n"
                 "\n"
-                "Example: the page of a run, with the recording kept for later\n"
-                "  vek-trace run --format html -o run.html --keep run.rec -- ./daemon -f");
+                "Example: a page for the browser, with the recording kept for later\n"
+                "  vek-trace run --format html -o run.html --keep night -- ./gateway -f");
     verb.add_option("program", arguments.program, "The program and its arguments")
         ->required()
         ->type_name("");
     verb.positionals_at_end();
     verb.add_option("--depth", arguments.depth,
-                    "Return addresses of a chain; 1 records fastest, without chains")
+                    "Most addresses of a chain (64); 1 records fastest, without chains")
         ->type_name("N")
         ->check(CLI::Range(1, 256));
     verb.add_option("--keep", arguments.keep, "Keep the recording in this folder")
@@ -199,12 +200,12 @@ void add_run(CLI::App &app, Arguments &arguments)
 void add_report(CLI::App &app, Arguments &arguments)
 {
     CLI::App &verb = *app.add_subcommand(
-        "report", "Report what recordings or the library's trace lines say; several are merged.");
-    verb.footer("Examples: the recording of a device; a trace of it\n"
-                "  vek-trace report --sysroot staging/ --debug-dir symbols/ device.rec\n"
+        "report", "Report on recordings or the library's trace lines; several are merged.");
+    verb.footer("Examples: a recording from a device; trace lines from a device\n"
+                "  vek-trace report --sysroot staging/ --debug-dir debug/ night\n"
                 "  vek-trace report --modules maps.txt --sysroot staging/ trace.txt");
     verb.add_option("input", arguments.inputs,
-                    "Recordings, or files with trace lines (-: standard input)")
+                    "Recordings or files with trace lines (-: standard input)")
         ->required()
         ->type_name("");
     add_report_options(verb, arguments);
@@ -216,24 +217,22 @@ void add_report(CLI::App &app, Arguments &arguments)
 
 void add_diff(CLI::App &app, Arguments &arguments)
 {
-    CLI::App &verb =
-        *app.add_subcommand("diff", "Compare two recordings or traces by function, file and line.");
-    verb.footer("Example: what a new release does differently\n"
-                "  vek-trace diff --sort peak release-1.rec release-2.rec");
-    verb.add_option("old", arguments.old_input, "Recording or trace to compare with")
+    CLI::App &verb = *app.add_subcommand(
+        "diff", "Compare two recordings or files with trace lines by function, file and line.");
+    verb.footer("Example: what a new release does differently at its peak\n"
+                "  vek-trace diff --sort peak release-1 release-2");
+    verb.add_option("old", arguments.old_input, "The older recording, or file with trace lines")
         ->required()
         ->type_name("");
-    verb.add_option("new", arguments.new_input, "Recording or trace that is compared")
-        ->required()
-        ->type_name("");
+    verb.add_option("new", arguments.new_input, "The newer one")->required()->type_name("");
     add_report_options(verb, arguments);
     add_output_options(verb, arguments, diff_formats);
     add_symbol_options(verb, arguments);
     add_modules_option(verb, arguments);
-    verb.add_option("--old-exe", arguments.old_exe, "--exe for the old one")
+    verb.add_option("--old-exe", arguments.old_exe, "--exe of the old one")
         ->type_name("FILE")
         ->group("Symbols");
-    verb.add_option("--old-modules", arguments.old_modules, "--modules for the old one")
+    verb.add_option("--old-modules", arguments.old_modules, "--modules of the old one")
         ->type_name("FILE")
         ->group("Symbols");
 }
@@ -412,10 +411,10 @@ std::string explain_usage(const CLI::App *app, const CLI::Error &error)
 
 int main(int argc, char **argv)
 {
-    CLI::App app("From an application that grows to the line of its source: reads recordings of\n"
+    CLI::App app("From a program that grows to the line of its source: reads recordings by\n"
                  "vek-record and the trace lines of veklib.",
                  "vek-trace");
-    app.footer("vek-trace VERB --help explains a verb. Most wanted:\n"
+    app.footer("vek-trace VERB --help explains a verb. Most often used:\n"
                "  vek-trace run -- ./application arguments...");
     app.set_version_flag("--version", "vek-trace " VEKTRACE_VERSION);
     app.require_subcommand(1);
