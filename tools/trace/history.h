@@ -32,7 +32,6 @@ struct StackTotals {
     uint64_t failed = 0;        ///< requests of more than 0 bytes that returned null
     uint64_t refused = 0;       ///< requests refused in the error state
     uint64_t earlier_bytes = 0; ///< live somewhere between a quarter and a half of the events
-    bool grows() const { return live.bytes > earlier_bytes; }
     bool operator==(const StackTotals &) const = default;
 };
 

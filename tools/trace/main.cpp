@@ -65,6 +65,7 @@ struct Arguments {
     // What to show, and how.
     Format format = Format::text;
     Colour colour = Colour::automatic;
+    size_t top = TextOptions().top;
     ReportOptions report;
     std::vector<std::string> suppression_files;
     std::string output;
@@ -113,7 +114,7 @@ void add_report_options(CLI::App &verb, Arguments &arguments)
     add_choice(verb, "--by", report.by, groupings, "One row for each (site)")->group(group);
     add_choice(verb, "--sort", report.sort, orders, "Rows with most of this first (live)")
         ->group(group);
-    verb.add_option("--top", report.top, "Rows of the text, 0 for all (20)")
+    verb.add_option("--top", arguments.top, "Rows of the text, 0 for all (20)")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000))
         ->group(group);
@@ -256,7 +257,7 @@ TextOptions text_options(const Arguments &arguments)
 {
     TextOptions options;
     options.colour = use_colour(arguments);
-    options.top = arguments.report.top;
+    options.top = arguments.top;
     winsize size = {};
     if (arguments.output.empty() && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 &&
         size.ws_col != 0) {

@@ -42,14 +42,12 @@ void ModuleMap::add(const MappedModule &module)
     modules_.insert(modules_.erase(first, last), module);
 }
 
-bool ModuleMap::remove(uint64_t start)
+void ModuleMap::remove(uint64_t start)
 {
     const auto found = std::upper_bound(modules_.begin(), modules_.end(), start, ends_after);
-    if (found == modules_.end() || found->start != start) {
-        return false;
+    if (found != modules_.end() && found->start == start) {
+        modules_.erase(found);
     }
-    modules_.erase(found);
-    return true;
 }
 
 FrameId ModuleMap::frame(Stacks &stacks, uint64_t address) const

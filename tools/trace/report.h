@@ -33,9 +33,9 @@ enum class Order : uint8_t { live, peak, total, count, short_lived };
 struct ReportOptions {
     Grouping by = Grouping::site;
     Order sort = Order::live;
-    size_t top = 20;    ///< rows in the text; 0: all. Other formats have all rows
-    std::string filter; ///< a regular expression (ECMAScript): only sites with a frame whose
-                        ///< function, file or module it matches somewhere
+    /// A regular expression (ECMAScript): only stacks with a frame whose function, file or module
+    /// it matches somewhere.
+    std::string filter;
     /// Patterns as in `leak:pattern`: * stands for any text, ^ and $ for the beginning and the end.
     /// A pattern matches anywhere in the function, file or module of any frame.
     std::vector<std::string> suppressed;
@@ -70,7 +70,7 @@ struct Numbers {
 struct Row {
     /// The innermost frame outside the library, then the frames it was inlined into; with
     /// Grouping::stack the whole stack, innermost first. For function, file and module one frame
-    /// with only these fields; the function's has its module, too, and so has an unknown file's.
+    /// with that field alone; the function's has its module, too, and an unknown file has only that.
     std::vector<SourceFrame> frames;
     std::vector<std::string> through; ///< the library's functions that the site called, sorted
     ChainEnd end = ChainEnd::none;    ///< cut or limited if any of its chains is
@@ -128,7 +128,7 @@ struct Report {
     std::string filter; ///< that of the options; the totals are those of all stacks
     std::vector<Row> rows; ///< sorted; suppressed ones last
     std::vector<ReportFault> faults;
-    CallNode calls; ///< the root has no name, and no children unless the tree was wanted
+    CallNode calls; ///< the root has no name, and no children unless ReportOptions::calls
     std::shared_ptr<const std::vector<SourceFrame>> names; ///< of the tree's nodes
     std::vector<MissingModule> missing;
     Amount suppressed;   ///< live at the end
@@ -139,8 +139,8 @@ struct Report {
 Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
                    const Symbols &symbols, const ReportOptions &options);
 
-/** Reads `leak:pattern` lines; empty lines and lines that begin with # count nothing. Throws
- *  InputError that names the first line that is neither. */
+/** Reads `leak:pattern` lines and skips empty ones and comments, which begin with #. Throws
+ *  InputError, which names the first line that is none of these. */
 std::vector<std::string> read_suppressions(const std::string &path);
 
 // ---- Formats; each returns the whole text ----
@@ -148,7 +148,7 @@ std::vector<std::string> read_suppressions(const std::string &path);
 struct TextOptions {
     bool colour = false;
     unsigned width = 100; ///< of the terminal, or 100
-    size_t top = 20;      ///< 0: all rows
+    size_t top = 20;      ///< rows of a table; 0: all
 };
 std::string format_text(const Report &report, const TextOptions &options);
 std::string format_json(const Report &report);
@@ -165,7 +165,7 @@ struct Change {
     std::vector<SourceFrame> frames;
     Numbers before;
     Numbers after;
-    enum class Kind : uint8_t { grew, shrank, came, went, same } kind;
+    enum class Kind : uint8_t { grew, shrank, came, went } kind;
 };
 
 struct Difference {
@@ -173,7 +173,7 @@ struct Difference {
     Totals after;
     Grouping by;
     Order sort;
-    std::vector<Change> changes; ///< by the size of the change, largest first; without the same
+    std::vector<Change> changes; ///< largest first; what is the same has none
 };
 
 Difference compare(const Report &before, const Report &after);

@@ -5,7 +5,6 @@
 #define VEKTRACE_STACKS_H
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,6 @@ namespace vektrace {
 struct Module {
     std::string path;     ///< on the device; empty: the place of an address whose module is unknown
     std::string build_id; ///< hexadecimal; empty if unknown
-    /// False for modules from a copy of /proc/PID/maps, which names no build-ids.
     bool operator==(const Module &) const = default;
 };
 

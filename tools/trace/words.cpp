@@ -90,8 +90,6 @@ std::string_view name(Change::Kind kind)
         return "came";
     case Change::Kind::went:
         return "went";
-    case Change::Kind::same:
-        return "same";
     }
     return {};
 }
