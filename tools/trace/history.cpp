@@ -8,18 +8,11 @@
 
 #include <tsl/robin_map.h>
 
+#include "hash.h"
+
 namespace vektrace {
 
 namespace {
-
-/** Addresses are multiples of 8 or 16. The upper half of the product depends on all their bits. */
-struct AddressHash {
-    size_t operator()(uint64_t address) const
-    {
-        const uint64_t product = address * 0x9e3779b97f4a7c15U;
-        return product ^ (product >> 32);
-    }
-};
 
 template <typename Value>
 using AddressMap = tsl::robin_map<uint64_t, Value, AddressHash>;

@@ -13,6 +13,8 @@
 
 #include <tsl/robin_map.h>
 
+#include "hash.h"
+
 namespace vektrace {
 
 namespace {
@@ -221,17 +223,9 @@ public:
     }
 
 private:
-    struct Hash {
-        size_t operator()(uint64_t address) const
-        {
-            address *= 0x9e3779b97f4a7c15U;
-            return address ^ address >> 32;
-        }
-    };
-
     const ModuleMap &modules_;
     Stacks &stacks_;
-    tsl::robin_map<uint64_t, StackId, Hash> known_;
+    tsl::robin_map<uint64_t, StackId, AddressHash> known_;
 };
 
 class LineReader {

@@ -14,8 +14,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include <tsl/robin_map.h>
-
+#include "hash.h"
 #include "words.h"
 
 namespace vektrace {
@@ -450,8 +449,7 @@ struct KeyHash {
     {
         uint64_t hash = key.size();
         for (const PlaceId id : key) {
-            hash = (hash ^ id) * 0x9e3779b97f4a7c15U;
-            hash ^= hash >> 32;
+            hash = mix(hash, id);
         }
         return hash;
     }

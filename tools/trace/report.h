@@ -125,7 +125,7 @@ struct Report {
     std::vector<ProcessSummary> processes;
     Grouping by = Grouping::site;
     Order sort = Order::live;
-    std::string filter; ///< that of the options; the totals are those of all stacks
+    std::string filter;    ///< that of the options; the totals are those of all stacks
     std::vector<Row> rows; ///< sorted; suppressed ones last
     std::vector<ReportFault> faults;
     CallNode calls; ///< the root has no name, and no children unless ReportOptions::calls

@@ -4,17 +4,9 @@
 #include <functional>
 #include <utility>
 
+#include "hash.h"
+
 namespace vektrace {
-
-namespace {
-
-uint64_t mix(uint64_t hash, uint64_t value)
-{
-    hash = (hash ^ value) * 0x9e3779b97f4a7c15U;
-    return hash ^ (hash >> 32);
-}
-
-} // namespace
 
 size_t Stacks::ModuleHash::operator()(const Module &module) const
 {
