@@ -8,6 +8,11 @@
 
 namespace vektrace {
 
+std::string_view last_name(std::string_view path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
 size_t Stacks::ModuleHash::operator()(const Module &module) const
 {
     const std::hash<std::string> hash;

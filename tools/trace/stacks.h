@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <tsl/robin_map.h>
@@ -18,6 +19,9 @@ struct Module {
     std::string build_id; ///< hexadecimal; empty if unknown
     bool operator==(const Module &) const = default;
 };
+
+/** The last name of a path. */
+std::string_view last_name(std::string_view path);
 
 using ModuleId = uint32_t;
 using FrameId = uint32_t;

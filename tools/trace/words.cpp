@@ -264,12 +264,6 @@ bool is_raw(const SourceFrame &frame)
     return frame.function.starts_with(frame.module.empty() ? "0x" : frame.module + "+0x");
 }
 
-std::string_view last_name(std::string_view path)
-{
-    const size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
 // ---- What the formats have in common ----
 
 bool counts_blocks(Order order)

@@ -53,8 +53,6 @@ std::string file_and_line(const SourceFrame &frame);
 std::string place(const SourceFrame &frame);
 /** Whether the function is unknown: it is "libplugin.so+0x1234", which names its module already. */
 bool is_raw(const SourceFrame &frame);
-/** The last name of a path. */
-std::string_view last_name(std::string_view path);
 
 // ---- What the formats have in common ----
 
