@@ -66,10 +66,9 @@ void add(Numbers &sum, const Numbers &numbers)
         sum.smallest = is_first ? numbers.smallest : std::min(sum.smallest, numbers.smallest);
         sum.largest = std::max(sum.largest, numbers.largest);
     }
-    for (Amount Numbers::*const amount : {&Numbers::live, &Numbers::at_peak, &Numbers::total}) {
-        (sum.*amount).blocks += (numbers.*amount).blocks;
-        (sum.*amount).bytes += (numbers.*amount).bytes;
-    }
+    sum.live += numbers.live;
+    sum.at_peak += numbers.at_peak;
+    sum.total += numbers.total;
     sum.short_lived += numbers.short_lived;
     sum.failed += numbers.failed;
     sum.refused += numbers.refused;

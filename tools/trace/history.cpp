@@ -258,6 +258,7 @@ private:
     void resize(const Event &event);
     void allocate(const Event &event);
     void remove(const Block &block);
+    void count_out(const Block &block);
     void remember(const Event &event, const Block &block);
     void report_not_live(const Event &event);
     void report_aside(size_t keep);
@@ -285,14 +286,11 @@ void History::Impl::add(const Event &event)
     }
     totals.events += 1;
     if (event.impossible) {
-        report({FaultKind::impossible_size,
-                {},
-                {},
-                event.stack,
-                1,
-                event.line,
-                event.block,
-                event.bytes});
+        report({.kind = FaultKind::impossible_size,
+                .again = event.stack,
+                .first_line = event.line,
+                .block = event.block,
+                .bytes = event.bytes});
     }
     if (is_release(event)) {
         release(event);
@@ -349,8 +347,7 @@ void History::Impl::allocate(const Event &event)
     by.smallest = by.total.blocks == 0 ? bytes : std::min(by.smallest, bytes);
     by.largest = std::max(by.largest, bytes);
     for (Amount *const amount : {&by.live, &by.total, &totals.live, &totals.total}) {
-        amount->blocks += 1;
-        amount->bytes += bytes;
+        *amount += {1, bytes};
     }
     const Block block{bytes, event.stack, allocation_number_};
     if (blocks_.add(event.result, block, event.line) && blocks_.aside() > most_aside) {
@@ -360,14 +357,16 @@ void History::Impl::allocate(const Event &event)
 
 void History::Impl::remove(const Block &block)
 {
-    StackTotals &by = changing(block.stack);
-    for (Amount *const amount : {&by.live, &totals.live}) {
-        amount->blocks -= 1;
-        amount->bytes -= block.bytes;
-    }
+    count_out(block);
     if (allocation_number_ - block.number <= short_life) {
-        by.short_lived += 1;
+        stacks[block.stack].short_lived += 1;
     }
+}
+
+void History::Impl::count_out(const Block &block)
+{
+    changing(block.stack).live -= {1, block.bytes};
+    totals.live -= {1, block.bytes};
 }
 
 void History::Impl::remember(const Event &event, const Block &block)
@@ -380,14 +379,10 @@ void History::Impl::remember(const Event &event, const Block &block)
 void History::Impl::report_not_live(const Event &event)
 {
     const bool is_resize = event.operation == Operation::realloc;
-    Fault fault{is_resize ? FaultKind::resized_unknown : FaultKind::released_unknown,
-                {},
-                {},
-                event.stack,
-                1,
-                event.line,
-                event.block,
-                0};
+    Fault fault = {.kind = is_resize ? FaultKind::resized_unknown : FaultKind::released_unknown,
+                   .again = event.stack,
+                   .first_line = event.line,
+                   .block = event.block};
     if (const Releases::Release *const last = releases_.last_of(event.block)) {
         fault.kind = is_resize ? FaultKind::resized_after_release : FaultKind::released_twice;
         fault.allocated = last->allocated;
@@ -400,19 +395,13 @@ void History::Impl::report_not_live(const Event &event)
 void History::Impl::report_aside(size_t keep)
 {
     for (const auto &[address, aside] : blocks_.give_up(keep)) {
-        StackTotals &by = changing(aside.block.stack);
-        for (Amount *const amount : {&by.live, &totals.live}) {
-            amount->blocks -= 1;
-            amount->bytes -= aside.block.bytes;
-        }
-        report({FaultKind::allocated_while_live,
-                aside.block.stack,
-                {},
-                aside.again,
-                1,
-                aside.line,
-                address,
-                aside.block.bytes});
+        count_out(aside.block);
+        report({.kind = FaultKind::allocated_while_live,
+                .allocated = aside.block.stack,
+                .again = aside.again,
+                .first_line = aside.line,
+                .block = address,
+                .bytes = aside.block.bytes});
     }
 }
 

@@ -17,6 +17,19 @@ namespace vektrace {
 struct Amount {
     uint64_t blocks = 0;
     uint64_t bytes = 0;
+
+    Amount &operator+=(const Amount &other)
+    {
+        blocks += other.blocks;
+        bytes += other.bytes;
+        return *this;
+    }
+    Amount &operator-=(const Amount &other)
+    {
+        blocks -= other.blocks;
+        bytes -= other.bytes;
+        return *this;
+    }
     bool operator==(const Amount &) const = default;
 };
 
@@ -58,14 +71,14 @@ enum class FaultKind : uint8_t {
 /** A fault, with every place involved; several faults of the same kind and places are one. */
 struct Fault {
     FaultKind kind;
-    std::optional<StackId> allocated;      ///< who allocated the block (first)
-    std::optional<StackId> released_first; ///< who released it first
-    StackId again;       ///< who released it again, resized, allocated it while live, or asked
-    uint64_t count;      ///< how many times
-    uint64_t first_line; ///< of the first one
-    uint64_t block;      ///< of the first one (0 if there is none)
-    uint64_t bytes;      ///< of the first one: of the block that was there first (0 if unknown),
-                         ///< for an impossible size what was asked for
+    std::optional<StackId> allocated = {};      ///< who allocated the block (first)
+    std::optional<StackId> released_first = {}; ///< who released it first
+    StackId again = 0;       ///< who released it again, resized, allocated it while live, or asked
+    uint64_t count = 1;      ///< how many times
+    uint64_t first_line = 0; ///< of the first one
+    uint64_t block = 0;      ///< of the first one (0 if there is none)
+    uint64_t bytes = 0;      ///< of the first one: of the block that was there first (0 if
+                             ///< unknown), for an impossible size what was asked for
     bool operator==(const Fault &) const = default;
 };
 

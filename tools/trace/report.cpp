@@ -254,12 +254,6 @@ private:
 
 // ---- Sums ----
 
-void add(Amount &sum, const Amount &amount)
-{
-    sum.blocks += amount.blocks;
-    sum.bytes += amount.bytes;
-}
-
 void add(Numbers &sum, const StackTotals &totals)
 {
     if (totals.total.blocks != 0) {
@@ -267,9 +261,9 @@ void add(Numbers &sum, const StackTotals &totals)
         sum.smallest = is_first ? totals.smallest : std::min(sum.smallest, totals.smallest);
         sum.largest = std::max(sum.largest, totals.largest);
     }
-    add(sum.live, totals.live);
-    add(sum.at_peak, totals.at_peak);
-    add(sum.total, totals.total);
+    sum.live += totals.live;
+    sum.at_peak += totals.at_peak;
+    sum.total += totals.total;
     sum.short_lived += totals.short_lived;
     sum.failed += totals.failed;
     sum.refused += totals.refused;
@@ -285,9 +279,9 @@ void add(Totals &sum, const Totals &totals, uint64_t &highest)
     sum.failed += totals.failed;
     sum.refused += totals.refused;
     sum.faults += totals.faults;
-    add(sum.live, totals.live);
-    add(sum.peak, totals.peak);
-    add(sum.total, totals.total);
+    sum.live += totals.live;
+    sum.peak += totals.peak;
+    sum.total += totals.total;
     if (totals.peak.bytes > highest) {
         highest = totals.peak.bytes;
         sum.peak_event = totals.peak_event;
@@ -318,9 +312,9 @@ public:
     void add_to(uint32_t stack, const StackTotals &totals)
     {
         for (Sums *const sums : {&paths_[stack].sums, &all_}) {
-            add(sums->live, totals.live);
-            add(sums->at_peak, totals.at_peak);
-            add(sums->total, totals.total);
+            sums->live += totals.live;
+            sums->at_peak += totals.at_peak;
+            sums->total += totals.total;
             sums->short_lived += totals.short_lived;
         }
     }
@@ -370,9 +364,9 @@ private:
 
     static void add_sums(CallNode &node, const CallNode &other)
     {
-        add(node.live, other.live);
-        add(node.at_peak, other.at_peak);
-        add(node.total, other.total);
+        node.live += other.live;
+        node.at_peak += other.at_peak;
+        node.total += other.total;
         node.short_lived += other.short_lived;
     }
 
@@ -542,7 +536,7 @@ private:
         if (use.row == unknown) {
             find_use(stacks_.stacks()[id], use);
         }
-        add(use.suppressed ? report_.suppressed : report_.unsuppressed, totals.live);
+        (use.suppressed ? report_.suppressed : report_.unsuppressed) += totals.live;
         if (use.row == filtered_out) {
             return;
         }
