@@ -59,21 +59,6 @@ Candidates candidates(const Sides &rows, bool with_lines)
     return result;
 }
 
-void add(Numbers &sum, const Numbers &numbers)
-{
-    const bool is_first = sum.total.blocks == 0;
-    if (numbers.total.blocks != 0) {
-        sum.smallest = is_first ? numbers.smallest : std::min(sum.smallest, numbers.smallest);
-        sum.largest = std::max(sum.largest, numbers.largest);
-    }
-    sum.live += numbers.live;
-    sum.at_peak += numbers.at_peak;
-    sum.total += numbers.total;
-    sum.short_lived += numbers.short_lived;
-    sum.failed += numbers.failed;
-    sum.refused += numbers.refused;
-}
-
 /** The rows of a report. All unknown functions of a module are one place: their addresses say
  *  nothing in another build. What is suppressed counts like the rest. */
 std::vector<Side> sides_of(const Report &report)
@@ -91,7 +76,7 @@ std::vector<Side> sides_of(const Report &report)
         if (is_new) {
             sides.push_back(std::move(side));
         }
-        add(sides[place->second].numbers, row.numbers);
+        sides[place->second].numbers += row.numbers;
     }
     return sides;
 }

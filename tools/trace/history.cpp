@@ -12,6 +12,21 @@
 
 namespace vektrace {
 
+Numbers &Numbers::operator+=(const Numbers &other)
+{
+    if (other.total.blocks != 0) {
+        smallest = total.blocks == 0 ? other.smallest : std::min(smallest, other.smallest);
+        largest = std::max(largest, other.largest);
+    }
+    live += other.live;
+    at_peak += other.at_peak;
+    total += other.total;
+    short_lived += other.short_lived;
+    failed += other.failed;
+    refused += other.refused;
+    return *this;
+}
+
 namespace {
 
 template <typename Value>

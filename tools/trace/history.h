@@ -33,17 +33,24 @@ struct Amount {
     bool operator==(const Amount &) const = default;
 };
 
-/** What one stack allocated. A resized block counts as one of the stack that resized it last: the
- *  resize is a release of the old and an allocation of the new block. */
-struct StackTotals {
+/** What was allocated by one stack, or by several together. A resized block counts as one of the
+ *  stack that resized it last: the resize is a release of the old and an allocation of the new
+ *  block. */
+struct Numbers {
     Amount live;           ///< at the end
     Amount at_peak;        ///< when the process had most bytes live
     Amount total;          ///< ever
-    uint64_t smallest = 0; ///< bytes of a block
+    uint64_t smallest = 0; ///< bytes of a block; 0 without blocks
     uint64_t largest = 0;
-    uint64_t short_lived = 0;   ///< blocks released after at most `short_life` other allocations
-    uint64_t failed = 0;        ///< requests of more than 0 bytes that returned null
-    uint64_t refused = 0;       ///< requests refused in the error state
+    uint64_t short_lived = 0; ///< blocks released after at most `short_life` other allocations
+    uint64_t failed = 0;      ///< requests of more than 0 bytes that returned null
+    uint64_t refused = 0;     ///< requests refused in the error state
+
+    Numbers &operator+=(const Numbers &other);
+    bool operator==(const Numbers &) const = default;
+};
+
+struct StackTotals : Numbers {
     uint64_t earlier_bytes = 0; ///< live somewhere between a quarter and a half of the events
     bool operator==(const StackTotals &) const = default;
 };

@@ -183,7 +183,7 @@ bool read_line(std::string_view text, TraceLine &result)
 
 /** Counts the numbers of allocations. They are those of a 32-bit counter, so one that seems far
  *  below the one before is above it, and the other way round. */
-class Numbers {
+class SerialNumbers {
 public:
     void add(int32_t number)
     {
@@ -323,7 +323,7 @@ private:
     Callers callers_;
     EventSink &sink_;
     InputFacts facts_;
-    Numbers numbers_;
+    SerialNumbers numbers_;
     TraceLine line_ = {};
     std::string long_line_; // how a line begins whose end has not been reached; empty: none
 };

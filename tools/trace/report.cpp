@@ -254,21 +254,6 @@ private:
 
 // ---- Sums ----
 
-void add(Numbers &sum, const StackTotals &totals)
-{
-    if (totals.total.blocks != 0) {
-        const bool is_first = sum.total.blocks == 0;
-        sum.smallest = is_first ? totals.smallest : std::min(sum.smallest, totals.smallest);
-        sum.largest = std::max(sum.largest, totals.largest);
-    }
-    sum.live += totals.live;
-    sum.at_peak += totals.at_peak;
-    sum.total += totals.total;
-    sum.short_lived += totals.short_lived;
-    sum.failed += totals.failed;
-    sum.refused += totals.refused;
-}
-
 /** `highest` is the highest peak of one process so far. */
 void add(Totals &sum, const Totals &totals, uint64_t &highest)
 {
@@ -540,7 +525,7 @@ private:
         if (use.row == filtered_out) {
             return;
         }
-        add(report_.rows[use.row].numbers, totals);
+        report_.rows[use.row].numbers += totals;
         calls_.add_to(use.path, totals);
         RowState &state = states_[use.row];
         if (state.recording != report_.recordings) {

@@ -53,19 +53,6 @@ struct SourceFrame {
     bool operator==(const SourceFrame &) const = default;
 };
 
-/** Numbers of a row, over all processes. */
-struct Numbers {
-    Amount live;
-    Amount at_peak; ///< each process at its own peak
-    Amount total;
-    uint64_t smallest = 0;
-    uint64_t largest = 0;
-    uint64_t short_lived = 0;
-    uint64_t failed = 0;
-    uint64_t refused = 0;
-    bool operator==(const Numbers &) const = default;
-};
-
 /** Sites that count as one: the same function, file and line (or what the grouping says). */
 struct Row {
     /// The innermost frame outside the library, then the frames it was inlined into; with
@@ -74,7 +61,7 @@ struct Row {
     std::vector<SourceFrame> frames;
     std::vector<std::string> through; ///< the library's functions that the site called, sorted
     ChainEnd end = ChainEnd::none;    ///< cut or limited if any of its chains is
-    Numbers numbers;
+    Numbers numbers;                  ///< of all processes, each at its own peak
     unsigned recordings = 0; ///< how many have it
     unsigned growing = 0;    ///< on how many it grows
     bool suppressed = false;
