@@ -21,7 +21,7 @@ namespace {
 
 constexpr size_t chunk_size = size_t{256} << 10; // larger ones fall out of the processor's cache
 
-/* A line that is longer than this cannot be a trace line, and only its beginning is kept. */
+// A line that is longer than this cannot be a trace line, and only its beginning is kept.
 constexpr size_t longest_kept = 4096;
 constexpr size_t longest_shown = 200; // more than printable() shows
 
@@ -105,21 +105,21 @@ struct TraceLine {
 
 bool read_operation(Scanner &line, Operation &operation)
 {
-    constexpr auto is = [](bool found, Operation &target, Operation value) {
-        target = value;
-        return found;
+    const auto is = [&](const auto &name, Operation value) {
+        operation = value;
+        return line.text(name);
     };
     switch (line.peek()) {
     case 'f':
-        return is(line.text("free("), operation, Operation::free);
+        return is("free(", Operation::free);
     case 'c':
-        return is(line.text("calloc("), operation, Operation::calloc);
+        return is("calloc(", Operation::calloc);
     case 'r':
-        return is(line.text("realloc("), operation, Operation::realloc);
+        return is("realloc(", Operation::realloc);
     default:
-        return is(line.text("malloc("), operation, Operation::malloc) ||
-               is(line.text("malloc_if_possible("), operation, Operation::malloc_if_possible) ||
-               is(line.text("malloc_if_available("), operation, Operation::malloc_if_available);
+        return is("malloc(", Operation::malloc) ||
+               is("malloc_if_possible(", Operation::malloc_if_possible) ||
+               is("malloc_if_available(", Operation::malloc_if_available);
     }
 }
 

@@ -17,7 +17,7 @@
 
 namespace vektrace {
 
-/* ---- The map: modules never overlap ---- */
+// ---- The map: modules never overlap ----
 
 namespace {
 
@@ -59,7 +59,7 @@ FrameId ModuleMap::frame(Stacks &stacks, uint64_t address) const
     return stacks.frame({found->module, address - found->bias});
 }
 
-/* ---- Copies of /proc/PID/maps ---- */
+// ---- Copies of /proc/PID/maps ----
 
 namespace {
 
