@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -22,6 +23,7 @@
 #include "progress.h"
 #include "report.h"
 #include "run.h"
+#include "words.h"
 
 namespace vektrace {
 
@@ -41,22 +43,26 @@ enum class Colour : uint8_t { automatic, always, never };
 template <typename Value>
 using Choices = std::vector<std::pair<std::string, Value>>;
 
+template <typename Value>
+Choices<Value> by_name(std::initializer_list<Value> values)
+{
+    Choices<Value> choices;
+    for (const Value value : values) {
+        choices.emplace_back(name(value), value);
+    }
+    return choices;
+}
+
 const Choices<Format> formats = {{"text", Format::text},
                                  {"json", Format::json},
                                  {"html", Format::html},
                                  {"folded", Format::folded},
                                  {"massif", Format::massif}};
 const Choices<Format> diff_formats = {{"text", Format::text}, {"json", Format::json}};
-const Choices<Grouping> groupings = {{"site", Grouping::site},
-                                     {"function", Grouping::function},
-                                     {"file", Grouping::file},
-                                     {"module", Grouping::module},
-                                     {"stack", Grouping::stack}};
-const Choices<Order> orders = {{"live", Order::live},
-                               {"peak", Order::peak},
-                               {"total", Order::total},
-                               {"count", Order::count},
-                               {"short-lived", Order::short_lived}};
+const Choices<Grouping> groupings = by_name(
+    {Grouping::site, Grouping::function, Grouping::file, Grouping::module, Grouping::stack});
+const Choices<Order> orders =
+    by_name({Order::live, Order::peak, Order::total, Order::count, Order::short_lived});
 const Choices<Colour> colours = {
     {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
 

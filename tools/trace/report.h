@@ -62,8 +62,8 @@ struct Row {
     std::vector<std::string> through; ///< the library's functions that the site called, sorted
     ChainEnd end = ChainEnd::none;    ///< cut or limited if any of its chains is
     Numbers numbers;                  ///< of all processes, each at its own peak
-    unsigned recordings = 0; ///< how many have it
-    unsigned growing = 0;    ///< on how many it grows
+    unsigned recordings = 0;          ///< how many have it
+    unsigned growing = 0;             ///< on how many it grows
     bool suppressed = false;
 };
 
