@@ -103,7 +103,7 @@ void add_calls(CallNode &root, const Row &row, size_t number)
             const char *module = step == 0       ? "libc.so.6"
                                  : step % 6 == 5 ? "libroute.so.2"
                                                  : "gateway";
-            node->children.push_back({*names.insert(path[step]).first, module, {}, {}, {}, 0, {}});
+            node->children.push_back({{}, *names.insert(path[step]).first, module, {}});
             child = node->children.end() - 1;
         }
         node = &*child;

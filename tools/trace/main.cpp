@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include "load.h"
+#include "patterns.h"
 #include "progress.h"
 #include "report.h"
 #include "run.h"

@@ -57,7 +57,7 @@ struct SourceFrame {
 struct Row {
     /// The innermost frame outside the library, then the frames it was inlined into; with
     /// Grouping::stack the whole stack, innermost first. For function, file and module one frame
-    /// with that field alone; the function's has its module, too, and an unknown file has only that.
+    /// with that field alone; a function has its module, too, and an unknown file only that.
     std::vector<SourceFrame> frames;
     std::vector<std::string> through; ///< the library's functions that the site called, sorted
     ChainEnd end = ChainEnd::none;    ///< cut or limited if any of its chains is
@@ -79,14 +79,20 @@ struct ReportFault {
     std::string input; ///< of the first one
 };
 
-/** A node of the tree of calls, outermost functions first: for the flame graph. */
-struct CallNode {
-    std::string_view function; ///< inlined functions have nodes of their own
-    std::string_view module;
-    Amount live; ///< with all children
+/** What a node of the tree of calls allocated, with all its children. */
+struct CallSums {
+    Amount live;
     Amount at_peak;
     Amount total;
     uint64_t short_lived = 0;
+
+    CallSums &operator+=(const CallSums &other);
+};
+
+/** A node of the tree of calls, outermost functions first: for the flame graph. */
+struct CallNode : CallSums {
+    std::string_view function; ///< inlined functions have nodes of their own
+    std::string_view module;
     std::vector<CallNode> children; ///< by name
 };
 
@@ -125,10 +131,6 @@ struct Report {
 
 Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
                    const Symbols &symbols, const ReportOptions &options);
-
-/** Reads `leak:pattern` lines and skips empty ones and comments, which begin with #. Throws
- *  InputError, which names the first line that is none of these. */
-std::vector<std::string> read_suppressions(const std::string &path);
 
 // ---- Formats; each returns the whole text ----
 
