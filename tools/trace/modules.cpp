@@ -182,15 +182,13 @@ std::string read_whole(const std::string &path)
 {
     Input input(path);
     std::string text;
-    size_t size = 0;
-    do {
-        if (size > largest_maps_file) {
+    std::vector<char> chunk(maps_chunk);
+    while (const size_t count = input.read(chunk)) {
+        text.append(chunk.data(), count);
+        if (text.size() > largest_maps_file) {
             throw InputError(input.name() + ": this is too long for a copy of /proc/PID/maps");
         }
-        text.resize(size + maps_chunk);
-        const size_t count = input.read(std::span(text).subspan(size));
-        text.resize(size + count);
-    } while (std::exchange(size, text.size()) != text.size());
+    }
     return text;
 }
 

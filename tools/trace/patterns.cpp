@@ -66,9 +66,9 @@ std::vector<std::string> read_suppressions(const std::string &path)
 {
     Input input(path);
     std::string text;
-    std::vector<char> buffer(65536);
-    for (size_t size = input.read(buffer); size != 0; size = input.read(buffer)) {
-        text.append(buffer.data(), size);
+    std::vector<char> chunk(65536);
+    while (const size_t count = input.read(chunk)) {
+        text.append(chunk.data(), count);
     }
     std::vector<std::string> patterns;
     size_t number = 0;
