@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The frames of all stacks, ready to print and numbered by what is printed: two addresses of one line
-// have one number.
+// The frames of all stacks, ready to print and numbered by what is printed: two addresses of one
+// line have one number.
 #ifndef VEKTRACE_PLACES_H
 #define VEKTRACE_PLACES_H
 
