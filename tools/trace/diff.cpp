@@ -109,10 +109,10 @@ public:
         match({.with_lines = true, .only_equally_many = false});
         match({.with_lines = false, .only_equally_many = false});
         for (const Site *site : gone_) {
-            add(site, nullptr);
+            add(site->frames, site->numbers, {});
         }
         for (const Site *site : new_) {
-            add(nullptr, site);
+            add(site->frames, {}, site->numbers);
         }
         std::stable_sort(difference_.changes.begin(), difference_.changes.end(),
                          [this](const Change &a, const Change &b) { return size(a) > size(b); });
@@ -138,7 +138,7 @@ private:
                                      ? 0
                                      : std::min(sites.size(), partners.size());
             for (size_t i = 0; i < pairs; i++) {
-                add(partners[i], sites[i]);
+                add(sites[i]->frames, partners[i]->numbers, sites[i]->numbers);
             }
             partners.erase(partners.begin(), partners.begin() + static_cast<ptrdiff_t>(pairs));
             new_.insert(new_.end(), sites.begin() + static_cast<ptrdiff_t>(pairs), sites.end());
@@ -150,22 +150,18 @@ private:
 
     // A place comes if it had nothing before: one that allocated without a leak, and now leaks, is
     // as new to the reader as one that was not there.
-    void add(const Site *before, const Site *after)
+    void add(const std::vector<SourceFrame> &frames, const Numbers &before, const Numbers &after)
     {
-        Change change = {};
-        change.frames = (after != nullptr ? after : before)->frames;
-        change.before = before != nullptr ? before->numbers : Numbers();
-        change.after = after != nullptr ? after->numbers : Numbers();
-        const uint64_t was = figure(change.before, sort_);
-        const uint64_t is = figure(change.after, sort_);
+        const uint64_t was = figure(before, sort_);
+        const uint64_t is = figure(after, sort_);
         if (was == is) {
             return;
         }
-        change.kind = was == 0   ? Change::Kind::came
-                      : is == 0  ? Change::Kind::went
-                      : is > was ? Change::Kind::grew
-                                 : Change::Kind::shrank;
-        difference_.changes.push_back(std::move(change));
+        const Change::Kind kind = was == 0   ? Change::Kind::came
+                                  : is == 0  ? Change::Kind::went
+                                  : is > was ? Change::Kind::grew
+                                             : Change::Kind::shrank;
+        difference_.changes.push_back({frames, before, after, kind});
     }
 
     uint64_t size(const Change &change) const

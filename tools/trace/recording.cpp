@@ -21,7 +21,7 @@ namespace vektrace {
 
 namespace {
 
-constexpr size_t longest_record = 1024 * 1024;
+constexpr size_t longest_record = size_t{1} << 20;
 constexpr size_t buffer_size = 2 * longest_record;
 
 constexpr uint16_t machine_arm = 40;

@@ -325,6 +325,7 @@ Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
                    const Symbols &symbols, const ReportOptions &options)
 {
     std::vector<const Process *> in_order;
+    in_order.reserve(processes.size());
     for (const Process &process : processes) {
         in_order.push_back(&process);
     }
