@@ -82,12 +82,6 @@ Row make_row(size_t number)
     return row;
 }
 
-void add(Amount &sum, const Amount &amount)
-{
-    sum.blocks += amount.blocks;
-    sum.bytes += amount.bytes;
-}
-
 /** Adds a row's numbers along a path of calls to it. */
 void add_calls(CallNode &root, const Row &row, size_t number)
 {
@@ -99,9 +93,9 @@ void add_calls(CallNode &root, const Row &row, size_t number)
     path.push_back(row.frames[0].function);
     CallNode *node = &root;
     for (size_t step = 0;; step++) {
-        add(node->live, row.numbers.live);
-        add(node->at_peak, row.numbers.at_peak);
-        add(node->total, row.numbers.total);
+        node->live += row.numbers.live;
+        node->at_peak += row.numbers.at_peak;
+        node->total += row.numbers.total;
         if (step == path.size()) { return; }
         auto child = node->children.begin();
         while (child != node->children.end() && child->function != path[step]) { child++; }
@@ -109,7 +103,7 @@ void add_calls(CallNode &root, const Row &row, size_t number)
             const char *module = step == 0       ? "libc.so.6"
                                  : step % 6 == 5 ? "libroute.so.2"
                                                  : "gateway";
-            node->children.push_back({*names.insert(path[step]).first, module, {}, {}, {}, 0, {}});
+            node->children.push_back({{}, *names.insert(path[step]).first, module, {}});
             child = node->children.end() - 1;
         }
         node = &*child;
@@ -201,10 +195,10 @@ Report make_sample(size_t sites, size_t moments)
     for (size_t i = 0; i < sites; i++) {
         Row row = make_row(i);
         add_calls(report.calls, row, i);
-        add(report.totals.live, row.numbers.live);
-        add(report.totals.peak, row.numbers.at_peak);
-        add(report.totals.total, row.numbers.total);
-        add(row.suppressed ? report.suppressed : report.unsuppressed, row.numbers.live);
+        report.totals.live += row.numbers.live;
+        report.totals.peak += row.numbers.at_peak;
+        report.totals.total += row.numbers.total;
+        (row.suppressed ? report.suppressed : report.unsuppressed) += row.numbers.live;
         report.totals.failed += row.numbers.failed;
         report.rows.push_back(std::move(row));
     }

@@ -2,7 +2,7 @@
 // Random histories of several threads, as text and as recordings, against a recount of everything.
 #include "history.h"
 #include "reader.h"
-#include "vekrecord_format.h"
+#include "recording.h"
 
 #include <algorithm>
 #include <bit>
@@ -214,28 +214,15 @@ private:
     unsigned number_ = 0;
 };
 
-std::string varint(uint64_t number)
-{
-    std::string bytes;
-    for (; number >= 0x80; number >>= 7) { bytes += static_cast<char>(number | 0x80); }
-    return bytes + static_cast<char>(number);
-}
-
-std::string zigzag(uint64_t number) { return varint(number << 1 ^ (0 - (number >> 63))); }
-
-/** Writes recordings of depth 1. */
+/** Writes events as a recording of depth 1. */
 class Recorder {
 public:
     Recorder()
     {
-        const VekRecordHeader header = {{'V', 'E', 'K', 'R', 'E', 'C', '1', '\n'}, 1, 8, 62, 7, 0};
-        bytes.assign(reinterpret_cast<const char *>(&header), sizeof header);
-        for (StackId site = 0; site < sites; ++site) {
-            bytes += varint(VEKRECORD_CHAIN) + varint(0) + varint(1) + zigzag(return_address(site));
-        }
+        for (StackId site = 0; site < sites; ++site) { recording.chain(0, {return_address(site)}); }
     }
 
-    void time(uint64_t milliseconds) { bytes += varint(VEKRECORD_TIME) + varint(milliseconds); }
+    void time(uint64_t milliseconds) { recording.type(VEKRECORD_TIME).number(milliseconds); }
 
     void add(const Event &event, bool refused)
     {
@@ -247,21 +234,26 @@ public:
                                         VEKRECORD_MALLOC_IF_AVAILABLE};
         const bool is_free = event.operation == Operation::free;
         const bool is_new = event.operation == Operation::realloc && event.block == 0;
-        int type = is_new ? int{VEKRECORD_REALLOC_NEW} : types[static_cast<int>(event.operation)];
-        if (!is_free && event.result == 0) {
-            type += refused ? VEKRECORD_REFUSED : VEKRECORD_FAILED;
-        }
-        bytes += varint(static_cast<uint64_t>(type)) + varint(event.stack);
-        bytes += event.block != 0 ? address(event.block) : "";
-        bytes += event.operation == Operation::calloc ? varint(1) : "";
-        bytes += is_free ? "" : varint(event.bytes);
-        bytes += event.result != 0 ? address(event.result) : "";
+        const bool has_failed = !is_free && event.result == 0;
+        recording.type(is_new ? int{VEKRECORD_REALLOC_NEW}
+                              : types[static_cast<int>(event.operation)],
+                       !has_failed ? 0
+                       : refused   ? VEKRECORD_REFUSED
+                                   : VEKRECORD_FAILED);
+        recording.number(event.stack);
+        if (event.block != 0) { address(event.block); }
+        if (event.operation == Operation::calloc) { recording.number(1); }
+        if (!is_free) { recording.number(event.bytes); }
+        if (event.result != 0) { address(event.result); }
     }
 
-    std::string bytes;
+    Recording recording;
 
 private:
-    std::string address(uint64_t next) { return zigzag(next - std::exchange(last_, next)); }
+    void address(uint64_t next)
+    {
+        recording.signed_number(static_cast<int64_t>(next - std::exchange(last_, next)));
+    }
 
     uint64_t last_ = 0;
 };
@@ -497,7 +489,7 @@ void expect_same_from_recording(std::vector<Event> events)
         }
         refused = event.refused;
     }
-    const History history = read(recorder.bytes);
+    const History history = read(recorder.recording.bytes);
     expect_truth(history, Recount(events).truth);
     const uint64_t at_peak = history.totals().peak_event;
     EXPECT_EQ(history.totals().peak_milliseconds, at_peak == 0 ? 0 : (at_peak - 1) / 64 * 64);

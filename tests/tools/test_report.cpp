@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "patterns.h"
 #include "report.h"
 #include "words.h"
 

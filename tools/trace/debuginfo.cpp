@@ -337,7 +337,7 @@ private:
     std::string file_name(const char *name) const
     {
         const std::string file = name != nullptr ? name : "";
-        return !folder_.empty() && file.rfind(folder_, 0) == 0 ? file.substr(folder_.size()) : file;
+        return !folder_.empty() && file.starts_with(folder_) ? file.substr(folder_.size()) : file;
     }
 
     Names &names_;
@@ -362,7 +362,7 @@ std::string readable_name(const char *linkage_name)
     if (end != std::string::npos) {
         name.erase(end);
     }
-    if (name.rfind("_Z", 0) == 0) {
+    if (name.starts_with("_Z")) {
         int status = 0;
         const std::unique_ptr<char, decltype(&std::free)> text(
             abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status), std::free);

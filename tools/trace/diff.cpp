@@ -17,19 +17,19 @@ namespace vektrace {
 
 namespace {
 
-/** Places of a report, as they are compared: without addresses. */
-struct Side {
+/** A row of a report, as it is compared: without addresses. */
+struct Site {
     std::vector<SourceFrame> frames;
     Numbers numbers;
 };
-using Sides = std::vector<const Side *>;
+using Sites = std::vector<const Site *>;
 
-/** What is compared of a row's frames. The module counts only where there is no file: the name of a
+/** What is compared of a site. The module counts only where there is no file: the name of a
  *  shared object may carry its version. */
-std::string key_of(const Side &side, bool with_lines)
+std::string key_of(const Site &site, bool with_lines)
 {
     std::string key;
-    for (const SourceFrame &frame : side.frames) {
+    for (const SourceFrame &frame : site.frames) {
         key.append(frame.function) += '\0';
         key.append(frame.file.empty() ? frame.module : frame.file) += '\0';
         key.append(with_lines ? std::to_string(frame.line) : "") += '\0';
@@ -37,21 +37,21 @@ std::string key_of(const Side &side, bool with_lines)
     return key;
 }
 
-bool has_earlier_lines(const Side *a, const Side *b)
+bool has_earlier_lines(const Site *a, const Site *b)
 {
     return std::lexicographical_compare(
         a->frames.begin(), a->frames.end(), b->frames.begin(), b->frames.end(),
         [](const SourceFrame &x, const SourceFrame &y) { return x.line < y.line; });
 }
 
-/** Rows with one key, in the order of their lines, not matched yet. */
-using Candidates = std::map<std::string, Sides>;
+/** Sites by their keys, in the order of their lines. */
+using Candidates = std::map<std::string, Sites>;
 
-Candidates candidates(const Sides &rows, bool with_lines)
+Candidates candidates(const Sites &sites, bool with_lines)
 {
     Candidates result;
-    for (const Side *row : rows) {
-        result[key_of(*row, with_lines)].push_back(row);
+    for (const Site *site : sites) {
+        result[key_of(*site, with_lines)].push_back(site);
     }
     for (auto &[key, same] : result) {
         std::stable_sort(same.begin(), same.end(), has_earlier_lines);
@@ -59,42 +59,26 @@ Candidates candidates(const Sides &rows, bool with_lines)
     return result;
 }
 
-void add(Numbers &sum, const Numbers &numbers)
-{
-    const bool is_first = sum.total.blocks == 0;
-    if (numbers.total.blocks != 0) {
-        sum.smallest = is_first ? numbers.smallest : std::min(sum.smallest, numbers.smallest);
-        sum.largest = std::max(sum.largest, numbers.largest);
-    }
-    for (Amount Numbers::*const amount : {&Numbers::live, &Numbers::at_peak, &Numbers::total}) {
-        (sum.*amount).blocks += (numbers.*amount).blocks;
-        (sum.*amount).bytes += (numbers.*amount).bytes;
-    }
-    sum.short_lived += numbers.short_lived;
-    sum.failed += numbers.failed;
-    sum.refused += numbers.refused;
-}
-
-/** The rows of a report. All unknown functions of a module are one place: their addresses say
+/** The sites of a report. All unknown functions of a module are one place: their addresses say
  *  nothing in another build. What is suppressed counts like the rest. */
-std::vector<Side> sides_of(const Report &report)
+std::vector<Site> sites_of(const Report &report)
 {
-    std::vector<Side> sides;
+    std::vector<Site> sites;
     std::unordered_map<std::string, size_t> numbers;
     for (const Row &row : report.rows) {
-        Side side = {row.frames, {}};
-        for (SourceFrame &frame : side.frames) {
+        Site site = {row.frames, {}};
+        for (SourceFrame &frame : site.frames) {
             if (is_raw(frame)) {
                 frame.function = "unknown function";
             }
         }
-        const auto [place, is_new] = numbers.try_emplace(key_of(side, true), sides.size());
+        const auto [place, is_new] = numbers.try_emplace(key_of(site, true), sites.size());
         if (is_new) {
-            sides.push_back(std::move(side));
+            sites.push_back(std::move(site));
         }
-        add(sides[place->second].numbers, row.numbers);
+        sites[place->second].numbers += row.numbers;
     }
-    return sides;
+    return sites;
 }
 
 uint64_t distance(uint64_t a, uint64_t b)
@@ -105,30 +89,30 @@ uint64_t distance(uint64_t a, uint64_t b)
 class Comparison {
 public:
     Comparison(const Report &before, const Report &after)
-        : sort_(after.sort), old_(sides_of(before)), fresh_(sides_of(after))
+        : sort_(after.sort), before_(sites_of(before)), after_(sites_of(after))
     {
         difference_.before = before.totals;
         difference_.after = after.totals;
         difference_.by = after.by;
         difference_.sort = after.sort;
-        for (const Side &side : old_) {
-            before_.push_back(&side);
+        for (const Site &site : before_) {
+            gone_.push_back(&site);
         }
-        for (const Side &side : fresh_) {
-            after_.push_back(&side);
+        for (const Site &site : after_) {
+            new_.push_back(&site);
         }
     }
 
     Difference compare()
     {
-        match(false, true);
-        match(true, false);
-        match(false, false);
-        for (const Side *row : before_) {
-            add(row, nullptr);
+        match({.with_lines = false, .only_equally_many = true});
+        match({.with_lines = true, .only_equally_many = false});
+        match({.with_lines = false, .only_equally_many = false});
+        for (const Site *site : gone_) {
+            add(site->frames, site->numbers, {});
         }
-        for (const Side *row : after_) {
-            add(nullptr, row);
+        for (const Site *site : new_) {
+            add(site->frames, {}, site->numbers);
         }
         std::stable_sort(difference_.changes.begin(), difference_.changes.end(),
                          [this](const Change &a, const Change &b) { return size(a) > size(b); });
@@ -136,48 +120,48 @@ public:
     }
 
 private:
-    /** Pairs what has the same key, on demand only where both sides have equally many rows with it;
-     *  what has no partner stays in before_ and after_. */
-    void match(bool with_lines, bool only_equally_many)
+    struct Matching {
+        bool with_lines;        ///< whether lines belong to the key
+        bool only_equally_many; ///< only where both reports have as many sites with a key
+    };
+
+    /** Pairs sites that have the same key; those without a partner stay in gone_ and new_. */
+    void match(Matching matching)
     {
-        Candidates old = candidates(before_, with_lines);
-        const Candidates fresh = candidates(after_, with_lines);
-        before_.clear();
-        after_.clear();
-        for (const auto &[key, rows] : fresh) {
-            Sides &partners = old[key];
-            const size_t pairs = only_equally_many && rows.size() != partners.size()
+        Candidates before = candidates(gone_, matching.with_lines);
+        const Candidates after = candidates(new_, matching.with_lines);
+        gone_.clear();
+        new_.clear();
+        for (const auto &[key, sites] : after) {
+            Sites &partners = before[key];
+            const size_t pairs = matching.only_equally_many && sites.size() != partners.size()
                                      ? 0
-                                     : std::min(rows.size(), partners.size());
+                                     : std::min(sites.size(), partners.size());
             for (size_t i = 0; i < pairs; i++) {
-                add(partners[i], rows[i]);
+                add(sites[i]->frames, partners[i]->numbers, sites[i]->numbers);
             }
             partners.erase(partners.begin(), partners.begin() + static_cast<ptrdiff_t>(pairs));
-            after_.insert(after_.end(), rows.begin() + static_cast<ptrdiff_t>(pairs), rows.end());
+            new_.insert(new_.end(), sites.begin() + static_cast<ptrdiff_t>(pairs), sites.end());
         }
-        for (const auto &[key, rows] : old) {
-            before_.insert(before_.end(), rows.begin(), rows.end());
+        for (const auto &[key, sites] : before) {
+            gone_.insert(gone_.end(), sites.begin(), sites.end());
         }
     }
 
     // A place comes if it had nothing before: one that allocated without a leak, and now leaks, is
     // as new to the reader as one that was not there.
-    void add(const Side *before, const Side *after)
+    void add(const std::vector<SourceFrame> &frames, const Numbers &before, const Numbers &after)
     {
-        Change change = {};
-        change.frames = (after != nullptr ? after : before)->frames;
-        change.before = before != nullptr ? before->numbers : Numbers();
-        change.after = after != nullptr ? after->numbers : Numbers();
-        const uint64_t was = figure(change.before, sort_);
-        const uint64_t is = figure(change.after, sort_);
+        const uint64_t was = figure(before, sort_);
+        const uint64_t is = figure(after, sort_);
         if (was == is) {
             return;
         }
-        change.kind = was == 0   ? Change::Kind::came
-                      : is == 0  ? Change::Kind::went
-                      : is > was ? Change::Kind::grew
-                                 : Change::Kind::shrank;
-        difference_.changes.push_back(std::move(change));
+        const Change::Kind kind = was == 0   ? Change::Kind::came
+                                  : is == 0  ? Change::Kind::went
+                                  : is > was ? Change::Kind::grew
+                                             : Change::Kind::shrank;
+        difference_.changes.push_back({frames, before, after, kind});
     }
 
     uint64_t size(const Change &change) const
@@ -186,11 +170,11 @@ private:
     }
 
     Order sort_;
-    std::vector<Side> old_;
-    std::vector<Side> fresh_;
+    std::vector<Site> before_;
+    std::vector<Site> after_;
+    Sites gone_; ///< what is in before_ and has no partner yet
+    Sites new_;  ///< what is in after_ and has no partner yet
     Difference difference_;
-    Sides before_;
-    Sides after_;
 };
 
 std::string amount(uint64_t value, Order order)

@@ -157,7 +157,7 @@ std::vector<std::string> elf_candidates(const std::string &path, const SymbolOpt
     paths.push_back(options.sysroot + path);
     if (!options.sysroot.empty()) {
         paths.push_back(options.sysroot +
-                        (path.rfind("/usr/", 0) == 0 ? path.substr(4) : "/usr" + path));
+                        (path.starts_with("/usr/") ? path.substr(4) : "/usr" + path));
     }
     return paths;
 }
@@ -172,7 +172,8 @@ std::vector<std::string> debug_candidates(const std::string &path, const std::st
         paths.push_back(folder_of(elf) + "/" + link);
         paths.push_back(folder_of(elf) + "/.debug/" + link);
     }
-    std::vector<std::string> names = {base_name(path) + ".debug", base_name(path)};
+    const std::string last(last_name(path));
+    std::vector<std::string> names = {last + ".debug", last};
     if (!link.empty() && link != names[0]) {
         names.insert(names.begin(), link);
     }
@@ -199,11 +200,6 @@ std::string not_found(const Module &module, const std::string &path, const std::
 }
 
 } // namespace
-
-std::string base_name(const std::string &path)
-{
-    return path.substr(path.rfind('/') + 1);
-}
 
 std::string build_id_of(const std::string &path)
 {

@@ -24,9 +24,6 @@ ModuleFiles find_files(const Module &module, const SymbolOptions &options, const
 /** Returns the build-id of a file; empty if it has none or cannot be read. */
 std::string build_id_of(const std::string &path);
 
-/** Returns the last name of a path. */
-std::string base_name(const std::string &path);
-
 } // namespace vektrace
 
 #endif

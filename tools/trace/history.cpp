@@ -8,18 +8,26 @@
 
 #include <tsl/robin_map.h>
 
+#include "hash.h"
+
 namespace vektrace {
 
-namespace {
-
-/** Addresses are multiples of 8 or 16. The upper half of the product depends on all their bits. */
-struct AddressHash {
-    size_t operator()(uint64_t address) const
-    {
-        const uint64_t product = address * 0x9e3779b97f4a7c15U;
-        return product ^ (product >> 32);
+Numbers &Numbers::operator+=(const Numbers &other)
+{
+    if (other.total.blocks != 0) {
+        smallest = total.blocks == 0 ? other.smallest : std::min(smallest, other.smallest);
+        largest = std::max(largest, other.largest);
     }
-};
+    live += other.live;
+    at_peak += other.at_peak;
+    total += other.total;
+    short_lived += other.short_lived;
+    failed += other.failed;
+    refused += other.refused;
+    return *this;
+}
+
+namespace {
 
 template <typename Value>
 using AddressMap = tsl::robin_map<uint64_t, Value, AddressHash>;
@@ -265,6 +273,7 @@ private:
     void resize(const Event &event);
     void allocate(const Event &event);
     void remove(const Block &block);
+    void count_out(const Block &block);
     void remember(const Event &event, const Block &block);
     void report_not_live(const Event &event);
     void report_aside(size_t keep);
@@ -292,14 +301,11 @@ void History::Impl::add(const Event &event)
     }
     totals.events += 1;
     if (event.impossible) {
-        report({FaultKind::impossible_size,
-                {},
-                {},
-                event.stack,
-                1,
-                event.line,
-                event.block,
-                event.bytes});
+        report({.kind = FaultKind::impossible_size,
+                .again = event.stack,
+                .first_line = event.line,
+                .block = event.block,
+                .bytes = event.bytes});
     }
     if (is_release(event)) {
         release(event);
@@ -356,8 +362,7 @@ void History::Impl::allocate(const Event &event)
     by.smallest = by.total.blocks == 0 ? bytes : std::min(by.smallest, bytes);
     by.largest = std::max(by.largest, bytes);
     for (Amount *const amount : {&by.live, &by.total, &totals.live, &totals.total}) {
-        amount->blocks += 1;
-        amount->bytes += bytes;
+        *amount += {1, bytes};
     }
     const Block block{bytes, event.stack, allocation_number_};
     if (blocks_.add(event.result, block, event.line) && blocks_.aside() > most_aside) {
@@ -367,14 +372,16 @@ void History::Impl::allocate(const Event &event)
 
 void History::Impl::remove(const Block &block)
 {
-    StackTotals &by = changing(block.stack);
-    for (Amount *const amount : {&by.live, &totals.live}) {
-        amount->blocks -= 1;
-        amount->bytes -= block.bytes;
-    }
+    count_out(block);
     if (allocation_number_ - block.number <= short_life) {
-        by.short_lived += 1;
+        stacks[block.stack].short_lived += 1;
     }
+}
+
+void History::Impl::count_out(const Block &block)
+{
+    changing(block.stack).live -= {1, block.bytes};
+    totals.live -= {1, block.bytes};
 }
 
 void History::Impl::remember(const Event &event, const Block &block)
@@ -387,14 +394,10 @@ void History::Impl::remember(const Event &event, const Block &block)
 void History::Impl::report_not_live(const Event &event)
 {
     const bool is_resize = event.operation == Operation::realloc;
-    Fault fault{is_resize ? FaultKind::resized_unknown : FaultKind::released_unknown,
-                {},
-                {},
-                event.stack,
-                1,
-                event.line,
-                event.block,
-                0};
+    Fault fault = {.kind = is_resize ? FaultKind::resized_unknown : FaultKind::released_unknown,
+                   .again = event.stack,
+                   .first_line = event.line,
+                   .block = event.block};
     if (const Releases::Release *const last = releases_.last_of(event.block)) {
         fault.kind = is_resize ? FaultKind::resized_after_release : FaultKind::released_twice;
         fault.allocated = last->allocated;
@@ -407,19 +410,13 @@ void History::Impl::report_not_live(const Event &event)
 void History::Impl::report_aside(size_t keep)
 {
     for (const auto &[address, aside] : blocks_.give_up(keep)) {
-        StackTotals &by = changing(aside.block.stack);
-        for (Amount *const amount : {&by.live, &totals.live}) {
-            amount->blocks -= 1;
-            amount->bytes -= aside.block.bytes;
-        }
-        report({FaultKind::allocated_while_live,
-                aside.block.stack,
-                {},
-                aside.again,
-                1,
-                aside.line,
-                address,
-                aside.block.bytes});
+        count_out(aside.block);
+        report({.kind = FaultKind::allocated_while_live,
+                .allocated = aside.block.stack,
+                .again = aside.again,
+                .first_line = aside.line,
+                .block = address,
+                .bytes = aside.block.bytes});
     }
 }
 

@@ -17,22 +17,41 @@ namespace vektrace {
 struct Amount {
     uint64_t blocks = 0;
     uint64_t bytes = 0;
+
+    Amount &operator+=(const Amount &other)
+    {
+        blocks += other.blocks;
+        bytes += other.bytes;
+        return *this;
+    }
+    Amount &operator-=(const Amount &other)
+    {
+        blocks -= other.blocks;
+        bytes -= other.bytes;
+        return *this;
+    }
     bool operator==(const Amount &) const = default;
 };
 
-/** What one stack allocated. A resized block counts as one of the stack that resized it last: the
- *  resize is a release of the old and an allocation of the new block. */
-struct StackTotals {
+/** What was allocated by one stack, or by several together. A resized block counts as one of the
+ *  stack that resized it last: the resize is a release of the old and an allocation of the new
+ *  block. */
+struct Numbers {
     Amount live;           ///< at the end
     Amount at_peak;        ///< when the process had most bytes live
     Amount total;          ///< ever
-    uint64_t smallest = 0; ///< bytes of a block
+    uint64_t smallest = 0; ///< bytes of a block; 0 without blocks
     uint64_t largest = 0;
-    uint64_t short_lived = 0;   ///< blocks released after at most `short_life` other allocations
-    uint64_t failed = 0;        ///< requests of more than 0 bytes that returned null
-    uint64_t refused = 0;       ///< requests refused in the error state
+    uint64_t short_lived = 0; ///< blocks released after at most `short_life` other allocations
+    uint64_t failed = 0;      ///< requests of more than 0 bytes that returned null
+    uint64_t refused = 0;     ///< requests refused in the error state
+
+    Numbers &operator+=(const Numbers &other);
+    bool operator==(const Numbers &) const = default;
+};
+
+struct StackTotals : Numbers {
     uint64_t earlier_bytes = 0; ///< live somewhere between a quarter and a half of the events
-    bool grows() const { return live.bytes > earlier_bytes; }
     bool operator==(const StackTotals &) const = default;
 };
 
@@ -59,14 +78,14 @@ enum class FaultKind : uint8_t {
 /** A fault, with every place involved; several faults of the same kind and places are one. */
 struct Fault {
     FaultKind kind;
-    std::optional<StackId> allocated;      ///< who allocated the block (first)
-    std::optional<StackId> released_first; ///< who released it first
-    StackId again;       ///< who released it again, resized, allocated it while live, or asked
-    uint64_t count;      ///< how many times
-    uint64_t first_line; ///< of the first one
-    uint64_t block;      ///< of the first one (0 if there is none)
-    uint64_t bytes;      ///< of the first one: of the block that was there first (0 if unknown),
-                         ///< for an impossible size what was asked for
+    std::optional<StackId> allocated = {};      ///< who allocated the block (first)
+    std::optional<StackId> released_first = {}; ///< who released it first
+    StackId again = 0;       ///< who released it again, resized, allocated it while live, or asked
+    uint64_t count = 1;      ///< how many times
+    uint64_t first_line = 0; ///< of the first one
+    uint64_t block = 0;      ///< of the first one (0 if there is none)
+    uint64_t bytes = 0;      ///< of the first one: of the block that was there first (0 if
+                             ///< unknown), for an impossible size what was asked for
     bool operator==(const Fault &) const = default;
 };
 

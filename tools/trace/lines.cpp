@@ -13,13 +13,15 @@
 
 #include <tsl/robin_map.h>
 
+#include "hash.h"
+
 namespace vektrace {
 
 namespace {
 
 constexpr size_t chunk_size = size_t{256} << 10; // larger ones fall out of the processor's cache
 
-/* A line that is longer than this cannot be a trace line, and only its beginning is kept. */
+// A line that is longer than this cannot be a trace line, and only its beginning is kept.
 constexpr size_t longest_kept = 4096;
 constexpr size_t longest_shown = 200; // more than printable() shows
 
@@ -103,21 +105,21 @@ struct TraceLine {
 
 bool read_operation(Scanner &line, Operation &operation)
 {
-    constexpr auto is = [](bool found, Operation &target, Operation value) {
-        target = value;
-        return found;
+    const auto is = [&](const auto &name, Operation value) {
+        operation = value;
+        return line.text(name);
     };
     switch (line.peek()) {
     case 'f':
-        return is(line.text("free("), operation, Operation::free);
+        return is("free(", Operation::free);
     case 'c':
-        return is(line.text("calloc("), operation, Operation::calloc);
+        return is("calloc(", Operation::calloc);
     case 'r':
-        return is(line.text("realloc("), operation, Operation::realloc);
+        return is("realloc(", Operation::realloc);
     default:
-        return is(line.text("malloc("), operation, Operation::malloc) ||
-               is(line.text("malloc_if_possible("), operation, Operation::malloc_if_possible) ||
-               is(line.text("malloc_if_available("), operation, Operation::malloc_if_available);
+        return is("malloc(", Operation::malloc) ||
+               is("malloc_if_possible(", Operation::malloc_if_possible) ||
+               is("malloc_if_available(", Operation::malloc_if_available);
     }
 }
 
@@ -181,7 +183,7 @@ bool read_line(std::string_view text, TraceLine &result)
 
 /** Counts the numbers of allocations. They are those of a 32-bit counter, so one that seems far
  *  below the one before is above it, and the other way round. */
-class Numbers {
+class SerialNumbers {
 public:
     void add(int32_t number)
     {
@@ -221,17 +223,9 @@ public:
     }
 
 private:
-    struct Hash {
-        size_t operator()(uint64_t address) const
-        {
-            address *= 0x9e3779b97f4a7c15U;
-            return address ^ address >> 32;
-        }
-    };
-
     const ModuleMap &modules_;
     Stacks &stacks_;
-    tsl::robin_map<uint64_t, StackId, Hash> known_;
+    tsl::robin_map<uint64_t, StackId, AddressHash> known_;
 };
 
 class LineReader {
@@ -329,7 +323,7 @@ private:
     Callers callers_;
     EventSink &sink_;
     InputFacts facts_;
-    Numbers numbers_;
+    SerialNumbers numbers_;
     TraceLine line_ = {};
     std::string long_line_; // how a line begins whose end has not been reached; empty: none
 };

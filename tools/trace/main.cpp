@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -19,9 +20,11 @@
 #include <unistd.h>
 
 #include "load.h"
+#include "patterns.h"
 #include "progress.h"
 #include "report.h"
 #include "run.h"
+#include "words.h"
 
 namespace vektrace {
 
@@ -41,22 +44,26 @@ enum class Colour : uint8_t { automatic, always, never };
 template <typename Value>
 using Choices = std::vector<std::pair<std::string, Value>>;
 
+template <typename Value>
+Choices<Value> by_name(std::initializer_list<Value> values)
+{
+    Choices<Value> choices;
+    for (const Value value : values) {
+        choices.emplace_back(name(value), value);
+    }
+    return choices;
+}
+
 const Choices<Format> formats = {{"text", Format::text},
                                  {"json", Format::json},
                                  {"html", Format::html},
                                  {"folded", Format::folded},
                                  {"massif", Format::massif}};
 const Choices<Format> diff_formats = {{"text", Format::text}, {"json", Format::json}};
-const Choices<Grouping> groupings = {{"site", Grouping::site},
-                                     {"function", Grouping::function},
-                                     {"file", Grouping::file},
-                                     {"module", Grouping::module},
-                                     {"stack", Grouping::stack}};
-const Choices<Order> orders = {{"live", Order::live},
-                               {"peak", Order::peak},
-                               {"total", Order::total},
-                               {"count", Order::count},
-                               {"short-lived", Order::short_lived}};
+const Choices<Grouping> groupings = by_name(
+    {Grouping::site, Grouping::function, Grouping::file, Grouping::module, Grouping::stack});
+const Choices<Order> orders =
+    by_name({Order::live, Order::peak, Order::total, Order::count, Order::short_lived});
 const Choices<Colour> colours = {
     {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
 
@@ -65,6 +72,7 @@ struct Arguments {
     // What to show, and how.
     Format format = Format::text;
     Colour colour = Colour::automatic;
+    size_t top = TextOptions().top;
     ReportOptions report;
     std::vector<std::string> suppression_files;
     std::string output;
@@ -113,7 +121,7 @@ void add_report_options(CLI::App &verb, Arguments &arguments)
     add_choice(verb, "--by", report.by, groupings, "One row for each (site)")->group(group);
     add_choice(verb, "--sort", report.sort, orders, "Order of the rows, largest first (live)")
         ->group(group);
-    verb.add_option("--top", report.top, "Most rows in the text, 0 for all (20)")
+    verb.add_option("--top", arguments.top, "Most rows in the text, 0 for all (20)")
         ->type_name("N")
         ->check(CLI::Range(0, 1000000))
         ->group(group);
@@ -255,7 +263,7 @@ TextOptions text_options(const Arguments &arguments)
 {
     TextOptions options;
     options.colour = use_colour(arguments);
-    options.top = arguments.report.top;
+    options.top = arguments.top;
     winsize size = {};
     if (arguments.output.empty() && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 &&
         size.ws_col != 0) {

@@ -17,7 +17,7 @@
 
 namespace vektrace {
 
-/* ---- The map: modules never overlap ---- */
+// ---- The map: modules never overlap ----
 
 namespace {
 
@@ -42,14 +42,12 @@ void ModuleMap::add(const MappedModule &module)
     modules_.insert(modules_.erase(first, last), module);
 }
 
-bool ModuleMap::remove(uint64_t start)
+void ModuleMap::remove(uint64_t start)
 {
     const auto found = std::upper_bound(modules_.begin(), modules_.end(), start, ends_after);
-    if (found == modules_.end() || found->start != start) {
-        return false;
+    if (found != modules_.end() && found->start == start) {
+        modules_.erase(found);
     }
-    modules_.erase(found);
-    return true;
 }
 
 FrameId ModuleMap::frame(Stacks &stacks, uint64_t address) const
@@ -61,7 +59,7 @@ FrameId ModuleMap::frame(Stacks &stacks, uint64_t address) const
     return stacks.frame({found->module, address - found->bias});
 }
 
-/* ---- Copies of /proc/PID/maps ---- */
+// ---- Copies of /proc/PID/maps ----
 
 namespace {
 
@@ -184,15 +182,13 @@ std::string read_whole(const std::string &path)
 {
     Input input(path);
     std::string text;
-    size_t size = 0;
-    do {
-        if (size > largest_maps_file) {
+    std::vector<char> chunk(maps_chunk);
+    while (const size_t count = input.read(chunk)) {
+        text.append(chunk.data(), count);
+        if (text.size() > largest_maps_file) {
             throw InputError(input.name() + ": this is too long for a copy of /proc/PID/maps");
         }
-        text.resize(size + maps_chunk);
-        const size_t count = input.read(std::span(text).subspan(size));
-        text.resize(size + count);
-    } while (std::exchange(size, text.size()) != text.size());
+    }
     return text;
 }
 

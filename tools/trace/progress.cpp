@@ -29,14 +29,13 @@ void ProgressLine::show(const std::string &name, const Progress &progress)
     last_ = now;
 
     const double seconds = std::chrono::duration<double>(now - start_).count();
-    const double megabytes = static_cast<double>(progress.bytes) / 1e6;
+    const auto bytes = static_cast<double>(progress.bytes);
     std::string share;
     if (progress.size && *progress.size >= progress.bytes && *progress.size > 0) {
-        share =
-            fmt::format("{:3.0f} %  ", 100 * megabytes * 1e6 / static_cast<double>(*progress.size));
+        share = fmt::format("{:3.0f} %  ", 100 * bytes / static_cast<double>(*progress.size));
     }
     show(fmt::format("reading {}: {}{:.1f} million lines, {:.0f} MB/s", name, share,
-                     static_cast<double>(progress.events) / 1e6, megabytes / seconds));
+                     static_cast<double>(progress.events) / 1e6, bytes / 1e6 / seconds));
 }
 
 void ProgressLine::show(const std::string &text)

@@ -52,8 +52,8 @@ struct MappedModule {
 class ModuleMap {
 public:
     void add(const MappedModule &module);
-    /** Removes the module that starts there; false if there is none. */
-    bool remove(uint64_t start);
+    /** Removes the module that starts there, if there is one. */
+    void remove(uint64_t start);
     FrameId frame(Stacks &stacks, uint64_t address) const;
 
 private:

@@ -21,7 +21,7 @@ namespace vektrace {
 
 namespace {
 
-constexpr size_t longest_record = 1024 * 1024;
+constexpr size_t longest_record = size_t{1} << 20;
 constexpr size_t buffer_size = 2 * longest_record;
 
 constexpr uint16_t machine_arm = 40;
@@ -29,7 +29,7 @@ constexpr uint16_t machine_arm = 40;
 constexpr std::string_view magic = VEKRECORD_MAGIC;
 constexpr std::string_view magic_of_all_versions = magic.substr(0, 6);
 
-/* ---- The header ---- */
+// ---- The header ----
 
 /** Returns the header in the byte order of this machine. Throws InputError. */
 VekRecordHeader read_header(std::string_view bytes, const std::string &name)
@@ -63,7 +63,7 @@ VekRecordHeader read_header(std::string_view bytes, const std::string &name)
     return header;
 }
 
-/* ---- Fields ---- */
+// ---- Fields ----
 
 /** The bytes of a record could not be decoded, because they end too early... */
 struct TooShort {};
@@ -138,7 +138,7 @@ std::string as_hex(std::string_view bytes)
     return hex;
 }
 
-/* ---- Records ---- */
+// ---- Records ----
 
 /** What a type of event does, without FAILED or REFUSED. */
 Operation operation_of(int type)
@@ -214,7 +214,7 @@ size_t Decoder::add(std::string_view bytes, uint64_t offset)
 {
     Fields fields(bytes);
     size_t done = 0;
-    const auto place = [&] { return offset + done; };
+    const char *reason = nullptr;
     try {
         while (!at_end_ && done < bytes.size()) {
             const uint8_t type = fields.byte();
@@ -223,12 +223,13 @@ size_t Decoder::add(std::string_view bytes, uint64_t offset)
         }
     } catch (const TooShort &) {
         if (bytes.size() - done >= longest_record) {
-            stop(
-                fmt::format("the record at byte {} cannot be understood: it is too long", place()));
+            reason = "it is too long";
         }
     } catch (const Malformed &malformed) {
-        stop(fmt::format("the record at byte {} cannot be understood: {}", place(),
-                         malformed.reason));
+        reason = malformed.reason;
+    }
+    if (reason != nullptr) {
+        stop(fmt::format("the record at byte {} cannot be understood: {}", offset + done, reason));
     }
     return done;
 }
@@ -378,7 +379,7 @@ void Decoder::add_event(uint8_t type, Fields &fields)
     sink_.add(event);
 }
 
-/* ---- The file ---- */
+// ---- The file ----
 
 /** A part of the input, from its beginning to its end. */
 class Window {

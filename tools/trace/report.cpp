@@ -1,280 +1,22 @@
 // SPDX-License-Identifier: MIT
-// From stacks to rows. Frames are made ready to print once and numbered by what is printed, so that
-// two addresses of one line have one number, and rows, nodes and faults that read the same are one.
+// From stacks to rows. Rows and faults that read the same are one.
 #include "report.h"
 
 #include <algorithm>
-#include <limits>
-#include <memory>
+#include <iterator>
 #include <optional>
-#include <regex>
-#include <span>
-#include <string_view>
 #include <tuple>
 #include <unordered_map>
 #include <utility>
 
-#include <tsl/robin_map.h>
-
+#include "calls.h"
+#include "hash.h"
+#include "places.h"
 #include "words.h"
 
 namespace vektrace {
 
 namespace {
-
-// ---- Patterns ----
-
-/** One of `leak:pattern`. */
-class Pattern {
-public:
-    explicit Pattern(std::string_view text)
-    {
-        at_begin_ = text.starts_with('^');
-        text.remove_prefix(at_begin_ ? 1 : 0);
-        at_end_ = text.ends_with('$');
-        text.remove_suffix(at_end_ ? 1 : 0);
-        for (size_t star = text.find('*'); star != text.npos; star = text.find('*')) {
-            pieces_.emplace_back(text.substr(0, star));
-            text.remove_prefix(star + 1);
-        }
-        pieces_.emplace_back(text);
-    }
-
-    // The first place where a piece fits is as good as any later one, except for a last piece that
-    // has to end the text.
-    bool matches(std::string_view text) const
-    {
-        size_t begin = 0;
-        for (size_t i = 0; i < pieces_.size(); i++) {
-            const std::string &piece = pieces_[i];
-            const bool is_last = i + 1 == pieces_.size();
-            size_t found = text.find(piece, begin);
-            if (is_last && at_end_) {
-                found = text.size() >= begin + piece.size() && text.ends_with(piece)
-                            ? text.size() - piece.size()
-                            : text.npos;
-            }
-            if (found == text.npos || (i == 0 && at_begin_ && found != 0)) {
-                return false;
-            }
-            begin = found + piece.size();
-        }
-        return true;
-    }
-
-private:
-    std::vector<std::string> pieces_;
-    bool at_begin_ = false;
-    bool at_end_ = false;
-};
-
-/// Bytes of a name that a filter sees: the C++ library's search needs stack for each.
-constexpr size_t most_searched = 4096;
-/// Bytes of a filter: to compile it needs stack for each parenthesis.
-constexpr size_t longest_filter = 1000;
-
-std::regex filter_from(const std::string &text)
-{
-    if (text.size() > longest_filter) {
-        throw InputError("the filter is too long");
-    }
-    try {
-        return std::regex(text, std::regex::ECMAScript | std::regex::optimize);
-    } catch (const std::regex_error &) {
-        throw InputError("'" + text + "' is no regular expression that can be used as a filter");
-    }
-}
-
-// ---- Frames, ready to print ----
-
-using PlaceId = uint32_t; ///< of a SourceFrame
-using PlaceIds = std::vector<PlaceId>;
-constexpr PlaceId unknown = std::numeric_limits<PlaceId>::max();
-
-/// Places of a stack that count: a damaged recording may have a chain that is deeper than a walk
-/// through the tree of calls can bear.
-constexpr size_t deepest = 2048;
-
-/** A function of a header of the library: `inlined` into the application, or a copy in it. */
-bool is_library_inline(const Place &place, bool inlined)
-{
-    return (inlined && place.function.starts_with("vek_")) ||
-           (place.file.find("veklib/vek") != std::string::npos &&
-            place.file.ends_with("_inline.h"));
-}
-
-class PlaceTable {
-public:
-    PlaceTable(const Stacks &stacks, const Symbols &symbols, const ReportOptions &options)
-        : stacks_(stacks), symbols_(symbols)
-    {
-        for (const std::string &pattern : options.suppressed) {
-            suppressed_.emplace_back(pattern);
-        }
-        if (!options.filter.empty()) {
-            filter_ = filter_from(options.filter);
-        }
-        for (FrameId id = 0; id < stacks.frames().size(); id++) {
-            add_frame(id);
-        }
-    }
-
-    PlaceId number(const SourceFrame &frame)
-    {
-        const std::string key = frame.function + '\0' + frame.file + '\0' +
-                                std::to_string(frame.line) + '\0' + frame.module + '\0' +
-                                (frame.inlined ? 'i' : '-') + (frame.library ? 'l' : '-');
-        const auto [found, is_new] =
-            numbers_.try_emplace(key, static_cast<PlaceId>(places_.size()));
-        if (is_new) {
-            places_.push_back(frame);
-        }
-        return found->second;
-    }
-
-    PlaceId number(const std::string &function, const std::string &file, const std::string &module)
-    {
-        SourceFrame frame;
-        frame.function = function;
-        frame.file = file;
-        frame.module = module;
-        return number(frame);
-    }
-
-    /** The number of a place's function and module alone. */
-    PlaceId function(PlaceId id)
-    {
-        if (id >= functions_.size()) {
-            functions_.resize(id + 1, unknown);
-        }
-        if (functions_[id] == unknown) {
-            const SourceFrame frame = places_[id];
-            functions_[id] = number(frame.function, {}, frame.module);
-        }
-        return functions_[id];
-    }
-
-    const SourceFrame &operator[](PlaceId id) const { return places_[id]; }
-
-    std::shared_ptr<const std::vector<SourceFrame>> take()
-    {
-        return std::make_shared<const std::vector<SourceFrame>>(std::move(places_));
-    }
-
-    std::vector<SourceFrame> frames(const PlaceIds &ids) const
-    {
-        std::vector<SourceFrame> frames;
-        for (const PlaceId id : ids) {
-            frames.push_back(places_[id]);
-        }
-        return frames;
-    }
-
-    /** All places of a stack, innermost first; of the address that asked if there is no chain. */
-    PlaceIds of(const Stack &stack) const
-    {
-        PlaceIds all;
-        for (const FrameId id : frames_of(stack)) {
-            const PlaceIds &places = by_frame_[id];
-            all.insert(all.end(), places.begin(), places.end());
-            if (all.size() >= deepest) {
-                break;
-            }
-        }
-        return all;
-    }
-
-    const PlaceIds &of(FrameId id) const { return by_frame_[id]; }
-
-    bool is_suppressed(const Stack &stack) const { return any(is_suppressed_, stack); }
-    bool is_kept(const Stack &stack) const { return !filter_ || any(is_kept_, stack); }
-
-private:
-    static std::span<const FrameId> frames_of(const Stack &stack)
-    {
-        return stack.frames.empty() ? std::span(&stack.charged, 1) : std::span(stack.frames);
-    }
-
-    static bool any(const std::vector<bool> &flags, const Stack &stack)
-    {
-        const auto frames = frames_of(stack);
-        return std::any_of(frames.begin(), frames.end(), [&](FrameId id) { return flags[id]; });
-    }
-
-    void add_frame(FrameId id)
-    {
-        const Module &module = stacks_.modules()[stacks_.frames()[id].module];
-        const Places &places = symbols_.places[id];
-        PlaceIds &ids = by_frame_.emplace_back();
-        for (size_t i = 0; i < places.size(); i++) {
-            const bool inlined = i + 1 < places.size();
-            SourceFrame frame = {places[i].function,
-                                 places[i].file,
-                                 places[i].line,
-                                 std::string(last_name(module.path)),
-                                 inlined,
-                                 is_library(module) || is_library_inline(places[i], inlined)};
-            if (frame.function.empty()) {
-                frame.function = raw_place(stacks_, id);
-            }
-            ids.push_back(number(frame));
-        }
-        is_suppressed_.push_back(matches(id, [&](const std::string &text) {
-            return std::any_of(suppressed_.begin(), suppressed_.end(),
-                               [&](const Pattern &pattern) { return pattern.matches(text); });
-        }));
-        is_kept_.push_back(filter_ && matches(id, [&](const std::string &text) {
-                               return std::regex_search(text.substr(0, most_searched), *filter_);
-                           }));
-    }
-
-    /** Whether a function, file or module of the frame is one that `fits`. */
-    template <typename Fits>
-    bool matches(FrameId id, const Fits &fits) const
-    {
-        if (fits(stacks_.modules()[stacks_.frames()[id].module].path)) {
-            return true;
-        }
-        return std::any_of(by_frame_[id].begin(), by_frame_[id].end(), [&](PlaceId place) {
-            const SourceFrame &frame = places_[place];
-            return fits(frame.function) || fits(frame.file) || fits(frame.module);
-        });
-    }
-
-    const Stacks &stacks_;
-    const Symbols &symbols_;
-    std::vector<Pattern> suppressed_;
-    std::optional<std::regex> filter_;
-    std::vector<SourceFrame> places_;
-    std::unordered_map<std::string, PlaceId> numbers_;
-    std::vector<PlaceId> functions_; ///< by PlaceId; unknown until they are needed
-    std::vector<PlaceIds> by_frame_; ///< by FrameId, innermost place first
-    std::vector<bool> is_suppressed_;
-    std::vector<bool> is_kept_;
-};
-
-// ---- Sums ----
-
-void add(Amount &sum, const Amount &amount)
-{
-    sum.blocks += amount.blocks;
-    sum.bytes += amount.bytes;
-}
-
-void add(Numbers &sum, const StackTotals &totals)
-{
-    if (totals.total.blocks != 0) {
-        const bool is_first = sum.total.blocks == 0;
-        sum.smallest = is_first ? totals.smallest : std::min(sum.smallest, totals.smallest);
-        sum.largest = std::max(sum.largest, totals.largest);
-    }
-    add(sum.live, totals.live);
-    add(sum.at_peak, totals.at_peak);
-    add(sum.total, totals.total);
-    sum.short_lived += totals.short_lived;
-    sum.failed += totals.failed;
-    sum.refused += totals.refused;
-}
 
 /** `highest` is the highest peak of one process so far. */
 void add(Totals &sum, const Totals &totals, uint64_t &highest)
@@ -286,9 +28,9 @@ void add(Totals &sum, const Totals &totals, uint64_t &highest)
     sum.failed += totals.failed;
     sum.refused += totals.refused;
     sum.faults += totals.faults;
-    add(sum.live, totals.live);
-    add(sum.peak, totals.peak);
-    add(sum.total, totals.total);
+    sum.live += totals.live;
+    sum.peak += totals.peak;
+    sum.total += totals.total;
     if (totals.peak.bytes > highest) {
         highest = totals.peak.bytes;
         sum.peak_event = totals.peak_event;
@@ -298,160 +40,12 @@ void add(Totals &sum, const Totals &totals, uint64_t &highest)
     sum.has_times = sum.has_times || totals.has_times;
 }
 
-// ---- The tree of calls ----
-
-/** Keeps the stacks as lists of functions, and makes the tree from them in their order: nothing is
- *  needed to find a node again, and each gets as much room as it has children. */
-class CallTree {
-public:
-    /** Adds a stack, whose places are innermost first; returns its number. */
-    uint32_t add_stack(const PlaceIds &stack, PlaceTable &places)
-    {
-        Path path = {.begin = functions_.size()};
-        for (auto place = stack.rbegin(); place != stack.rend(); ++place) {
-            functions_.push_back(places.function(*place));
-        }
-        path.end = functions_.size();
-        paths_.push_back(path);
-        return static_cast<uint32_t>(paths_.size() - 1);
-    }
-
-    void add_to(uint32_t stack, const StackTotals &totals)
-    {
-        for (Sums *const sums : {&paths_[stack].sums, &all_}) {
-            add(sums->live, totals.live);
-            add(sums->at_peak, totals.at_peak);
-            add(sums->total, totals.total);
-            sums->short_lived += totals.short_lived;
-        }
-    }
-
-    /** The root alone. */
-    CallNode root() const { return node_of(all_); }
-
-    /** The whole tree, without the stacks that allocated nothing. Its names are those of
-     *  `places`. */
-    CallNode tree(const std::vector<SourceFrame> &places)
-    {
-        rank_functions(places);
-        std::erase_if(paths_, [](const Path &path) { return path.sums.total.blocks == 0; });
-        std::sort(paths_.begin(), paths_.end(), [this](const Path &a, const Path &b) {
-            return std::lexicographical_compare(at(a.begin), at(a.end), at(b.begin), at(b.end));
-        });
-        CallNode tree;
-        add_paths(tree, paths_, 0, places);
-        return tree;
-    }
-
-private:
-    struct Sums {
-        Amount live = {};
-        Amount at_peak = {};
-        Amount total = {};
-        uint64_t short_lived = 0;
-    };
-
-    /** A part of `functions_`, outermost first. */
-    struct Path {
-        size_t begin = 0;
-        size_t end = 0;
-        Sums sums = {};
-        size_t size() const { return end - begin; }
-    };
-
-    static CallNode node_of(const Sums &sums)
-    {
-        CallNode node;
-        node.live = sums.live;
-        node.at_peak = sums.at_peak;
-        node.total = sums.total;
-        node.short_lived = sums.short_lived;
-        return node;
-    }
-
-    static void add_sums(CallNode &node, const CallNode &other)
-    {
-        add(node.live, other.live);
-        add(node.at_peak, other.at_peak);
-        add(node.total, other.total);
-        node.short_lived += other.short_lived;
-    }
-
-    std::vector<uint32_t>::const_iterator at(size_t number) const
-    {
-        return functions_.begin() + static_cast<ptrdiff_t>(number);
-    }
-
-    /** Replaces the functions by their ranks, so that the order of paths is that of the names. */
-    void rank_functions(const std::vector<SourceFrame> &places)
-    {
-        by_rank_ = functions_;
-        std::sort(by_rank_.begin(), by_rank_.end());
-        by_rank_.erase(std::unique(by_rank_.begin(), by_rank_.end()), by_rank_.end());
-        by_rank_.shrink_to_fit();
-        std::sort(by_rank_.begin(), by_rank_.end(), [&](PlaceId a, PlaceId b) {
-            return std::tie(places[a].function, places[a].module) <
-                   std::tie(places[b].function, places[b].module);
-        });
-        std::vector<uint32_t> ranks(places.size());
-        for (size_t rank = 0; rank < by_rank_.size(); rank++) {
-            ranks[by_rank_[rank]] = static_cast<uint32_t>(rank);
-        }
-        for (uint32_t &function : functions_) {
-            function = ranks[function];
-        }
-    }
-
-    /** Adds paths, which are sorted and agree in their first `depth` functions, to the node that
-     *  these lead to. */
-    void add_paths(CallNode &node, std::span<const Path> paths, size_t depth,
-                   const std::vector<SourceFrame> &places) const
-    {
-        for (; !paths.empty() && paths.front().size() == depth; paths = paths.subspan(1)) {
-            add_sums(node, node_of(paths.front().sums));
-        }
-        size_t children = 0;
-        for (auto rest = paths; !rest.empty(); rest = rest.subspan(same_child(rest, depth))) {
-            children++;
-        }
-        node.children.reserve(children);
-        while (!paths.empty()) {
-            const size_t count = same_child(paths, depth);
-            const SourceFrame &place = places[by_rank_[*at(paths.front().begin + depth)]];
-            CallNode &child = node.children.emplace_back();
-            child.function = place.function;
-            child.module = place.module;
-            add_paths(child, paths.first(count), depth + 1, places);
-            add_sums(node, child);
-            paths = paths.subspan(count);
-        }
-    }
-
-    /** How many paths, from the first one on, go on with the same function. */
-    size_t same_child(std::span<const Path> paths, size_t depth) const
-    {
-        const uint32_t function = *at(paths.front().begin + depth);
-        const auto other = std::find_if(paths.begin(), paths.end(), [&](const Path &path) {
-            return *at(path.begin + depth) != function;
-        });
-        return static_cast<size_t>(other - paths.begin());
-    }
-
-    std::vector<uint32_t> functions_; ///< PlaceIds, in the end ranks
-    std::vector<PlaceId> by_rank_;
-    std::vector<Path> paths_;
-    Sums all_;
-};
-
-// ---- The report ----
-
 struct KeyHash {
     size_t operator()(const PlaceIds &key) const
     {
         uint64_t hash = key.size();
         for (const PlaceId id : key) {
-            hash = (hash ^ id) * 0x9e3779b97f4a7c15U;
-            hash ^= hash >> 32;
+            hash = mix(hash, id);
         }
         return hash;
     }
@@ -512,12 +106,13 @@ public:
     }
 
 private:
-    static constexpr uint32_t filtered_out = unknown - 1;
+    static constexpr uint32_t not_known_yet = UINT32_MAX;
+    static constexpr uint32_t filtered_out = UINT32_MAX - 1;
 
     /** What a stack belongs to; found out at its first use. */
     struct StackUse {
-        uint32_t row = unknown; ///< or filtered_out
-        uint32_t path = 0;      ///< in the tree of calls
+        uint32_t row = not_known_yet; ///< or filtered_out
+        uint32_t path = 0;            ///< in the tree of calls
         bool suppressed = false;
     };
 
@@ -541,14 +136,14 @@ private:
     void add_stack(StackId id, const StackTotals &totals)
     {
         StackUse &use = uses_[id];
-        if (use.row == unknown) {
+        if (use.row == not_known_yet) {
             find_use(stacks_.stacks()[id], use);
         }
-        add(use.suppressed ? report_.suppressed : report_.unsuppressed, totals.live);
+        (use.suppressed ? report_.suppressed : report_.unsuppressed) += totals.live;
         if (use.row == filtered_out) {
             return;
         }
-        add(report_.rows[use.row].numbers, totals);
+        report_.rows[use.row].numbers += totals;
         calls_.add_to(use.path, totals);
         RowState &state = states_[use.row];
         if (state.recording != report_.recordings) {
@@ -618,6 +213,7 @@ private:
     PlaceIds row_places(const PlaceIds &whole, const PlaceIds &places, size_t begin)
     {
         const SourceFrame site = places_[places[begin]];
+        SourceFrame frame;
         switch (options_.by) {
         case Grouping::site: {
             size_t end = begin;
@@ -627,11 +223,14 @@ private:
             return {&places[begin], &places[end] + 1};
         }
         case Grouping::function:
-            return {places_.number(site.function, {}, site.module)};
+            return {places_.function(places[begin])};
         case Grouping::file:
-            return {places_.number({}, site.file, site.file.empty() ? site.module : "")};
+            frame.file = site.file;
+            frame.module = site.file.empty() ? site.module : "";
+            return {places_.number(frame)};
         case Grouping::module:
-            return {places_.number({}, {}, site.module)};
+            frame.module = site.module;
+            return {places_.number(frame)};
         case Grouping::stack:
             break;
         }
@@ -661,35 +260,30 @@ private:
     // Faults that read the same are one, of whatever process.
     void add_fault(const Fault &fault, const std::string &input)
     {
+        const std::optional<StackId> stacks[] = {fault.allocated, fault.released_first,
+                                                 fault.again};
         PlaceIds key = {static_cast<PlaceId>(fault.kind)};
-        bool kept = false;
-        const auto frames = [&](const std::optional<StackId> &id) {
-            if (!id) {
-                key.push_back(unknown);
-                return std::vector<SourceFrame>();
+        std::vector<SourceFrame> frames[std::size(stacks)];
+        bool is_kept = false;
+        for (size_t i = 0; i < std::size(stacks); i++) {
+            PlaceIds whole;
+            if (stacks[i]) {
+                const Stack &stack = stacks_.stacks()[*stacks[i]];
+                whole = places_.of(stack);
+                is_kept = is_kept || places_.is_kept(stack);
             }
-            const Stack &stack = stacks_.stacks()[*id];
-            const PlaceIds whole = places_.of(stack);
-            kept = kept || places_.is_kept(stack);
+            frames[i] = places_.frames(whole);
             key.push_back(static_cast<PlaceId>(whole.size()));
             key.insert(key.end(), whole.begin(), whole.end());
-            return places_.frames(whole);
-        };
-        ReportFault made = {fault.kind,
-                            frames(fault.allocated),
-                            frames(fault.released_first),
-                            frames(fault.again),
-                            fault.count,
-                            fault.first_line,
-                            fault.block,
-                            fault.bytes,
-                            input};
-        if (!kept) {
+        }
+        if (!is_kept) {
             return;
         }
         const auto [number, is_new] = fault_numbers_.try_emplace(key, report_.faults.size());
         if (is_new) {
-            report_.faults.push_back(std::move(made));
+            report_.faults.push_back({fault.kind, std::move(frames[0]), std::move(frames[1]),
+                                      std::move(frames[2]), fault.count, fault.first_line,
+                                      fault.block, fault.bytes, input});
         } else {
             report_.faults[number->second].count += fault.count;
         }
@@ -731,6 +325,7 @@ Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
                    const Symbols &symbols, const ReportOptions &options)
 {
     std::vector<const Process *> in_order;
+    in_order.reserve(processes.size());
     for (const Process &process : processes) {
         in_order.push_back(&process);
     }
@@ -744,36 +339,6 @@ Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
         previous = process;
     }
     return builder.finish();
-}
-
-std::vector<std::string> read_suppressions(const std::string &path)
-{
-    Input input(path);
-    std::string text;
-    std::vector<char> buffer(65536);
-    for (size_t size = input.read(buffer); size != 0; size = input.read(buffer)) {
-        text.append(buffer.data(), size);
-    }
-    std::vector<std::string> patterns;
-    size_t number = 0;
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = std::min(text.find('\n', begin), text.size());
-        std::string_view line(text.data() + begin, end - begin);
-        begin = end + 1;
-        number++;
-        const auto first = std::min(line.find_first_not_of(" \t\r"), line.size());
-        line.remove_prefix(first);
-        line = line.substr(0, line.find_last_not_of(" \t\r") + 1);
-        if (line.empty() || line.starts_with('#')) {
-            continue;
-        }
-        if (!line.starts_with("leak:") || line.size() == 5) {
-            throw InputError(input.name() + ", line " + std::to_string(number) + ": '" +
-                             printable(line) + "' is neither leak:PATTERN nor a comment");
-        }
-        patterns.emplace_back(line.substr(5));
-    }
-    return patterns;
 }
 
 } // namespace vektrace

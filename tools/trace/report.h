@@ -33,9 +33,9 @@ enum class Order : uint8_t { live, peak, total, count, short_lived };
 struct ReportOptions {
     Grouping by = Grouping::site;
     Order sort = Order::live;
-    size_t top = 20;    ///< rows in the text; 0: all. Other formats have all rows
-    std::string filter; ///< a regular expression (ECMAScript): only sites with a frame whose
-                        ///< function, file or module it matches somewhere
+    /// A regular expression (ECMAScript): only stacks with a frame whose function, file or module
+    /// it matches somewhere.
+    std::string filter;
     /// Patterns as in `leak:pattern`: * stands for any text, ^ and $ for the beginning and the end.
     /// A pattern matches anywhere in the function, file or module of any frame.
     std::vector<std::string> suppressed;
@@ -53,30 +53,17 @@ struct SourceFrame {
     bool operator==(const SourceFrame &) const = default;
 };
 
-/** Numbers of a row, over all processes. */
-struct Numbers {
-    Amount live;
-    Amount at_peak; ///< each process at its own peak
-    Amount total;
-    uint64_t smallest = 0;
-    uint64_t largest = 0;
-    uint64_t short_lived = 0;
-    uint64_t failed = 0;
-    uint64_t refused = 0;
-    bool operator==(const Numbers &) const = default;
-};
-
 /** Sites that count as one: the same function, file and line (or what the grouping says). */
 struct Row {
     /// The innermost frame outside the library, then the frames it was inlined into; with
     /// Grouping::stack the whole stack, innermost first. For function, file and module one frame
-    /// with only these fields; the function's has its module, too, and so has an unknown file's.
+    /// with that field alone; a function has its module, too, and an unknown file only that.
     std::vector<SourceFrame> frames;
     std::vector<std::string> through; ///< the library's functions that the site called, sorted
     ChainEnd end = ChainEnd::none;    ///< cut or limited if any of its chains is
-    Numbers numbers;
-    unsigned recordings = 0; ///< how many have it
-    unsigned growing = 0;    ///< on how many it grows
+    Numbers numbers;                  ///< of all processes, each at its own peak
+    unsigned recordings = 0;          ///< how many have it
+    unsigned growing = 0;             ///< on how many it grows
     bool suppressed = false;
 };
 
@@ -92,14 +79,20 @@ struct ReportFault {
     std::string input; ///< of the first one
 };
 
-/** A node of the tree of calls, outermost functions first: for the flame graph. */
-struct CallNode {
-    std::string_view function; ///< inlined functions have nodes of their own
-    std::string_view module;
-    Amount live; ///< with all children
+/** What a node of the tree of calls allocated, with all its children. */
+struct CallSums {
+    Amount live;
     Amount at_peak;
     Amount total;
     uint64_t short_lived = 0;
+
+    CallSums &operator+=(const CallSums &other);
+};
+
+/** A node of the tree of calls, outermost functions first: for the flame graph. */
+struct CallNode : CallSums {
+    std::string_view function; ///< inlined functions have nodes of their own
+    std::string_view module;
     std::vector<CallNode> children; ///< by name
 };
 
@@ -125,10 +118,10 @@ struct Report {
     std::vector<ProcessSummary> processes;
     Grouping by = Grouping::site;
     Order sort = Order::live;
-    std::string filter; ///< that of the options; the totals are those of all stacks
+    std::string filter;    ///< that of the options; the totals are those of all stacks
     std::vector<Row> rows; ///< sorted; suppressed ones last
     std::vector<ReportFault> faults;
-    CallNode calls; ///< the root has no name, and no children unless the tree was wanted
+    CallNode calls; ///< the root has no name, and no children unless ReportOptions::calls
     std::shared_ptr<const std::vector<SourceFrame>> names; ///< of the tree's nodes
     std::vector<MissingModule> missing;
     Amount suppressed;   ///< live at the end
@@ -139,16 +132,12 @@ struct Report {
 Report make_report(const std::vector<Process> &processes, const Stacks &stacks,
                    const Symbols &symbols, const ReportOptions &options);
 
-/** Reads `leak:pattern` lines; empty lines and lines that begin with # count nothing. Throws
- *  InputError that names the first line that is neither. */
-std::vector<std::string> read_suppressions(const std::string &path);
-
 // ---- Formats; each returns the whole text ----
 
 struct TextOptions {
     bool colour = false;
     unsigned width = 100; ///< of the terminal, or 100
-    size_t top = 20;      ///< 0: all rows
+    size_t top = 20;      ///< rows of a table; 0: all
 };
 std::string format_text(const Report &report, const TextOptions &options);
 std::string format_json(const Report &report);
@@ -165,7 +154,7 @@ struct Change {
     std::vector<SourceFrame> frames;
     Numbers before;
     Numbers after;
-    enum class Kind : uint8_t { grew, shrank, came, went, same } kind;
+    enum class Kind : uint8_t { grew, shrank, came, went } kind;
 };
 
 struct Difference {
@@ -173,7 +162,7 @@ struct Difference {
     Totals after;
     Grouping by;
     Order sort;
-    std::vector<Change> changes; ///< by the size of the change, largest first; without the same
+    std::vector<Change> changes; ///< largest first; what is the same has none
 };
 
 Difference compare(const Report &before, const Report &after);

@@ -2,6 +2,7 @@
 // The curve and the sites as massif's files have them, for ms_print and its graphical relatives.
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -20,8 +21,17 @@ struct MassifNode {
     std::map<std::string, MassifNode> callers;
 };
 
+/** The text without what ends a line or begins a comment. */
+std::string in_a_line(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char byte) { return byte == '#' || static_cast<unsigned char>(byte) < ' '; }, '.');
+    return text;
+}
+
 /** "0x0: load (config.c:12)" or "0x0: load (in logdigest)". Readers want an address; a line of the
- *  source may have many. "#" begins a comment. */
+ *  source may have many. */
 std::string massif_place(const SourceFrame &frame)
 {
     std::string text = "0x0: " + (frame.function.empty() ? "???" : frame.function);
@@ -30,10 +40,7 @@ std::string massif_place(const SourceFrame &frame)
     } else if (!frame.module.empty()) {
         text += fmt::format(" (in {})", frame.module);
     }
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char byte) { return byte == '#' || static_cast<unsigned char>(byte) < ' '; }, '.');
-    return text;
+    return in_a_line(std::move(text));
 }
 
 MassifNode tree_of(const Report &report, Amount Numbers::*amount)
@@ -159,11 +166,7 @@ private:
         text_ = fmt::format("desc: vek-trace{}{}\n",
                             has_times ? "" : "; i counts calls of the allocator",
                             processes > 1 ? "; the peak adds those of all processes" : "");
-        std::string command = first.command.empty() ? first.input : first.command;
-        std::replace_if(
-            command.begin(), command.end(),
-            [](char byte) { return byte == '#' || static_cast<unsigned char>(byte) < ' '; }, '.');
-        text_ += "cmd: " + command;
+        text_ += "cmd: " + in_a_line(first.command.empty() ? first.input : first.command);
         if (processes > 1) {
             text_ += fmt::format(" and {}",
                                  format_count(processes - 1, "more process", "more processes"));

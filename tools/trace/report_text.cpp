@@ -3,6 +3,7 @@
 // what went wrong. A part that has nothing to say is left out.
 #include <algorithm>
 #include <limits>
+#include <span>
 #include <string_view>
 #include <unordered_set>
 
@@ -17,16 +18,16 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/** Heads of the table of sites, and what rows have whose figure is 0. */
-struct Words {
-    const char *figure;
+/** The heads of the table of sites, as the order has them. */
+struct Headings {
+    const char *figure; ///< of a column
     const char *share;
     const char *second;
     const char *third;
-    const char *nothing;
+    const char *nothing; ///< what sites have whose figure is 0
 };
 
-Words words_of(Order order)
+Headings headings_of(Order order)
 {
     switch (order) {
     case Order::live:
@@ -43,7 +44,7 @@ Words words_of(Order order)
     return {"live", "of live", "blocks", "of peak", "nothing live at the end"};
 }
 
-const char *title_of(Grouping by)
+const char *plural_of(Grouping by)
 {
     switch (by) {
     case Grouping::site:
@@ -211,9 +212,8 @@ private:
 
     void sites()
     {
-        const Words words = words_of(report_.sort);
-        page_.heading(
-            fmt::format("{} by {}", vektrace::title_of(report_.by), vektrace::words(report_.sort)));
+        const Headings headings = headings_of(report_.sort);
+        page_.heading(fmt::format("{} by {}", plural_of(report_.by), words(report_.sort)));
         if (!report_.filter.empty()) {
             page_.paragraph("only stacks that match " + clean(report_.filter) +
                             "; the figures above are those of the whole run");
@@ -226,23 +226,29 @@ private:
         }
         const size_t shown = std::min(rows.size(), top_);
         if (shown != 0) {
-            table_of_sites({rows.begin(), rows.begin() + static_cast<ptrdiff_t>(shown)}, words);
+            table_of_sites(std::span(rows).first(shown), headings);
         }
+        what_is_not_shown(std::span(rows).subspan(shown), shown, headings);
+    }
+
+    /** `hidden` are the sites that have a figure and no row, because `shown` are enough. */
+    void what_is_not_shown(std::span<const Row *const> hidden, size_t shown,
+                           const Headings &headings)
+    {
         const std::string noun(name(report_.by));
-        if (shown < rows.size()) {
-            uint64_t rest = 0;
-            for (size_t i = shown; i < rows.size(); i++) {
-                rest += figure(rows[i]->numbers, report_.sort);
+        if (!hidden.empty()) {
+            uint64_t sum = 0;
+            for (const Row *row : hidden) {
+                sum += figure(row->numbers, report_.sort);
             }
             page_.line(fmt::format("… and {} with {} (--top 0 shows all)",
-                                   format_count(rows.size() - shown, "more " + noun),
-                                   in_figures(rest)));
+                                   format_count(hidden.size(), "more " + noun), in_figures(sum)));
         }
-        if (const size_t others = report_.rows.size() - rows.size(); others != 0) {
+        if (const size_t others = report_.rows.size() - shown - hidden.size(); others != 0) {
             page_.line(fmt::format("{}{} with {}", shown == 0 ? "" : "… and ",
                                    format_count(others, shown == 0 ? noun : "more " + noun),
-                                   words.nothing));
-        } else if (rows.empty()) {
+                                   headings.nothing));
+        } else if (report_.rows.empty()) {
             page_.line("none");
         }
     }
@@ -252,9 +258,10 @@ private:
         return counts_blocks(report_.sort) ? format_count(figure, "block") : format_bytes(figure);
     }
 
-    void table_of_sites(const std::vector<const Row *> &rows, const Words &words)
+    void table_of_sites(std::span<const Row *const> rows, const Headings &headings)
     {
-        std::vector<std::string> heads = {words.figure, words.share, words.second, words.third};
+        std::vector<std::string> heads = {headings.figure, headings.share, headings.second,
+                                          headings.third};
         if (report_.recordings > 1) {
             heads.emplace_back("grows on");
         }
@@ -406,7 +413,8 @@ private:
 
     void fault(const ReportFault &fault)
     {
-        std::string text = page_.red(words(fault.kind));
+        const FaultWords wording = words(fault.kind);
+        std::string text = page_.red(wording.what);
         if (fault.kind == FaultKind::impossible_size) {
             text += fmt::format(": {}", static_cast<int64_t>(fault.bytes));
         } else {
@@ -423,9 +431,9 @@ private:
         text +=
             fault.count > 1 ? fmt::format("; {} times in all)", format_count(fault.count)) : ")";
         page_.line(text);
-        fault_place(words_allocated(fault.kind), fault.allocated);
-        fault_place(words_released(fault.kind), fault.released_first);
-        fault_place(words_again(fault.kind), fault.again);
+        fault_place(wording.allocated, fault.allocated);
+        fault_place(wording.released_first, fault.released_first);
+        fault_place(wording.again, fault.again);
     }
 
     const ProcessSummary *process_of(const std::string &input) const

@@ -4,14 +4,26 @@
 #include <functional>
 #include <utility>
 
+#include "hash.h"
+
 namespace vektrace {
+
+std::string_view last_name(std::string_view path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
 
 namespace {
 
-uint64_t mix(uint64_t hash, uint64_t value)
+/** The number of an item, which is added if it is new. */
+template <typename Item, typename Items, typename Numbers>
+uint32_t number_of(Item &&item, Items &items, Numbers &numbers)
 {
-    hash = (hash ^ value) * 0x9e3779b97f4a7c15U;
-    return hash ^ (hash >> 32);
+    const auto [place, is_new] = numbers.try_emplace(item, static_cast<uint32_t>(items.size()));
+    if (is_new) {
+        items.push_back(std::forward<Item>(item));
+    }
+    return place->second;
 }
 
 } // namespace
@@ -43,32 +55,17 @@ Stacks::Stacks()
 
 ModuleId Stacks::module(const Module &module)
 {
-    const auto [place, is_new] =
-        module_ids_.try_emplace(module, static_cast<ModuleId>(modules_.size()));
-    if (is_new) {
-        modules_.push_back(module);
-    }
-    return place->second;
+    return number_of(module, modules_, module_ids_);
 }
 
 FrameId Stacks::frame(const Frame &frame)
 {
-    const auto [place, is_new] =
-        frame_ids_.try_emplace(frame, static_cast<FrameId>(frames_.size()));
-    if (is_new) {
-        frames_.push_back(frame);
-    }
-    return place->second;
+    return number_of(frame, frames_, frame_ids_);
 }
 
 StackId Stacks::stack(Stack stack)
 {
-    const auto [place, is_new] =
-        stack_ids_.try_emplace(stack, static_cast<StackId>(stacks_.size()));
-    if (is_new) {
-        stacks_.push_back(std::move(stack));
-    }
-    return place->second;
+    return number_of(std::move(stack), stacks_, stack_ids_);
 }
 
 StackId Stacks::address(ModuleId module, uint64_t offset)

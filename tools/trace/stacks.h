@@ -5,8 +5,8 @@
 #define VEKTRACE_STACKS_H
 
 #include <cstdint>
-#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <tsl/robin_map.h>
@@ -17,9 +17,11 @@ namespace vektrace {
 struct Module {
     std::string path;     ///< on the device; empty: the place of an address whose module is unknown
     std::string build_id; ///< hexadecimal; empty if unknown
-    /// False for modules from a copy of /proc/PID/maps, which names no build-ids.
     bool operator==(const Module &) const = default;
 };
+
+/** The last name of a path. */
+std::string_view last_name(std::string_view path);
 
 using ModuleId = uint32_t;
 using FrameId = uint32_t;

@@ -235,9 +235,9 @@ private:
 
     static bool is_program(const Module &module)
     {
-        const std::string name = base_name(module.path);
-        const bool is_library = name.ends_with(".so") || name.find(".so.") != std::string::npos;
-        return !name.empty() && !is_of_kernel(module) && !is_library;
+        const std::string_view name = last_name(module.path);
+        const bool is_shared_object = name.ends_with(".so") || name.find(".so.") != name.npos;
+        return !name.empty() && !is_of_kernel(module) && !is_shared_object;
     }
 
     // The modules that options_.exe stands for: those with its build-id, else the first program.
@@ -365,13 +365,13 @@ Symbols resolve(const Stacks &stacks, const SymbolOptions &options)
 std::string raw_place(const Stacks &stacks, FrameId frame)
 {
     const Frame &place = stacks.frames()[frame];
-    const std::string name = base_name(stacks.modules()[place.module].path);
+    const std::string_view name = last_name(stacks.modules()[place.module].path);
     return fmt::format("{}{}{:#x}", name, name.empty() ? "" : "+", place.offset);
 }
 
 bool is_library(const Module &module)
 {
-    return base_name(module.path).rfind("libveklib.so", 0) == 0;
+    return last_name(module.path).starts_with("libveklib.so");
 }
 
 } // namespace vektrace

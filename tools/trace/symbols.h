@@ -4,7 +4,6 @@
 #define VEKTRACE_SYMBOLS_H
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -27,16 +26,15 @@ using Places = std::vector<Place>;
 struct SymbolOptions {
     std::string sysroot;                 ///< goes before the paths of modules; may be empty
     std::vector<std::string> debug_dirs; ///< folders with .build-id/ or .debug files
-    std::string exe; ///< the program's file, if it is elsewhere; it stands for the first module
-                     ///< that is a program, and for addresses without a module
+    /// The program's file, if it is elsewhere. It stands for the modules with its build-id, else
+    /// for the first one that is a program; and for addresses without a module.
+    std::string exe;
 };
 
 /** Why a module has no symbols or less than there could be. */
 struct ModuleProblem {
     ModuleId module;
-    /// For a person: "no file PATH; wanted is build-id X", "PATH has build-id Y, wanted is X",
-    /// "PATH has no debug information (build-id X): files and lines are unknown".
-    std::string text;
+    std::string text; ///< for a person: "PATH has build-id Y, wanted is X"
     bool operator==(const ModuleProblem &) const = default;
 };
 

@@ -90,29 +90,27 @@ std::string_view name(Change::Kind kind)
         return "came";
     case Change::Kind::went:
         return "went";
-    case Change::Kind::same:
-        return "same";
     }
     return {};
 }
 
 // ---- Words ----
 
-std::string_view words(FaultKind kind)
+FaultWords words(FaultKind kind)
 {
     switch (kind) {
     case FaultKind::released_twice:
-        return "released twice";
+        return {"released twice", "allocated by", "released first by", "released again by"};
     case FaultKind::resized_after_release:
-        return "resized after its release";
+        return {"resized after its release", "allocated by", "released by", "resized by"};
     case FaultKind::released_unknown:
-        return "released without having been allocated";
+        return {"released without having been allocated", "", "", "released by"};
     case FaultKind::resized_unknown:
-        return "resized without having been allocated";
+        return {"resized without having been allocated", "", "", "resized by"};
     case FaultKind::allocated_while_live:
-        return "allocated while live";
+        return {"allocated while live", "allocated first by", "", "allocated again by"};
     case FaultKind::impossible_size:
-        return "impossible size";
+        return {"impossible size", "", "", "requested by"};
     }
     return {};
 }
@@ -130,34 +128,6 @@ std::string_view words(Order order)
         return "blocks allocated";
     case Order::short_lived:
         return "short-lived blocks";
-    }
-    return {};
-}
-
-std::string_view words_allocated(FaultKind kind)
-{
-    return kind == FaultKind::allocated_while_live ? "allocated first by" : "allocated by";
-}
-
-std::string_view words_released(FaultKind kind)
-{
-    return kind == FaultKind::released_twice ? "released first by" : "released by";
-}
-
-std::string_view words_again(FaultKind kind)
-{
-    switch (kind) {
-    case FaultKind::released_twice:
-        return "released again by";
-    case FaultKind::resized_after_release:
-    case FaultKind::resized_unknown:
-        return "resized by";
-    case FaultKind::released_unknown:
-        return "released by";
-    case FaultKind::allocated_while_live:
-        return "allocated again by";
-    case FaultKind::impossible_size:
-        return "requested by";
     }
     return {};
 }
@@ -264,12 +234,6 @@ std::string place(const SourceFrame &frame)
 bool is_raw(const SourceFrame &frame)
 {
     return frame.function.starts_with(frame.module.empty() ? "0x" : frame.module + "+0x");
-}
-
-std::string_view last_name(std::string_view path)
-{
-    const size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
 // ---- What the formats have in common ----

@@ -21,16 +21,17 @@ std::string_view name(Change::Kind kind);
 
 // ---- Words for a person ----
 
-/** "released twice", "released without having been allocated", ... */
-std::string_view words(FaultKind kind);
+/** What happened, and what the places of the fault did, if it has them. */
+struct FaultWords {
+    std::string_view what;           ///< "released twice"
+    std::string_view allocated;      ///< "allocated by"
+    std::string_view released_first; ///< "released first by"
+    std::string_view again;          ///< "released again by"
+};
+FaultWords words(FaultKind kind);
 
 /** What an order sorts by: "bytes live at the end", ... */
 std::string_view words(Order order);
-
-/** What the place `allocated` of a fault did ("allocated by"), likewise of the others. */
-std::string_view words_allocated(FaultKind kind);
-std::string_view words_released(FaultKind kind);
-std::string_view words_again(FaultKind kind);
 
 /** How a process ended: "exited with 0", "killed by SIGKILL (9)", "no end was recorded: killed, or
  *  still running". Empty for trace lines, which do not say it. */
@@ -53,8 +54,6 @@ std::string file_and_line(const SourceFrame &frame);
 std::string place(const SourceFrame &frame);
 /** Whether the function is unknown: it is "libplugin.so+0x1234", which names its module already. */
 bool is_raw(const SourceFrame &frame);
-/** The last name of a path. */
-std::string_view last_name(std::string_view path);
 
 // ---- What the formats have in common ----
 
