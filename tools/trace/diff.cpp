@@ -223,13 +223,13 @@ void add_summary(Page &page, const Difference &difference)
     }
 }
 
-std::vector<std::string> lines_of(const Page &page, const Change &change, size_t room)
+std::vector<std::string> lines_of(const Page &page, const Change &change, Grouping by, size_t room)
 {
     std::vector<std::string> lines;
     for (const SourceFrame &frame : change.frames) {
-        const std::string prefix = lines.empty()                   ? ""
-                                   : change.frames.front().inlined ? "  in "
-                                                                   : "  ";
+        const std::string prefix = lines.empty()           ? ""
+                                   : by == Grouping::stack ? "  "
+                                                           : "  inlined by ";
         for (const std::string &line : place_lines(frame, room - prefix.size())) {
             lines.push_back(lines.empty() ? line : page.dim(prefix + line));
         }
@@ -251,7 +251,7 @@ void add_changes(Page &page, const Difference &difference, size_t top)
     }
     page.line(page.dim(table.head()));
     for (size_t i = 0; i < shown; i++) {
-        page.row(table, i, lines_of(page, changes[i], page.room(table)));
+        page.row(table, i, lines_of(page, changes[i], difference.by, page.room(table)));
     }
     if (shown < changes.size()) {
         page.line(fmt::format("… and {} (--top 0 shows all)",
