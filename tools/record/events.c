@@ -200,7 +200,7 @@ static void write_time(void)
 /* Returns the number that the chain gets. */
 static long write_chain(const struct Chain *chain)
 {
-    if (!begin_record((2 + chain->count) * NUMBER_ROOM)) {
+    if (!begin_record((2 + (size_t)chain->count) * NUMBER_ROOM)) {
         return -1;
     }
     put_number(chain->flags);
@@ -245,7 +245,7 @@ static void put_address(const void *address)
 
 static bool write_event(const struct Event *event, long chain)
 {
-    if (!begin_record(5 * NUMBER_ROOM)) {
+    if (!begin_record((size_t)5 * NUMBER_ROOM)) {
         return false;
     }
     put_number((uint64_t)chain);
@@ -388,7 +388,7 @@ static void prepare(void)
         set_state(OFF);
         return;
     }
-    memcpy(folder, folder_text, length);
+    memcpy(folder, folder_text, length + 1);
     const char *const depth_text = getenv("VEK_RECORD_DEPTH");
     const long depth = depth_text != NULL ? strtol(depth_text, NULL, 10) : DEFAULT_DEPTH;
     chains_prepare(depth < 1 ? 1 : depth > MAX_DEPTH ? MAX_DEPTH : (unsigned)depth);

@@ -187,6 +187,7 @@ static void note_own_definitions(void *library)
     static char note[640] =
         "The program defines functions of the allocator itself. Their calls are "
         "recorded only if they reach the library's originals:";
+    char *end = note + strlen(note);
     bool is_needed = false;
     for (size_t i = 0; i != sizeof names / sizeof *names; ++i) {
         char name[64];
@@ -194,12 +195,13 @@ static void note_own_definitions(void *library)
         snprintf(name, sizeof name, "vek_%s", names[i]);
         snprintf(original, sizeof original, "__vek_default_%s", names[i]);
         if (is_own_definition(dlsym(RTLD_DEFAULT, name), dlsym(library, original))) {
-            strcat(strcat(note, is_needed ? ", " : " "), name);
+            end = stpcpy(stpcpy(end, is_needed ? ", " : " "), name);
             is_needed = true;
         }
     }
     if (is_needed) {
-        record_note_at_start(strcat(note, "."));
+        stpcpy(end, ".");
+        record_note_at_start(note);
     }
 }
 

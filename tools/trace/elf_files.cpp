@@ -183,8 +183,8 @@ std::vector<std::string> debug_candidates(const std::string &path, const std::st
                                         build_id.substr(2)));
         }
         for (const std::string &name : names) {
-            paths.push_back(folder + folder_of(path) + "/" + name);
-            paths.push_back(folder + "/" + name);
+            paths.push_back(fmt::format("{}{}/{}", folder, folder_of(path), name));
+            paths.push_back(fmt::format("{}/{}", folder, name));
         }
     }
     return paths;

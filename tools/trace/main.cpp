@@ -54,18 +54,35 @@ Choices<Value> by_name(std::initializer_list<Value> values)
     return choices;
 }
 
-const Choices<Format> formats = {{"text", Format::text},
-                                 {"json", Format::json},
-                                 {"html", Format::html},
-                                 {"folded", Format::folded},
-                                 {"massif", Format::massif}};
-const Choices<Format> diff_formats = {{"text", Format::text}, {"json", Format::json}};
-const Choices<Grouping> groupings = by_name(
-    {Grouping::site, Grouping::function, Grouping::file, Grouping::module, Grouping::stack});
-const Choices<Order> orders =
-    by_name({Order::live, Order::peak, Order::total, Order::count, Order::short_lived});
-const Choices<Colour> colours = {
-    {"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
+Choices<Format> formats()
+{
+    return {{"text", Format::text},
+            {"json", Format::json},
+            {"html", Format::html},
+            {"folded", Format::folded},
+            {"massif", Format::massif}};
+}
+
+Choices<Format> diff_formats()
+{
+    return {{"text", Format::text}, {"json", Format::json}};
+}
+
+Choices<Grouping> groupings()
+{
+    return by_name(
+        {Grouping::site, Grouping::function, Grouping::file, Grouping::module, Grouping::stack});
+}
+
+Choices<Order> orders()
+{
+    return by_name({Order::live, Order::peak, Order::total, Order::count, Order::short_lived});
+}
+
+Choices<Colour> colours()
+{
+    return {{"auto", Colour::automatic}, {"always", Colour::always}, {"never", Colour::never}};
+}
 
 /** What the command line says. */
 struct Arguments {
@@ -103,7 +120,7 @@ CLI::Option *add_choice(CLI::App &verb, const std::string &name, Value &value,
     for (const auto &choice : choices) {
         words += (words.empty() ? "" : "|") + choice.first;
     }
-    const auto convert = [&value, &choices, name, words](const std::string &text) {
+    const auto convert = [&value, choices, name, words](const std::string &text) {
         const auto found = std::find_if(choices.begin(), choices.end(),
                                         [&](const auto &choice) { return choice.first == text; });
         if (found == choices.end()) {
@@ -118,8 +135,8 @@ void add_report_options(CLI::App &verb, Arguments &arguments)
 {
     ReportOptions &report = arguments.report;
     const std::string group = "What to show";
-    add_choice(verb, "--by", report.by, groupings, "One row for each (site)")->group(group);
-    add_choice(verb, "--sort", report.sort, orders, "Order of the rows, largest first (live)")
+    add_choice(verb, "--by", report.by, groupings(), "One row for each (site)")->group(group);
+    add_choice(verb, "--sort", report.sort, orders(), "Order of the rows, largest first (live)")
         ->group(group);
     verb.add_option("--top", arguments.top, "Most rows in the text, 0 for all (20)")
         ->type_name("N")
@@ -141,7 +158,7 @@ void add_output_options(CLI::App &verb, Arguments &arguments, const Choices<Form
     const std::string group = "Output";
     add_choice(verb, "--format", arguments.format, choices, "Format of the output (text)")
         ->group(group);
-    add_choice(verb, "--color", arguments.colour, colours, "Colours in the text (auto)")
+    add_choice(verb, "--color", arguments.colour, colours(), "Colours in the text (auto)")
         ->group(group);
     verb.add_option("-o,--output", arguments.output,
                     "Write to this file instead of the standard output")
@@ -200,7 +217,7 @@ void add_run(CLI::App &app, Arguments &arguments)
     verb.add_option("--keep", arguments.keep, "Keep the recording in this folder")
         ->type_name("DIR");
     add_report_options(verb, arguments);
-    add_output_options(verb, arguments, formats);
+    add_output_options(verb, arguments, formats());
     add_leak_option(verb, arguments);
     add_symbol_options(verb, arguments);
 }
@@ -217,7 +234,7 @@ void add_report(CLI::App &app, Arguments &arguments)
         ->required()
         ->type_name("");
     add_report_options(verb, arguments);
-    add_output_options(verb, arguments, formats);
+    add_output_options(verb, arguments, formats());
     add_leak_option(verb, arguments);
     add_symbol_options(verb, arguments);
     add_modules_option(verb, arguments);
@@ -234,7 +251,7 @@ void add_diff(CLI::App &app, Arguments &arguments)
         ->type_name("");
     verb.add_option("new", arguments.new_input, "The newer one")->required()->type_name("");
     add_report_options(verb, arguments);
-    add_output_options(verb, arguments, diff_formats);
+    add_output_options(verb, arguments, diff_formats());
     add_symbol_options(verb, arguments);
     add_modules_option(verb, arguments);
     verb.add_option("--old-exe", arguments.old_exe, "--exe of the old one")
@@ -417,7 +434,7 @@ std::string explain_usage(const CLI::App *app, const CLI::Error &error)
                        error.what(), verbs[0]->get_name());
 }
 
-int main(int argc, char **argv)
+int run_command_line(int argc, char **argv)
 {
     CLI::App app("From a program that grows to the line of its source: reads recordings by\n"
                  "vek-record and the trace lines of veklib.",
@@ -436,9 +453,6 @@ int main(int argc, char **argv)
         return run_verb(app, arguments);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == EXIT_SUCCESS ? EXIT_SUCCESS : exit_unusable;
-    } catch (const std::exception &error) {
-        fmt::print(stderr, "vek-trace: {}\n", error.what());
-        return exit_unusable;
     }
 }
 
@@ -448,5 +462,12 @@ int main(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    return vektrace::main(argc, argv);
+    try {
+        return vektrace::run_command_line(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "vek-trace: %s\n", error.what());
+    } catch (...) {
+        std::fputs("vek-trace: unknown error\n", stderr);
+    }
+    return vektrace::exit_unusable;
 }
