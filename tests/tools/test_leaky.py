@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -138,6 +139,15 @@ def main():
         check("empty", len(with_empty["processes"]) == 1, "an empty file counts as a process")
         for name in ("empty.1.vekrec", "empty.2.vekrec"):
             check("empty", name in str(with_empty["processes"]), f"{name} is not mentioned")
+
+        # After exec there are two files of one process. The status is that of the second one.
+        if not emulator:
+            first = next(pathlib.Path(path("killed")).glob("leaky.*.vekrec"))
+            second = shutil.copy(first, first.with_suffix(".2.vekrec"))
+            ends = {process["input"]: process.get("status")
+                    for process in report(path("killed"))["processes"]}
+            check("exec", ends == {str(first): None, str(second): 137}, f"ends {ends}")
+            os.remove(second)
 
         # What holds no trace line must not pass as a run without leaks.
         for content in (b"", b"0x401190: vek_mal", b"text\nand more", b"VEKREC9\n" + bytes(99)):

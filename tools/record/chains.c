@@ -96,12 +96,6 @@ static void find_ends(void)
     program_start = plain((uintptr_t)dlsym(RTLD_DEFAULT, "__libc_start_main"));
 }
 
-static bool is_code_with_tables(uintptr_t address)
-{
-    (void)address;
-    return true;
-}
-
 static bool is_end_of_stack(uintptr_t address)
 {
     const uintptr_t low = address < program_start ? address : program_start;
@@ -110,14 +104,10 @@ static bool is_end_of_stack(uintptr_t address)
 #else
 static void find_ends(void) {}
 
-static bool is_code_with_tables(uintptr_t address)
-{
-    return _Unwind_FindEnclosingFunction((void *)address) != NULL;
-}
-
+/* Chains end with the first function of the thread, or at code without unwind tables. */
 static bool is_end_of_stack(uintptr_t address)
 {
-    return is_code_with_tables(address);
+    return _Unwind_FindEnclosingFunction((void *)address) != NULL;
 }
 #endif
 
@@ -181,18 +171,11 @@ void take_chain(struct Chain *chain, const void *charged, const void *caller,
 
 void judge_chain(struct Chain *chain)
 {
-    /* An unwinder may guess how to leave code without tables. What it finds then is removed. */
-    unsigned certain = 1;
-    while (certain != chain->count && is_code_with_tables(chain->addresses[certain])) {
-        ++certain;
-    }
-    const bool is_whole = certain == chain->count;
-    chain->count = is_whole ? certain : certain + 1;
-    const unsigned flags = is_whole ? chain->flags : 0;
     const uintptr_t last = chain->addresses[chain->count - 1];
-    const bool is_end = is_in_loader(last) || (is_whole && is_end_of_stack(last));
-    chain->flags = flags != 0 || is_end ? flags : VEKRECORD_CUT;
-    chain->hash = hash_chain(chain);
+    if (chain->flags == 0 && !is_in_loader(last) && !is_end_of_stack(last)) {
+        chain->flags = VEKRECORD_CUT;
+        chain->hash = hash_chain(chain);
+    }
 }
 
 /* ---- The table of numbered chains ---- */

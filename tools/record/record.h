@@ -76,8 +76,7 @@ void chains_prepare(unsigned depth);
 void take_chain(struct Chain *chain, const void *charged, const void *caller,
                 unsigned long long unloaded);
 
-/* Needs no lock. Marks the chain if code without unwind tables ended it, and removes what was only
- * guessed beyond such code. */
+/* Needs no lock. Marks the chain if code without unwind tables ended it. */
 void judge_chain(struct Chain *chain);
 
 /* The number of the chain with this hash, or -1. */

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 #include <fmt/core.h>
@@ -108,7 +109,8 @@ private:
     }
 
     // The script's file knows how the process that it started ended, even by a signal. After exec,
-    // that is the last recording of this number.
+    // that is the last recording of this number. Where the times of two are the same, only the last
+    // one can have reached exit(), and its file has the longer name if the command is the same.
     void read_status(const std::string &folder, size_t first)
     {
         std::ifstream file(fs::path(folder) / "status");
@@ -117,11 +119,15 @@ private:
         if (!(file >> pid >> status)) {
             return;
         }
+        const auto rank = [](const Process &process) {
+            return std::tuple(process.facts.start, process.facts.exit_status.has_value(),
+                              process.input.size());
+        };
         Process *last = nullptr;
         for (size_t i = first; i < processes_.size(); ++i) {
-            const InputFacts &facts = processes_[i].facts;
-            if (facts.pid == pid && (last == nullptr || facts.start >= last->facts.start)) {
-                last = &processes_[i];
+            Process &process = processes_[i];
+            if (process.facts.pid == pid && (last == nullptr || rank(process) > rank(*last))) {
+                last = &process;
             }
         }
         if (last != nullptr) {

@@ -140,7 +140,9 @@ std::string ending(const ProcessSummary &process)
         return fmt::format("exited with {}", *process.facts.exit_status & 0xffU);
     }
     if (!process.status) {
-        return process.facts.is_recording ? "no end was recorded: killed, or still running" : "";
+        return process.facts.is_recording
+                   ? "no end was recorded: killed, still running, or replaced by another program"
+                   : "";
     }
     if (*process.status > 128) {
         const unsigned signal = *process.status - 128;

@@ -33,8 +33,8 @@ FaultWords words(FaultKind kind);
 /** What an order sorts by: "bytes live at the end", ... */
 std::string_view words(Order order);
 
-/** How a process ended: "exited with 0", "killed by SIGKILL (9)", "no end was recorded: killed, or
- *  still running". Empty for trace lines, which do not say it. */
+/** How a process ended: "exited with 0", "killed by SIGKILL (9)", "no end was recorded: ...". Empty
+ *  for trace lines, which do not say it. */
 std::string ending(const ProcessSummary &process);
 
 /** "1,234,567" */
