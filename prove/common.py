@@ -5,9 +5,11 @@ import json
 import os
 import subprocess
 import sys
+import time
 from typing import Any, NoReturn
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+STARTED = time.monotonic()
 FOLDER = os.path.join(ROOT, 'build', 'prove')
 
 
@@ -41,7 +43,7 @@ def build(preset: str, folder: str, *options: str, targets: tuple[str, ...] = ()
 
 
 def row(what: str, figure: str, goal: str, reached: bool, remark: str = '') -> dict[str, Any]:
-    """A row of the table, without the name of its proof, which finish() adds."""
+    """A row of the table."""
     return {'what': what, 'figure': figure, 'goal': goal, 'reached': reached, 'remark': remark}
 
 
@@ -56,12 +58,15 @@ def parser(description: str | None) -> argparse.ArgumentParser:
 
 def finish(proof: str, rows: list[dict[str, Any]], path: str | None) -> NoReturn:
     """Prints the rows, writes them to `path` if it is not None, and ends the program."""
-    rows = [{'proof': proof, **entry} for entry in rows]
     for entry in rows:
         mark = 'ok    ' if entry['reached'] else 'MISSED'
         remark = f' ({entry["remark"]})' if entry['remark'] else ''
         print(f'{mark} {entry["what"]}: {entry["figure"]}, goal {entry["goal"]}{remark}')
     if path is not None:
+        commit = run(['git', 'describe', '--always', '--dirty']).strip()
+        done = {'proof': proof, 'commit': commit, 'date': time.strftime('%Y-%m-%d'),
+                'seconds': round(time.monotonic() - STARTED), 'rows': rows}
+        os.makedirs(os.path.dirname(os.path.abspath(path)), exist_ok=True)
         with open(path, 'w', encoding='utf-8') as file:
-            json.dump(rows, file, indent=1)
+            json.dump(done, file, indent=1)
     sys.exit(0 if all(entry['reached'] for entry in rows) else 1)
