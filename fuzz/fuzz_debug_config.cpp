@@ -6,6 +6,7 @@
 #include <veklib/vekmemory.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +24,7 @@ unsigned failing_request; // counted from 1; 0: none
 bool failing_onward;
 unsigned live;
 unsigned opened;
-unsigned failing_open;
+unsigned failing_open = UINT_MAX; // the fuzzer itself opens the null device
 
 bool failed()
 {
