@@ -338,21 +338,22 @@ void list_remove(unsigned pattern, unsigned number)
     expect_seen(removed);
 }
 
-/** Replaces the list by a reversed copy with other elements. */
-void list_copy(unsigned, unsigned)
+/** Replaces the list by a reversed copy, whose elements are others or the same. */
+void list_copy(unsigned how, unsigned)
 {
-    VekSList *const copy =
-        vek_slist_dup(list, [](void *data) { return note(data), word(number_of(data) ^ 1); });
+    const uintptr_t change = how % 2;
+    const auto copy_data = [](void *data) { return note(data), word(number_of(data) ^ 1); };
+    VekSList *const copy = vek_slist_dup(list, change != 0 ? +copy_data : nullptr);
     require((copy == nullptr) == (refused || listed.empty()));
-    expect_seen(refused ? Elements() : listed);
+    expect_seen(refused || change == 0 ? Elements() : listed);
     if (!was_refused()) {
-        require(vek_slist_equal(list, copy, nullptr) == listed.empty());
+        require(vek_slist_equal(list, copy, nullptr) == (change == 0 || listed.empty()));
         vek_slist_free(list, note);
         expect_seen(listed);
         list = vek_slist_reverse(copy);
         std::reverse(listed.begin(), listed.end());
         for (void *&data : listed) {
-            data = word(number_of(data) ^ 1);
+            data = word(number_of(data) ^ change);
         }
     }
 }
@@ -527,7 +528,11 @@ void dict_replace(unsigned how, unsigned slots)
         moves ? vek_dict_dup_and_clear(dict) : vek_dict_copy(dict, static_cast<int>(slots) + 1);
     require((other == nullptr) == (was_refused() || (moves && items.empty())));
     if (other != nullptr) {
-        require(!moves || vek_dict_get_len(dict) == 0);
+        const auto len = static_cast<int>(items.size());
+        require(other->first_seg.count ==
+                (moves ? len : std::max(len, static_cast<int>(slots) + 1)));
+        require(vek_dict_get_key_type(other) == vek_dict_get_key_type(dict));
+        require(vek_dict_get_len(dict) == (moves ? 0 : len));
         vek_dict_destroy(std::exchange(dict, other));
     }
 }

@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Runs a fuzz target as a test, without libFuzzer.
- *     replay FOLDER COUNT    each file, then COUNT changed copies of files; prints only a failure
- *     replay FOLDER 0 SEED   the copy of this seed
- *     replay FILE            this file */
+/* Runs a fuzz target as a test, without libFuzzer. With a folder and a count it runs each file of
+ * the folder, then so many changed copies, without their output; a failure says how to repeat it:
+ * with a file alone, or with the folder, 0 and the seed of a copy. */
 #include <algorithm>
 #include <atomic>
 #include <cstdint>

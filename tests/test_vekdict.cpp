@@ -225,37 +225,6 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     EXPECT_EQ(vek_dict_ref(nullptr), nullptr);
 }
 
-TEST(Dict, CopiesAndMoves)
-{
-    fail_each_allocation([](Allocator &allocator) {
-        VekDict *const dict = squares(2, 13);
-        if (dict == nullptr) { return; }
-        const Numbers keys = keys_of(dict);
-        EXPECT_EQ(keys == up_to(13), !allocator.just_failed());
-        const auto expect_copy = [&](VekDict *copy, int slots) {
-            EXPECT_EQ(copy == nullptr, allocator.just_failed());
-            if (copy == nullptr) { return false; }
-            EXPECT_EQ(keys_of(copy), keys);
-            EXPECT_EQ(vek_dict_get_key_type(copy), VEK_VALUE_INT);
-            EXPECT_EQ(copy->first_seg.count, slots);
-            EXPECT_EQ(copy->first_seg.next, nullptr);
-            vek_dict_destroy(copy);
-            return true;
-        };
-        const int len = vek_dict_get_len(dict);
-        for (const int init_count : {2, 50}) {
-            expect_copy(vek_dict_copy(dict, init_count), std::max(init_count, len));
-        }
-        EXPECT_EQ(keys_of(dict), keys);
-        if (len > 0) {
-            const bool moved = expect_copy(vek_dict_dup_and_clear(dict), len);
-            EXPECT_EQ(keys_of(dict), moved ? Numbers() : keys);
-            EXPECT_TRUE(!moved || dict->first_seg.next == nullptr);
-        }
-        vek_dict_destroy(dict);
-    });
-}
-
 TEST(Dict, WalksStopWhenTheFunctionSaysSo)
 {
     Allocator allocator;
