@@ -166,7 +166,8 @@ void check_and_release(VekValue value, const Expected &expected)
     if (value.vt != nullptr) {
         VekValue copy;
         require(vek_value_copy(&copy, &value) == 1);
-        require(vek_value_equal(&copy, &value) != std::isnan(expected.real));
+        const bool is_nan = value.vt->type == VEK_VALUE_DOUBLE && std::isnan(value.payload.real);
+        require(vek_value_equal(&copy, &value) == !is_nan);
         check(&copy, expected);
         vek_value_release(&copy);
     }
