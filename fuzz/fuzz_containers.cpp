@@ -23,9 +23,7 @@ namespace {
 
 void require(bool condition)
 {
-    if (!condition) {
-        abort();
-    }
+    if (!condition) { abort(); }
 }
 
 /* ---- Memory ---- */
@@ -35,10 +33,7 @@ unsigned until_refusal; ///< which request from now on is refused; 0: none
 bool refuses_onward;    ///< then all later ones, too
 bool refused;           ///< a request was refused
 
-bool was_refused()
-{
-    return std::exchange(refused, false);
-}
+bool was_refused() { return std::exchange(refused, false); }
 
 void *allocate(size_t size, void *)
 {
@@ -70,16 +65,11 @@ char *text_of(unsigned number, unsigned copy = 0)
 {
     static char texts[2][256][32];
     char *const text = texts[copy % 2][number];
-    if (number > 1 && *text == 0) {
-        memset(text, static_cast<int>(number), number % 31 + 1);
-    }
+    if (number > 1 && *text == 0) { memset(text, static_cast<int>(number), number % 31 + 1); }
     return number > 0 ? text : nullptr;
 }
 
-void *word(uintptr_t number)
-{
-    return reinterpret_cast<void *>(number);
-}
+void *word(uintptr_t number) { return reinterpret_cast<void *>(number); }
 
 unsigned number_of(const void *data)
 {
@@ -89,15 +79,9 @@ unsigned number_of(const void *data)
 using Elements = std::vector<void *>;
 Elements seen; ///< what callbacks were called with
 
-void note(void *element)
-{
-    seen.push_back(element);
-}
+void note(void *element) { seen.push_back(element); }
 
-void expect_seen(const Elements &expected)
-{
-    require(std::exchange(seen, {}) == expected);
-}
+void expect_seen(const Elements &expected) { require(std::exchange(seen, {}) == expected); }
 
 /* ---- Hash tables ---- */
 
@@ -156,9 +140,7 @@ void hash_destroy()
 /** Makes a table; if memory is refused, another one without refusals. */
 void hash_create(unsigned which, unsigned)
 {
-    if (hash != nullptr) {
-        hash_destroy();
-    }
+    if (hash != nullptr) { hash_destroy(); }
     mode = modes[which % std::size(modes)];
     hash = which == 0
                ? vek_hash_new()
@@ -186,13 +168,9 @@ void hash_insert(unsigned number, unsigned bits)
     }
     unsigned position = 0;
     const VekHashEntry *other = hash->table[hash->hash_func(entry[0]) % size];
-    for (; other != nullptr; other = other->next) {
-        ++position;
-    }
+    for (; other != nullptr; other = other->next) { ++position; }
     const bool done = vek_hash_insert(hash, entry[0], entry[1]) == 1;
-    if (done) {
-        hashed[number] = entry;
-    }
+    if (done) { hashed[number] = entry; }
     const bool due = done && (hashed.size() > 8 * size || 3 * position >= size);
     require(done ? due || !refused : refused);
     require(hash->table_size == (!was_refused() && due ? 2 * size : size));
@@ -235,12 +213,8 @@ void hash_remove_in_walk(unsigned pattern, unsigned reversing)
         const uint32_t size = hash->table_size;
         require(!walked[number]);
         walked.set(number);
-        if ((pattern >> walked.count() % 8 & 1) != 0) {
-            hash_remove(number, entry->key);
-        }
-        if (reversing % 2 != 0 && hash->table_size != size) {
-            reverse_chains();
-        }
+        if ((pattern >> walked.count() % 8 & 1) != 0) { hash_remove(number, entry->key); }
+        if (reversing % 2 != 0 && hash->table_size != size) { reverse_chains(); }
     }
     require(walked.count() == before);
 }
@@ -352,9 +326,7 @@ void list_copy(unsigned how, unsigned)
         expect_seen(listed);
         list = vek_slist_reverse(copy);
         std::reverse(listed.begin(), listed.end());
-        for (void *&data : listed) {
-            data = word(number_of(data) ^ change);
-        }
+        for (void *&data : listed) { data = word(number_of(data) ^ change); }
     }
 }
 
@@ -376,9 +348,7 @@ void stack_change(unsigned how, unsigned number)
 void lists_check()
 {
     const VekSList *node;
-    VEK_SLIST_FOREACH(node, list) {
-        note(node->data);
-    }
+    VEK_SLIST_FOREACH(node, list) { note(node->data); }
     expect_seen(listed);
     require(vek_slist_get_length(list) == listed.size());
     require(vek_stack_get_depth(&stack) == stacked.size());
@@ -454,12 +424,9 @@ int put_datum(VekDict *dict, auto key, unsigned number)
 {
     const Datum datum(number);
     switch (number % 4) {
-    case 0:
-        return put_int(dict, key, static_cast<int32_t>(number));
-    case 1:
-        return put_double(dict, key, number + 0.5);
-    case 2:
-        return put_string(dict, key, text_of(number));
+    case 0: return put_int(dict, key, static_cast<int32_t>(number));
+    case 1: return put_double(dict, key, number + 0.5);
+    case 2: return put_string(dict, key, text_of(number));
     default:
         VekValue copy;
         const bool copied = vek_value_copy(&copy, &datum.value) == 1;
@@ -569,9 +536,7 @@ void (*const operations[])(unsigned, unsigned) = {
     hash_create,
     hash_insert,
     [](unsigned number, unsigned count) {
-        for (count %= 64; count > 0; --count) {
-            hash_insert(number++ % 256, count);
-        }
+        for (count %= 64; count > 0; --count) { hash_insert(number++ % 256, count); }
     },
     [](unsigned number, unsigned copy) { hash_remove(number, key_of(number, copy)); },
     hash_remove_in_walk,

@@ -17,9 +17,7 @@ namespace {
 
 void require(bool condition)
 {
-    if (!condition) {
-        abort();
-    }
+    if (!condition) { abort(); }
 }
 
 /* In place of one of the output streams. */
@@ -120,10 +118,7 @@ struct Expected {
     std::string reports; /* on the integer, then on the double */
 };
 
-bool same(double a, double b)
-{
-    return a == b || (std::isnan(a) && std::isnan(b));
-}
+bool same(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
 void check_texts(const VekValue *value, const std::string &expected)
 {

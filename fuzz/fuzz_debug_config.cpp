@@ -26,17 +26,12 @@ unsigned live;
 unsigned opened;
 unsigned failing_open = UINT_MAX; // the fuzzer itself opens the null device
 
-bool failed()
-{
-    return failing_request != 0 && asked >= failing_request;
-}
+bool failed() { return failing_request != 0 && asked >= failing_request; }
 
 void *allocate(size_t size, void *)
 {
     ++asked;
-    if (asked == failing_request || (failing_onward && failed())) {
-        return nullptr;
-    }
+    if (asked == failing_request || (failing_onward && failed())) { return nullptr; }
     ++live;
     return malloc(size);
 }
@@ -71,9 +66,7 @@ extern "C" FILE *fopen(const char *path, const char *mode)
 {
     static const auto original =
         reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen"));
-    if (strcmp(mode, "w") != 0) {
-        return original(path, mode);
-    }
+    if (strcmp(mode, "w") != 0) { return original(path, mode); }
     return opened++ == failing_open ? nullptr : original("/dev/null", mode);
 }
 
@@ -81,16 +74,11 @@ namespace {
 
 void require(bool condition)
 {
-    if (!condition) {
-        abort();
-    }
+    if (!condition) { abort(); }
 }
 
 /** Requires that an operation succeeds, or returns 2 because a request has failed. */
-void require_done(int status)
-{
-    require(status == 0 || (status == 2 && failed()));
-}
+void require_done(int status) { require(status == 0 || (status == 2 && failed())); }
 
 void run(const std::string &path)
 {
@@ -121,9 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size)
     static const int file = memfd_create("configuration", 0);
     static const int first_free = dup(file);
     close(first_free);
-    if (size < 3) {
-        return 0;
-    }
+    if (size < 3) { return 0; }
     VekMemoryVtable table = {}; // the operations that the library calls
     table.malloc = allocate;
     table.calloc = allocate_zeros;

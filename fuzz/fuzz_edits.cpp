@@ -20,9 +20,7 @@ namespace {
 
 void require(bool condition)
 {
-    if (!condition) {
-        abort();
-    }
+    if (!condition) { abort(); }
 }
 
 size_t live;      // blocks
@@ -42,10 +40,7 @@ void *resize(void *block, size_t size, void *)
     return realloc(block, size);
 }
 
-void *allocate(size_t size, void *)
-{
-    return resize(nullptr, size, nullptr);
-}
+void *allocate(size_t size, void *) { return resize(nullptr, size, nullptr); }
 
 void release(void *block, void *)
 {
@@ -177,9 +172,7 @@ struct Run {
             letter = static_cast<char>(change(static_cast<unsigned char>(letter), is_first));
             is_first = isspace(static_cast<unsigned char>(letter));
         }
-        if (old != nullptr) {
-            *models[i] = before.c_str();
-        }
+        if (old != nullptr) { *models[i] = before.c_str(); }
     }
 
     /* Follows the end of what was built. Returns its text. */
@@ -209,10 +202,7 @@ struct Run {
     }
 };
 
-int sign(int number)
-{
-    return (number > 0) - (number < 0);
-}
+int sign(int number) { return (number > 0) - (number < 0); }
 
 template <auto function>
 auto listed(const char *format, ...)

@@ -23,9 +23,7 @@ constexpr const char *nowhere = "/nonexistent";
 
 void require(bool condition)
 {
-    if (!condition) {
-        abort();
-    }
+    if (!condition) { abort(); }
 }
 
 /** A file in memory, with a path of its own. */
@@ -67,12 +65,8 @@ void read_input(char kind, std::span<const char> content)
     Process process;
     Input input(content);
     switch (kind) {
-    case 'l':
-        process.facts = read_lines(input, {}, stacks, process.history);
-        break;
-    case 'r':
-        process.facts = read_recording(input, stacks, process.history);
-        break;
+    case 'l': process.facts = read_lines(input, {}, stacks, process.history); break;
+    case 'r': process.facts = read_recording(input, stacks, process.history); break;
     case 'm': {
         const File maps(content);
         const ModuleMap modules = read_modules(maps.path(), nowhere, stacks);
@@ -88,8 +82,7 @@ void read_input(char kind, std::span<const char> content)
         read_modules(File(line).path(), "", stacks);
         return;
     }
-    default:
-        return;
+    default: return;
     }
     write_reports(std::move(process), stacks);
 }

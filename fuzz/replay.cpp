@@ -45,27 +45,18 @@ Bytes changed(const std::vector<std::filesystem::path> &files, unsigned seed)
     return bytes;
 }
 
-int run(const Bytes &bytes)
-{
-    return LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-}
+int run(const Bytes &bytes) { return LLVMFuzzerTestOneInput(bytes.data(), bytes.size()); }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
     const std::filesystem::path path = argc > 1 ? argv[1] : "";
-    if (!std::filesystem::is_directory(path)) {
-        return argc == 2 ? run(content_of(path)) : 2;
-    }
+    if (!std::filesystem::is_directory(path)) { return argc == 2 ? run(content_of(path)) : 2; }
     std::vector<std::filesystem::path> files(std::filesystem::directory_iterator(path), {});
     std::sort(files.begin(), files.end());
-    if (files.empty() || argc < 3) {
-        return 2;
-    }
-    if (argc > 3) {
-        return run(changed(files, static_cast<unsigned>(std::stoul(argv[3]))));
-    }
+    if (files.empty() || argc < 3) { return 2; }
+    if (argc > 3) { return run(changed(files, static_cast<unsigned>(std::stoul(argv[3])))); }
 
     const size_t count = files.size() + std::stoul(argv[2]);
     void *const shared =
@@ -82,9 +73,7 @@ int main(int argc, char **argv)
     }
     int status = 0;
     waitpid(child, &status, 0);
-    if (status == 0 && done == count) {
-        return 0;
-    }
+    if (status == 0 && done == count) { return 0; }
     const bool is_file = done < files.size();
     printf("Status %#x. To repeat it: %s %s%s\n", static_cast<unsigned>(status), argv[0],
            is_file ? files[done].c_str() : path.c_str(),
