@@ -49,11 +49,11 @@ class Counts(NamedTuple):
 
 def count(quick: bool) -> dict[str, Any]:
     """Builds and runs the tests; returns gcovr's report."""
-    folder = common.build('coverage', 'coverage')
-    for place, _, names in os.walk(folder):
+    for place, _, names in os.walk(os.path.join(common.FOLDER, 'coverage')):
         for name in names:
-            if name.endswith('.gcda'):
+            if name.endswith('.gcda'): # counts of an earlier run
                 os.remove(os.path.join(place, name))
+    folder = common.build('coverage', 'coverage')
     # The tour's programs are compiled by its test, without counters.
     common.run(['ctest', '--test-dir', folder, '--output-on-failure', '-j2', '-E', '^tour$'])
     report = os.path.join(folder, 'gcovr.json')

@@ -191,9 +191,11 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
         const auto ended = in_clean_child([&] {
             if (row.size != nullptr) { setenv("VEK_BACKTRACE_SIZE", row.size, 1); }
             descend(150);
+            setenv("VEK_BACKTRACE_SIZE", "3", 1); // too late
+            descend(150);
         });
         const auto frames = lines_of(ended.out);
-        EXPECT_EQ(frames.size(), row.frames);
+        EXPECT_EQ(frames.size(), 2 * row.frames);
         for (const auto &frame : frames) { EXPECT_TRUE(contains(frame, "descend")) << frame; }
     }
     // On a short stack, the innermost of the 11 frames of descend(), the caller, is left out.

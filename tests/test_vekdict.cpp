@@ -176,6 +176,24 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
         vek_value_set_slist_of_ptr(&value, nullptr);
         const int put = stored(Of::put_value(dict, key, &value), 4, {});
         EXPECT_EQ(value.vt == nullptr, put == 1);
+        if (put) {
+            const std::vector<Check> checks = {readers[0],
+                                               readers[1],
+                                               readers[2],
+                                               readers[2],
+                                               {"vek_value_get_pointer", type + "POINTER"}};
+            expect_warnings(checks, [&] {
+                EXPECT_EQ(Of::get_int(dict, key), 0);
+                EXPECT_EQ(Of::get_double(dict, key), 0.0);
+                EXPECT_EQ(Of::get_vekstr(dict, key), nullptr);
+                EXPECT_EQ(Of::get_string(dict, key), nullptr);
+                EXPECT_EQ(Of::get_pointer(dict, key), nullptr);
+            });
+            vek_value_release(Of::get_value(dict, key)); // an empty datum
+            const std::string empty =
+                captured(2, [&] { EXPECT_EQ(Of::get_int_or(dict, key, 5), 5); });
+            EXPECT_TRUE(contains(empty, "vek_value_get_int"));
+        }
         stored(Of::put_int(dict, key, 0), 0, {.integer = 0});
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
 
@@ -313,6 +331,7 @@ TEST(Dict, SearchesEndAtTheKeyOrAtAnEmptyOneBeforeIt)
     const Check first = {"vek_value_get_type", "value->vt != NULL"};
     const Check get = {"_vek_dict_get_value", "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != "
                                               "VEK_VALUE_INVALID"};
+    const Check put = {"_vek_dict_put_value", get.second};
     for (const int init_count : {1, 2, 5}) {
         for (const int len : {1, 2, 5, 6}) {
             for (int emptied = 1; emptied <= len; ++emptied) {
@@ -328,8 +347,12 @@ TEST(Dict, SearchesEndAtTheKeyOrAtAnEmptyOneBeforeIt)
                     &emptied);
                 for (int key = 1; key <= len + 1; ++key) {
                     const bool found = key < emptied;
-                    expect_warnings(found ? std::vector<Check>{} : std::vector<Check>{first, get},
-                                    [&] { EXPECT_EQ(vek_int_dict_key_exists(dict, key), found); });
+                    const auto checks =
+                        found ? std::vector<Check>{} : std::vector<Check>{first, get, first, put};
+                    expect_warnings(checks, [&] {
+                        EXPECT_EQ(vek_int_dict_key_exists(dict, key), found);
+                        EXPECT_EQ(vek_int_dict_put_int(dict, key, 0), found);
+                    });
                 }
                 vek_dict_destroy(dict);
             }
@@ -349,7 +372,7 @@ TEST(Dict, IntegersAreFoundAmongKeysThatLookLikeThem)
         EXPECT_EQ(_vek_dict_put_value(dict, &pointer, &data), 1);
     }
     EXPECT_EQ(vek_int_dict_key_exists(dict, 5), 0);
-    for (int number = 1; number <= 5; ++number) {
+    for (const int number : {1, 2, 3, 4, 5, 1, 2, 3, 4, 5}) {
         EXPECT_EQ(vek_int_dict_put_int(dict, number, number), 1);
     }
     for (int number = 1; number <= 5; ++number) {

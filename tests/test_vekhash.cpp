@@ -206,6 +206,16 @@ TEST(Hash, OwnsWhatItDestroys)
     EXPECT_EQ(hashed, 4u);
 }
 
+TEST(Hash, ClearEndsThoughAKeyDoesNotEqualItself)
+{
+    const auto never = [](const void *, const void *) { return 0; };
+    VekHash *const hash = vek_hash_new_full(poor_hash, never, nullptr, nullptr);
+    vek_hash_insert(hash, word(1), nullptr);
+    vek_hash_clear(hash);
+    EXPECT_EQ(vek_hash_get_count(hash), 1u);
+    vek_hash_destroy(hash);
+}
+
 TEST(Hash, IntegersHashToThemselves)
 {
     for (const intptr_t i : {0, 123456, INT32_MAX, -2, INT32_MIN}) {

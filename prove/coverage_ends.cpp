@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT */
-/* Writes the counters of the object that it is linked into when abort() ends the process. The
- * compiler's own code writes them only at a regular exit. */
+/* Writes the counters of the object that it is linked into when abort() or quick_exit() ends the
+ * process. The compiler's own code writes them only at a regular exit. */
 #include <csignal>
+#include <cstdlib>
 
 extern "C" void __gcov_dump();
 
@@ -10,17 +11,18 @@ namespace {
 struct sigaction previous;
 
 /** Leaves the signal to the handler before: the next object's, and at last the system's. */
-void dump(int signal)
+void dump_and_raise(int signal)
 {
     __gcov_dump();
     sigaction(signal, &previous, nullptr);
     raise(signal);
 }
 
-[[gnu::constructor]] void catch_abort()
+[[gnu::constructor]] void catch_ends()
 {
+    std::at_quick_exit(__gcov_dump);
     struct sigaction action = {};
-    action.sa_handler = dump;
+    action.sa_handler = dump_and_raise;
     action.sa_flags = SA_NODEFER;
     sigaction(SIGABRT, &action, &previous);
 }
