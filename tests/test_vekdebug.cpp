@@ -267,10 +267,13 @@ FOLDER_TEST(Debug, PrintFunctionsTakeTheTextInstead)
     EXPECT_EQ(received, "all:1 all:own:" + longer.substr(0, 1023));
     vek_debug_set_print_function(net, nullptr, own);
     EXPECT_EQ(net->print_data, nullptr);
+    vek_debug_set_print_function(nullptr, nullptr, all);
+    vek_debug_print(nullptr, 0, "d");
+    vek_debug_set_print_function(nullptr, receive, all);
     vek_debug_finalize();
     start("mainfile=again");
     vek_debug_print(nullptr, 0, "e"); // the stop has removed the function
-    EXPECT_EQ(content_of("main") + content_of("again"), "e");
+    EXPECT_EQ(content_of("main") + content_of("again"), "de");
 }
 
 TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
