@@ -176,27 +176,22 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
         vek_value_set_slist_of_ptr(&value, nullptr);
         const int put = stored(Of::put_value(dict, key, &value), 4, {});
         EXPECT_EQ(value.vt == nullptr, put == 1);
-        if (put) {
-            const std::vector<Check> checks = {readers[0],
-                                               readers[1],
-                                               readers[2],
-                                               readers[2],
-                                               {"vek_value_get_pointer", type + "POINTER"}};
-            expect_warnings(checks, [&] {
-                EXPECT_EQ(Of::get_int(dict, key), 0);
-                EXPECT_EQ(Of::get_double(dict, key), 0.0);
-                EXPECT_EQ(Of::get_vekstr(dict, key), nullptr);
-                EXPECT_EQ(Of::get_string(dict, key), nullptr);
-                EXPECT_EQ(Of::get_pointer(dict, key), nullptr);
-            });
-            vek_value_release(Of::get_value(dict, key)); // an empty datum
-            const std::string empty =
-                captured(2, [&] { EXPECT_EQ(Of::get_int_or(dict, key, 5), 5); });
-            EXPECT_TRUE(contains(empty, "vek_value_get_int"));
-        }
         stored(Of::put_int(dict, key, 0), 0, {.integer = 0});
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
 
+        if (VekValue *const datum = Of::get_value(dict, key); datum != nullptr) {
+            vek_value_release(datum); // an empty record is of none of the types
+            const Check pointer = {"vek_value_get_pointer", type + "POINTER"};
+            expect_warnings({readers[0], readers[0], readers[1], readers[2], readers[2], pointer},
+                            [&] {
+                                EXPECT_EQ(Of::get_int_or(dict, key, 5), 5);
+                                EXPECT_EQ(Of::get_int(dict, key), 0);
+                                EXPECT_EQ(Of::get_double(dict, key), 0.0);
+                                EXPECT_EQ(Of::get_vekstr(dict, key), nullptr);
+                                EXPECT_EQ(Of::get_string(dict, key), nullptr);
+                                EXPECT_EQ(Of::get_pointer(dict, key), nullptr);
+                            });
+        }
         EXPECT_EQ(Of::dup_and_put_string(dict, key, nullptr), 0);
         const std::string put_slist = std::string(Of::name) + "_put_slist";
         expect_warnings({{put_slist, "list_type >= VEK_VALUE_SLIST_OF_INT"},

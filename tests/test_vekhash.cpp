@@ -145,6 +145,8 @@ TEST(Hash, OrderFollowsTheChains)
     VekHash *const hash = vek_hash_new();
     for (const intptr_t i : {0, 8, 1, -1, 16}) { vek_hash_insert(hash, word(i), nullptr); }
     EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{0, 8, 16, 1, -1}));
+    vek_hash_insert(hash, word(8), word(5)); // only the value is new
+    EXPECT_EQ(vek_hash_lookup(hash, word(8)), word(5));
     vek_hash_insert(hash, word(24), nullptr); // fourth in its chain: 16 slots, chains reversed
     EXPECT_EQ(hash->table_size, 16u);
     EXPECT_EQ(keys_in_order(hash), (std::vector<intptr_t>{16, 0, 1, 24, 8, -1}));
