@@ -1,8 +1,7 @@
 /* SPDX-License-Identifier: MIT */
-/* Writes the counters of the object that it is linked into when abort() or quick_exit() ends the
- * process. The compiler's own code writes them only at a regular exit. */
+/* Writes the counters of the object that it is linked into when abort() ends the process. The
+ * compiler's own code writes them only at a regular exit. */
 #include <csignal>
-#include <cstdlib>
 
 extern "C" void __gcov_dump();
 
@@ -18,9 +17,8 @@ void dump_and_raise(int signal)
     raise(signal);
 }
 
-[[gnu::constructor]] void catch_ends()
+[[gnu::constructor]] void catch_abort()
 {
-    std::at_quick_exit(__gcov_dump);
     struct sigaction action = {};
     action.sa_handler = dump_and_raise;
     action.sa_flags = SA_NODEFER;
