@@ -157,7 +157,7 @@ TEST(Debug, EntriesAreReadByTheGrammar)
         {"a=\n b = \n", "b= "},
         {"x=y=z", "x=y=z "},
         {"=1\n  \n ==2\n\n\nc c = d\te\vf\n", "cc=def "},
-        {"a=1\r\nb=\r\nc\r\nd=\r", "a=1 c=1 "},
+        {"a=1\r2\r\nb=\r\nc\r\nd=\r", "a=12 c=1 "},
         {"a=1 # remark\nb=x#y\n#c=1\n# d\ne", "a=1 b=x e=1 "},
         {long_comment, "a=1 b=2 "},
         {std::string("a=1\0b\nc=2\0", 10), "a=1 c=2 "},
@@ -262,14 +262,18 @@ FOLDER_TEST(Debug, PrintFunctionsTakeTheTextInstead)
     vek_debug_print(net, 2, "1 ");
     vek_debug_print(nullptr, 0, "%s", "");
     vek_debug_set_print_function(net, receive, own);
+    vek_debug_print(net, 2, "lost %lc", wint_t{0x7fffffff}); // cannot be converted
     vek_debug_print(net, 2, "%s", longer.c_str());
     EXPECT_EQ(received, "all:1 all:own:" + longer.substr(0, 1023));
     vek_debug_set_print_function(net, nullptr, own);
     EXPECT_EQ(net->print_data, nullptr);
+    vek_debug_set_print_function(nullptr, nullptr, all);
+    vek_debug_print(nullptr, 0, "d");
+    vek_debug_set_print_function(nullptr, receive, all);
     vek_debug_finalize();
     start("mainfile=again");
     vek_debug_print(nullptr, 0, "e"); // the stop has removed the function
-    EXPECT_EQ(content_of("main") + content_of("again"), "e");
+    EXPECT_EQ(content_of("main") + content_of("again"), "de");
 }
 
 TEST(Debug, WithoutSettingsOnlyPrintFunctionsGetMessages)
@@ -459,6 +463,7 @@ FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsReported)
     EXPECT_EQ(net->enabled, 1u); // enabled without a stream; the later flag is not reached
     EXPECT_STREQ(net->streams[0].name, "missing/file");
     vek_debug_print(net, 1, "lost");
+    vek_debug_flush(net, 1);
     std::filesystem::create_directory("missing");
     vek_debug_set_output_setting("x", "y");
     vek_debug_print(net, 1, "found");

@@ -180,6 +180,12 @@ extern "C" __attribute__((noinline)) int descend(int depth)
     return getpid(); // prevents a tail call
 }
 
+extern "C" void *dump_at_once(void *)
+{
+    vek_dump_backtrace(STDOUT_FILENO);
+    return nullptr;
+}
+
 TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
 {
     const struct {
@@ -191,9 +197,11 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
         const auto ended = in_clean_child([&] {
             if (row.size != nullptr) { setenv("VEK_BACKTRACE_SIZE", row.size, 1); }
             descend(150);
+            setenv("VEK_BACKTRACE_SIZE", "3", 1); // too late
+            descend(150);
         });
         const auto frames = lines_of(ended.out);
-        EXPECT_EQ(frames.size(), row.frames);
+        EXPECT_EQ(frames.size(), 2 * row.frames);
         for (const auto &frame : frames) { EXPECT_TRUE(contains(frame, "descend")) << frame; }
     }
     // On a short stack, the innermost of the 11 frames of descend(), the caller, is left out.
@@ -201,6 +209,12 @@ TEST(Backtrace, LeavesOutTheCallerAndTheOutermostFrames)
     const auto is_named = [](const std::string &line) { return contains(line, "descend"); };
     EXPECT_EQ(std::ranges::count_if(frames, is_named), 10);
     EXPECT_FALSE(contains(frames.back(), "_start"));
+    const auto started = in_clean_child([] { // with less than the frames that are left out
+        pthread_t thread;
+        pthread_create(&thread, nullptr, dump_at_once, nullptr);
+        pthread_join(thread, nullptr);
+    });
+    EXPECT_FALSE(contains(started.out, "dump_at_once")) << started.out;
 }
 
 CHILD_TEST(Diagnostics, AllocateNothing)

@@ -179,6 +179,19 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
         stored(Of::put_int(dict, key, 0), 0, {.integer = 0});
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
 
+        if (VekValue *const datum = Of::get_value(dict, key); datum != nullptr) {
+            vek_value_release(datum); // an empty record is of none of the types
+            const Check pointer = {"vek_value_get_pointer", type + "POINTER"};
+            expect_warnings({readers[0], readers[0], readers[1], readers[2], readers[2], pointer},
+                            [&] {
+                                EXPECT_EQ(Of::get_int_or(dict, key, 5), 5);
+                                EXPECT_EQ(Of::get_int(dict, key), 0);
+                                EXPECT_EQ(Of::get_double(dict, key), 0.0);
+                                EXPECT_EQ(Of::get_vekstr(dict, key), nullptr);
+                                EXPECT_EQ(Of::get_string(dict, key), nullptr);
+                                EXPECT_EQ(Of::get_pointer(dict, key), nullptr);
+                            });
+        }
         EXPECT_EQ(Of::dup_and_put_string(dict, key, nullptr), 0);
         const std::string put_slist = std::string(Of::name) + "_put_slist";
         expect_warnings({{put_slist, "list_type >= VEK_VALUE_SLIST_OF_INT"},
@@ -282,6 +295,7 @@ TEST(Dict, SearchesEndAtTheKeyOrAtAnEmptyOneBeforeIt)
     const Check first = {"vek_value_get_type", "value->vt != NULL"};
     const Check get = {"_vek_dict_get_value", "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != "
                                               "VEK_VALUE_INVALID"};
+    const Check put = {"_vek_dict_put_value", get.second};
     for (const int init_count : {1, 2, 5}) {
         for (const int len : {1, 2, 5, 6}) {
             for (int emptied = 1; emptied <= len; ++emptied) {
@@ -297,8 +311,12 @@ TEST(Dict, SearchesEndAtTheKeyOrAtAnEmptyOneBeforeIt)
                     &emptied);
                 for (int key = 1; key <= len + 1; ++key) {
                     const bool found = key < emptied;
-                    expect_warnings(found ? std::vector<Check>{} : std::vector<Check>{first, get},
-                                    [&] { EXPECT_EQ(vek_int_dict_key_exists(dict, key), found); });
+                    const auto checks =
+                        found ? std::vector<Check>{} : std::vector<Check>{first, get, first, put};
+                    expect_warnings(checks, [&] {
+                        EXPECT_EQ(vek_int_dict_key_exists(dict, key), found);
+                        EXPECT_EQ(vek_int_dict_put_int(dict, key, 0), found);
+                    });
                 }
                 vek_dict_destroy(dict);
             }
@@ -318,7 +336,7 @@ TEST(Dict, IntegersAreFoundAmongKeysThatLookLikeThem)
         EXPECT_EQ(_vek_dict_put_value(dict, &pointer, &data), 1);
     }
     EXPECT_EQ(vek_int_dict_key_exists(dict, 5), 0);
-    for (int number = 1; number <= 5; ++number) {
+    for (const int number : {1, 2, 3, 4, 5, 1, 2, 3, 4, 5}) {
         EXPECT_EQ(vek_int_dict_put_int(dict, number, number), 1);
     }
     for (int number = 1; number <= 5; ++number) {

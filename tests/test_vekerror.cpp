@@ -24,7 +24,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     VekError *const err = vek_error_create(VEK_ERROR_IO, "open", "io.c", 12, "no %s", "file");
     EXPECT_EQ(vek_error_append_msg(err, "%s %d", ", try", 3), err);
     vek_error_append_msg(err, null_format);
-    vek_error_append_msg(err, "%s", "");
+    for (const char *const format : {"", "%s"}) { vek_error_append_msg(err, format, ""); }
     _vek_error_add_callstack_entry(err, nullptr, nullptr, 7);
     EXPECT_EQ(allocator.allocations(), 1u);
     EXPECT_EQ(vek_error_get_type(err), VEK_ERROR_IO);
@@ -39,6 +39,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     EXPECT_EQ(vek_error_get_callstack_count(err), 30);
     EXPECT_STREQ(vek_error_get_callstack_func(err, 29), __func__);
     EXPECT_STREQ(vek_error_get_callstack_func(err, 30), "--unknown--"); // an index not in use
+    EXPECT_STREQ(vek_error_get_callstack_func(nullptr, 0), "--unknown--");
     EXPECT_EQ(vek_error_get_callstack_line(err, -1), 0);
     vek_error_destroy(err);
 
@@ -92,14 +93,31 @@ TEST(Error, WithoutMemoryIsShared)
     });
 }
 
-TEST(Error, NullIsAnAssertion)
+TEST(Error, NullAndBrokenRecordsAreAssertions)
 {
-    const auto expect_abort = [](const std::string &function, const std::function<void()> &call) {
-        const auto ended = in_child(call);
-        EXPECT_EQ(ended.signal, SIGABRT);
-        const std::string failed = function + ": Assertion `((void *)0) != err' failed.";
-        EXPECT_TRUE(contains(without_lines(ended.err), "veklib/vekerror.cpp:L: " + failed));
+    static VekError err = {};
+    err.is_allocated = 1;
+    const struct {
+        const char *failed;
+        void (*call)();
+    } rows[] = {
+        {"append_msg_va: Assertion `((void *)0) != err'",
+         [] { vek_error_append_msg(nullptr, "x"); }},
+        {"_vek_error_add_callstack_entry: Assertion `((void *)0) != err'",
+         [] { VEK_ERROR_ADD_CALLSTACK_ENTRY(nullptr); }},
+        {"append_msg_va: Assertion `err->msg_pos < sizeof(err->msg)'",
+         [] { err.msg_pos = sizeof err.msg, vek_error_append_msg(&err, "x"); }},
+        {"append_msg_va: Assertion `err->msg_pos == strlen(err->msg)'",
+         [] { err.msg_pos = 1, vek_error_append_msg(&err, "x"); }},
     };
-    expect_abort("append_msg_va", [] { vek_error_append_msg(nullptr, "x"); });
-    expect_abort("_vek_error_add_callstack_entry", [] { VEK_ERROR_ADD_CALLSTACK_ENTRY(nullptr); });
+    for (const auto &row : rows) {
+        const auto ended = in_child(row.call);
+        EXPECT_EQ(ended.signal, SIGABRT);
+        const std::string failed = std::string("veklib/vekerror.cpp:L: ") + row.failed + " failed.";
+        EXPECT_TRUE(contains(without_lines(ended.err), failed)) << ended.err;
+    }
+    memset(err.msg, 'x', sizeof err.msg - 1); // the application itself has filled it
+    err.msg_pos = sizeof err.msg - 1;
+    EXPECT_EQ(vek_error_append_msg(&err, "y"), &err);
+    EXPECT_EQ(err.msg_pos, strlen(err.msg));
 }

@@ -77,8 +77,14 @@ CHILD_TEST(Memory, ZeroSizesDoNotReachTheTable)
     EXPECT_EQ(vek_calloc(16, 0), nullptr);
     EXPECT_EQ(vek_calloc(largest_size / 2 + 1, 2), nullptr); // wraps to 0
     EXPECT_EQ(vek_malloc_if_possible(0), nullptr);
-    EXPECT_EQ(vek_malloc_if_available_with_return(0, nullptr), nullptr);
+    EXPECT_EQ(vek_malloc_if_available(0), nullptr);
+    for (const auto allocate : {vek_malloc_with_return, vek_malloc_if_possible_with_return,
+                                vek_malloc_if_available_with_return}) {
+        EXPECT_EQ(allocate(0, nullptr), nullptr);
+    }
+    EXPECT_EQ(vek_calloc_with_return(0, 1, nullptr), nullptr);
     vek_free(nullptr);
+    vek_free_with_return(nullptr, nullptr);
     EXPECT_EQ(allocator.allocations(), 0u);
 }
 
@@ -150,6 +156,9 @@ TEST(Memory, QueriesReadMeminfo)
         close(next);
         vek_malloc_get_total_bytes();
         EXPECT_EQ(dup(STDIN_FILENO), next); // nothing has stayed open
+        serve_meminfo(rows[1].text);
+        stderr = nullptr;
+        EXPECT_EQ(vek_malloc_get_total_bytes(), rows[1].total);
     });
     in_clean_child([&] {
         serve_meminfo(rows[0].text);

@@ -57,5 +57,7 @@ TEST(Name, ChecksNameTheFault)
     EXPECT_REFUSE(nullptr, "name", vek_name_to_string, vek_name_to_vek_str, vek_name_get_id);
     EXPECT_REFUSE(table, "string != NULL", vek_name_from_string, vek_name_try_string);
     EXPECT_REFUSE(table, "vek_str != NULL", vek_name_from_vek_str);
+    char none[] = "none";
+    vek_hash_insert(table->hash, none, nullptr); // a null name is no name to release
     vek_name_table_destroy(&table);
 }

@@ -123,6 +123,17 @@ TEST(SList, ChecksNameTheFault)
                     });
 }
 
+TEST(SList, TheCopierMayShrinkTheList)
+{
+    static VekSList *shrinking = list_of({1, 2, 3}); // by the function that copies its elements
+    VekSList *const copy = vek_slist_dup(shrinking, [](void *data) {
+        shrinking = vek_slist_remove(shrinking, word(number_of(data) + 1));
+        return data;
+    });
+    EXPECT_EQ(numbers_of(copy), (Numbers{1, 3, 0}));
+    for (VekSList *each : {shrinking, copy}) { vek_slist_free(each, nullptr); }
+}
+
 TEST(SList, LoopsMayStopAndRemove)
 {
     Allocator allocator;

@@ -10,6 +10,9 @@
 #include <cwchar>
 #include <tuple>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 using namespace vektest;
 
 namespace {
@@ -140,6 +143,28 @@ TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
             vek_str_unref(variable);
         }
     });
+}
+
+/* The same 16 MB again and again, until a page of zeros ends the text. */
+TEST(Str, ATextOfTwoGigabytesIsTooLong)
+{
+    if (sizeof(size_t) == 4) { GTEST_SKIP() << "there is no space for the text"; }
+    const std::string part(size_t{1} << 24, 'x');
+    const size_t size = size_t{INT_MAX} + 1;
+    const int file = memfd_create("text", 0);
+    ASSERT_EQ(write(file, part.data(), part.size()), static_cast<ssize_t>(part.size()));
+    char *const text = static_cast<char *>(
+        mmap(nullptr, size + 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    for (size_t at = 0; at < size; at += part.size()) {
+        ASSERT_NE(mmap(text + at, part.size(), PROT_READ, MAP_SHARED | MAP_FIXED, file, 0),
+                  MAP_FAILED);
+    }
+    VekStr *vekstr = vek_str_create("x");
+    EXPECT_EQ(vek_str_create(text), nullptr);
+    EXPECT_EQ(vek_str_append_n(&vekstr, text, INT_MAX), 0);
+    expect_text(vekstr, "x");
+    munmap(text, size + 4096);
+    close(file);
 }
 
 TEST(Str, ChecksNameTheFault)

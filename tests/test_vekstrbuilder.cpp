@@ -121,5 +121,10 @@ TEST(StrBuilder, FaultsAreFailures)
         VekStrBuilder full = {nullptr, INT_MAX - 1, INT_MAX, 0}; // claims 2 GB that do not exist
         EXPECT_EQ(vek_str_builder_append(&full, "xx"), 0);
         EXPECT_EQ(vek_str_builder_failed(&full), 1);
+        full = {vek_str_create("x"), INT_MAX - 1, INT_MAX, 0};
+        allocator.fail_nth(1); // the largest block of all; no second attempt
+        EXPECT_EQ(vek_str_builder_append(&full, "x"), 0);
+        EXPECT_EQ(allocator.allocations(), 1u);
+        vek_str_unref(full.str);
     });
 }

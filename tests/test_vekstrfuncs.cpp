@@ -56,6 +56,17 @@ TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
     EXPECT_EQ(allocator.allocations(), 0u);
 }
 
+TEST(StrFuncs, ATextThatChangesWhileItIsFormattedGivesNull)
+{
+    static std::string text(300, 'x');
+    VekMemoryVtable table = {};
+    table.malloc = [](size_t size, void *) { return text[0] = '\0', malloc(size); };
+    table.free = [](void *block, void *) { free(block); };
+    vek_set_memory_vtable(&table);
+    EXPECT_EQ(vek_strdup_printf("%s", text.c_str()), nullptr);
+    vek_set_memory_vtable(nullptr);
+}
+
 TEST(StrFuncs, BoundedCopy)
 {
     const std::pair<size_t, const char *> rows[] = {{0, "######"}, {1, ""},      {4, "hel"},

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -27,6 +28,9 @@ TEST(Thread, SlotsAreForEachThread)
     EXPECT_NE(vek_private_free(slot), 0);
     EXPECT_NE(vek_private_set(0, here), 0);
     EXPECT_EQ(vek_private_get(0), nullptr);
+    std::vector<VekPrivate> all;
+    while (all.empty() || all.back() != 0) { all.push_back(vek_private_new(nullptr)); }
+    for (const VekPrivate each : all) { EXPECT_EQ(vek_private_free(each) == 0, each != 0); }
 }
 
 TEST(Thread, MutexIsRecursive)

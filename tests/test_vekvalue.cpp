@@ -198,6 +198,7 @@ TEST(Value, ConvertsToNumbers)
         Fault real_fault = none;
     } rows[] = {
         {"0x1A", 26, 26},
+        {"0X1a", 26, 26},
         {"010", 8, 10},
         {"0b11", 0, 0},
         {"\t-0x10", -16, -16},
@@ -322,6 +323,8 @@ TEST(Value, AccessNamesTheFault)
                   vek_value_steal_string, vek_value_steal_vekstr, vek_value_get_as_pointer);
     EXPECT_REFUSE(nullptr, "value != NULL", vek_value_steal_pointer, vek_value_get_as_int,
                   vek_value_get_as_double, vek_value_get_as_string, vek_value_get_as_vekstr);
+    expect_warnings({{"vek_value_take_slist", "vekvalue != NULL"}},
+                    [] { vek_value_take_slist(nullptr, VEK_VALUE_SLIST_OF_INT, nullptr); });
     VekValue empty = {};
     Value list(vek_value_init, VEK_VALUE_SLIST_OF_INT);
     Value number(vek_value_init, VEK_VALUE_INT);
@@ -356,13 +359,23 @@ TEST(Value, AccessNamesTheFault)
     expect_warnings({no_type, no_type, no_type, no_type}, [&] {
         EXPECT_EQ(text_of(&empty), address("[unknown VekValueType]", nullptr));
     });
-    const std::string refused = captured(2, [] {
-        EXPECT_EQ(vek_value_get_as_int(Value(vek_value_set_name, &name)), 0);
-        EXPECT_EQ(vek_value_get_as_double(Value(vek_value_set_name, &name)), 0.0);
+    const VekValueVtable foreign = {VEK_VALUE_MAX, nullptr, nullptr, nullptr};
+    VekValue strange = {&foreign, {}};
+    Value named(vek_value_set_name, &name);
+    for (const auto &[value, type] : std::initializer_list<std::pair<VekValue *, std::string>>{
+             {named, "VEK_VALUE_NAME"}, {&strange, "[unknown VekValueType]"}}) {
+        const std::string refused = captured(2, [value = value] {
+            EXPECT_EQ(vek_value_get_as_int(value), 0);
+            EXPECT_EQ(vek_value_get_as_double(value), 0.0);
+        });
+        const std::string text = "veklib/vekvalue_convert.cpp:L: Can't coerce " + type + " to ";
+        EXPECT_EQ(without_lines(refused), text + "int\n" + text + "double\n");
+    }
+    const std::string no_types = captured(2, [&] {
+        EXPECT_EQ(vek_value_get_as_int(&empty), 0);
+        EXPECT_EQ(vek_value_get_as_double(&empty), 0.0);
     });
-    EXPECT_EQ(without_lines(refused),
-              "veklib/vekvalue_convert.cpp:L: Can't coerce VEK_VALUE_NAME to int\n"
-              "veklib/vekvalue_convert.cpp:L: Can't coerce VEK_VALUE_NAME to double\n");
+    EXPECT_EQ(lines_of(no_types).size(), 10u); // each asks twice
 }
 
 TEST(Value, ChecksNameTheFault)

@@ -166,10 +166,8 @@ void vek_dump_backtrace(int fd)
     unw_context_t context;
     unw_cursor_t cursor;
     unw_word_t address;
-    if (unw_getcontext(&context) != 0 || unw_init_local(&cursor, &context) != 0) {
-        return;
-    }
-    while (recorded < wanted && unw_step(&cursor) > 0 &&
+    const bool started = unw_getcontext(&context) == 0 && unw_init_local(&cursor, &context) == 0;
+    while (started && recorded < wanted && unw_step(&cursor) > 0 &&
            unw_get_reg(&cursor, UNW_REG_IP, &address) == 0) {
         frames[recorded++] = reinterpret_cast<void *>(address);
     }

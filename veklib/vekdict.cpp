@@ -32,8 +32,10 @@ constexpr int32_t later_segment_slots = 10;
 void *new_items(size_t header, int32_t count)
 {
     const auto slots = static_cast<size_t>(count);
-    if (slots > (SIZE_MAX - header) / sizeof(VekDictItem)) {
-        return nullptr;
+    if constexpr (SIZE_MAX < UINT64_MAX) { // else no int32_t is too large
+        if (slots > (SIZE_MAX - header) / sizeof(VekDictItem)) {
+            return nullptr;
+        }
     }
     return vek_calloc(1, header + slots * sizeof(VekDictItem));
 }
@@ -152,7 +154,7 @@ void walk(const VekDict *dict, VekDictForeachFunc func, void *user_data)
             }
         }
         left -= used;
-        if (left == 0 || segment->next == nullptr) {
+        if (segment->next == nullptr) {
             return {nullptr, segment, used, false};
         }
     }

@@ -26,8 +26,8 @@ struct VekDictPlace {
 VEK_HIDDEN VekValue *vek_dict_find_int(const VekDict *dict, int32_t key);
 
 /** Finds the first item in use for whose key `matches` returns true; it must return false for an
- *  empty key. The search ends with the last segment, because a dictionary that is being cleared may
- *  have fewer slots than `len`. search_int() in vekdict.cpp walks the segments likewise. */
+ *  empty key. The search ends with the last segment; a dictionary that is being cleared may have
+ *  fewer slots than `len`. search_int() in vekdict.cpp walks the segments likewise. */
 template <typename Matches>
 VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches matches)
 {
@@ -44,7 +44,7 @@ VekDictPlace vek_dict_search(const VekDict *dict, const char *function, Matches 
             }
         }
         left -= used;
-        if (left == 0 || segment->next == nullptr) {
+        if (segment->next == nullptr) {
             return {nullptr, segment, used, false};
         }
     }

@@ -55,7 +55,7 @@ char *vek_format_block(size_t header, int shortest, const char *format, va_list 
     va_copy(formatted, args);
     const int written = vsnprintf(block + header, size, format, formatted);
     va_end(formatted);
-    if (written != length) { // the C library itself ran out of memory
+    if (written != length) { // the C library is out of memory, or a value has changed
         vek_free(block);
         return nullptr;
     }

@@ -38,11 +38,10 @@ int vek_mutex_init(pthread_mutex_t *mutex)
 {
     pthread_mutexattr_t attributes;
     int result = pthread_mutexattr_init(&attributes);
-    if (result != 0) {
-        return result;
+    if (result == 0) {
+        pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+        result = pthread_mutex_init(mutex, &attributes);
+        pthread_mutexattr_destroy(&attributes);
     }
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    result = pthread_mutex_init(mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
     return result;
 }
