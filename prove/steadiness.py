@@ -4,8 +4,9 @@
 
 A round runs two things at once. ctest runs every case in a process of its own, in random order,
 with three jobs per core. Each GoogleTest program runs all its cases in one process, shuffled by
-the round's seed; those of the library twice, because it keeps state. One round in five has busy loops beside it, so that cases lose the processor
-in odd places. Cases that only compile, or only read what was compiled, run once.
+the round's seed; those of the library twice, because it keeps state. One round in five has busy
+loops beside it, so that cases lose the processor in odd places. Cases that only compile, or only
+read what was compiled, run once.
 
     prove/steadiness.py [--rounds 200] [--quick] [--rows FILE]
 
@@ -43,7 +44,6 @@ class Failure:
     way: str  # of running it, with the seed if there is one
     replay: str
     output: str
-    round: int = 0
 
 
 @dataclasses.dataclass
@@ -96,7 +96,8 @@ def run_ctest(folder: str, *options: str) -> Outcome:
 def run_shuffled(program: str, seed: int) -> Outcome:
     """All cases of a program in one process, shuffled by the seed, and again by the next one."""
     repeat = 1 if '/tools/' in program else 2
-    command = [program, '--gtest_shuffle', f'--gtest_repeat={repeat}', f'--gtest_random_seed={seed}']
+    command = [program, '--gtest_shuffle', f'--gtest_repeat={repeat}',
+               f'--gtest_random_seed={seed}']
     try:
         result = subprocess.run(command, env=ENVIRONMENT, cwd=os.path.dirname(program),
                                 timeout=TIMEOUT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
@@ -138,8 +139,6 @@ def run_round(folder: str, programs: list[str], number: int, busy: bool) -> Outc
         total = run_ctest(folder, '-E', ONCE)
         for outcome in shuffled:
             total.add(outcome)
-    for failure in total.failures:
-        failure.round = number
     return total
 
 
@@ -152,13 +151,14 @@ def progress(number: int, rounds: int, failures: int, seconds: float) -> None:
         print(text, flush=True)
 
 
-def write_report(failures: list[Failure]) -> None:
-    with open(REPORT, 'w', encoding='utf-8') as file:
+def report(failures: list[Failure], number: int) -> None:
+    """Adds a round's failures to the file and prints them."""
+    with open(REPORT, 'a' if number > 0 else 'w', encoding='utf-8') as file:
         for failure in failures:
-            text = (f'{failure.case} failed in round {failure.round} ({failure.way}). Replay:\n'
-                    f'  {failure.replay}\n{failure.output}\n')
-            file.write(text)
-            print(text)
+            text = (f'\n{failure.case} failed in round {number} ({failure.way}). Replay:\n'
+                    f'  {failure.replay}\n{failure.output}')
+            print(text, file=file)
+            print(text, flush=True)
 
 
 def processor_seconds() -> float:
@@ -191,14 +191,16 @@ def main() -> None:
                           '-DVEKLIB_BUILD_EXAMPLES=ON', '-DVEKLIB_BUILD_TOOLS=ON')
     programs = programs_of(folder)
     total = run_ctest(folder, '-R', ONCE)
+    report(total.failures, 0)
     start, processor, busy = time.monotonic(), processor_seconds(), 0
     for number in range(1, rounds + 1):
         is_busy = number % 5 == 0
         busy += is_busy
-        total.add(run_round(folder, programs, number, is_busy))
+        outcome = run_round(folder, programs, number, is_busy)
+        report(outcome.failures, number)
+        total.add(outcome)
         progress(number, rounds, len(total.failures), time.monotonic() - start)
     seconds, processor = time.monotonic() - start, processor_seconds() - processor
-    write_report(total.failures)
     common.finish('steadiness', rows_of(total, rounds, busy, seconds, processor), arguments.rows)
 
 
