@@ -122,13 +122,15 @@ def run_shuffled(program: str, seed: int) -> Outcome:
 
 @contextlib.contextmanager
 def busy_loops(count: int) -> Iterator[None]:
-    loops = [subprocess.Popen([sys.executable, '-c', 'while True: pass']) for _ in range(count)]
+    """Keeps processes busy. They end on their own if this one is killed."""
+    loop = f'import os\nwhile os.getppid() == {os.getpid()}: pass'
+    loops = [subprocess.Popen([sys.executable, '-c', loop]) for _ in range(count)]
     try:
         yield
     finally:
-        for loop in loops:
-            loop.kill()
-            loop.wait()
+        for process in loops:
+            process.kill()
+            process.wait()
 
 
 def run_round(folder: str, programs: list[str], number: int, busy: bool) -> Outcome:
