@@ -32,12 +32,8 @@ constexpr int32_t later_segment_slots = 10;
 void *new_items(size_t header, int32_t count)
 {
     const auto slots = static_cast<size_t>(count);
-    if constexpr (SIZE_MAX < UINT64_MAX) { // else no int32_t is too large
-        if (slots > (SIZE_MAX - header) / sizeof(VekDictItem)) {
-            return nullptr;
-        }
-    }
-    return vek_calloc(1, header + slots * sizeof(VekDictItem));
+    const bool fits = slots <= (SIZE_MAX - header) / sizeof(VekDictItem);
+    return fits ? vek_calloc(1, header + slots * sizeof(VekDictItem)) : nullptr;
 }
 
 /** Moves a record by copying its bytes. The source is then zero-filled. */

@@ -3,6 +3,7 @@
 #include "reader.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -50,7 +51,12 @@ struct Record : testing::Test {
     fs::path where = folder / "recording";
     std::string output;
 
-    void SetUp() override { fs::create_directories(folder); }
+    void SetUp() override
+    {
+        fs::create_directories(folder);
+        // Programs inherit what nohup, or a shell's "&", lets be ignored.
+        for (const int number : {SIGHUP, SIGINT, SIGQUIT}) { signal(number, SIG_DFL); }
+    }
     void TearDown() override { fs::remove_all(folder); }
 
     /** Runs a shell command; $R is the script with its -o, $P the program. Returns its status. */

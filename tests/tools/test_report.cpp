@@ -6,6 +6,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -18,6 +20,12 @@ namespace {
 
 constexpr const char *app = "/usr/bin/app";
 constexpr const char *lib = "/usr/lib/libveklib.so.1";
+
+/** Returns the path of a file that no other process writes. */
+std::string own_path(const char *name)
+{
+    return testing::TempDir() + name + '.' + std::to_string(getpid());
+}
 
 /** Processes with symbols made by hand. */
 class World {
@@ -241,7 +249,7 @@ TEST_F(Report_, SplitsARowThatIsSuppressedInPart)
 
 TEST(ReadSuppressions, NamesTheLineItDoesNotKnow)
 {
-    const std::string path = testing::TempDir() + "suppressions";
+    const std::string path = own_path("suppressions");
     std::ofstream(path) << "# ours\n\n  leak:load_plugins*  \r\nleak:^x$";
     EXPECT_EQ(read_suppressions(path), (std::vector<std::string>{"load_plugins*", "^x$"}));
     for (const char *wrong : {"leak:", "race:x", "load"}) {
@@ -290,7 +298,7 @@ TEST_F(Report_, BearsChainsWithoutEnd)
 
 std::string read_by_ms_print(const std::string &text)
 {
-    const std::string path = testing::TempDir() + "vek.massif";
+    const std::string path = own_path("vek.massif");
     std::ofstream(path) << text;
     std::string output;
     FILE *const pipe = popen(("ms_print '" + path + "' 2>&1").c_str(), "r");
