@@ -157,6 +157,7 @@ Ended in_child(const std::function<void()> &body)
         const rlimit no_core = {0, 0};
         setrlimit(RLIMIT_CORE, &no_core);
         body();
+        Allocator::fail_nth(0); // counts of the coverage are written at the exit
         exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int status = 0;
