@@ -40,6 +40,9 @@ extern "C" size_t fread(void *bytes, size_t size, size_t count, FILE *file)
     return got + plain_read(static_cast<char *>(bytes) + got * size, size, count - before, file);
 }
 
+/* Defined by the proof that every request is refused, which notes from where the call came. */
+extern "C" [[gnu::weak]] void vektest_refused(const char *request, int onward);
+
 namespace vektest {
 
 std::function<void(FILE *file)> read_hook;
@@ -101,6 +104,7 @@ void *allocate(size_t size, void *)
     ++state.asked;
     if (state.asked == state.failing || (state.failed && state.onward)) {
         state.failed = state.just_failed = true;
+        if (vektest_refused) { vektest_refused("memory", state.onward); }
         return nullptr;
     }
     void *const block = malloc(size);
