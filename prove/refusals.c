@@ -44,9 +44,9 @@ static int find_object(struct dl_phdr_info *info, size_t size, void *data)
         const uintptr_t start = info->dlpi_addr + segment->p_vaddr;
         if (segment->p_type == PT_LOAD && place->address - start < segment->p_memsz) {
             place->offset = place->address - info->dlpi_addr;
-            place->object = info->dlpi_name[0] == '\0'                      ? 'X'
+            place->object = info->dlpi_name[0] == '\0'                     ? 'X'
                             : strstr(info->dlpi_name, "libveklib") != NULL ? 'L'
-                                                                            : '?';
+                                                                           : '?';
             return 1;
         }
     }
