@@ -488,7 +488,7 @@ int load_with_a_failure(const std::string &request, int (*load)())
 void live_with_a_failure(const std::string &request)
 {
     write_file("debug.conf", "mainfile=main\nsend=shared\nreceive=1\n");
-    setenv("VEK_DEBUG_CONFIG", "read=other,mainfile=main", 1);
+    setenv("VEK_DEBUG_CONFIG", "read=/dev/full,mainfile=main", 1);
     const auto initialize = [] { return vek_debug_initialize("debug.conf", "."); };
     if (load_with_a_failure(request, initialize) != 0) { return; } // there is nothing to release
     Allocator::just_failed();
@@ -499,6 +499,7 @@ void live_with_a_failure(const std::string &request)
     EXPECT_TRUE(status == 0 || refused);
     vek_debug_add_domain("disk", disk_flags);
     expect_consistent_streams();
+    vek_debug_print(vek_debug_get_domain("disk"), 1, "lost");
     vek_debug_print(net, 2, "emptied by the load");
     vek_debug_flush(net, 2);
     vek_debug_set_output_setting("receive", "third");

@@ -129,7 +129,8 @@ TEST(SList, DuplicatesWholeOrNotAtAll)
         VekSList *list = nullptr;
         Numbers expected;
         for (const intptr_t number : {1, 2, 3}) {
-            list = vek_slist_append(list, word(number));
+            list = number == 1 ? vek_slist_insert_after(nullptr, word(number))
+                               : vek_slist_append(list, word(number));
             if (!allocator.just_failed()) { expected.push_back(number); }
         }
         EXPECT_EQ(numbers_of(list), expected);
