@@ -38,6 +38,12 @@ ALLOCATOR = re.compile(r'veklib/vekmemory\w*\.cpp')
 WALKS = re.compile(r'vek_hash_foreach|vek_slist_dup')
 # Calls that never ask, although the callee does elsewhere: (function, callee), and the reason.
 NEVER = {('release_everything', 'vek_debug_set_config'): 'without names, nothing is copied'}
+# Sites that only ask again when a request was refused, so that no request of theirs is refused once.
+# The number is that of the call among those alike in the function that is made without a refusal.
+SECOND_TRIES = {
+    ('_vek_str_builder_grow', 'vek_realloc'): (0, 'asks for less after it was refused'),
+    ('_vek_debug_file_to_string', 'fclose'): (-1, 'also closes after another refusal'),
+}
 # Calls of the platform that no test can refuse, or not with any effect.
 EXEMPT = (
     (re.compile(r'malloc|calloc|realloc'), 'the default table: one that refuses takes its place'),
@@ -65,10 +71,9 @@ class Site(NamedTuple):
 
 
 class Refusal(NamedTuple):
-    """A refused request: the mode, what was asked for, and the callers as the recorder wrote
-    them."""
+    """A refused request, with the callers as the recorder wrote them."""
     mode: str
-    request: str
+    request: str  # as in Site
     callers: list[str]
 
 
@@ -173,7 +178,8 @@ class Proof:
             self.failed.append(f'{program.path} failed:\n{result.stdout}')
         with open(log, encoding='ascii') as file:
             lines = [line.split() for line in file]
-        return [Refusal(mode, request, callers) for mode, request, *callers in lines]
+        return [Refusal(mode, 'memory' if request == 'memory' else 'file', callers)
+                for mode, request, *callers in lines]
 
     def _find_places(self) -> None:
         self.library.find_places({call.returns_to for call in self.library.calls})
@@ -184,7 +190,8 @@ class Proof:
 
     def _find_sites(self) -> None:
         through = {int(caller[1:], 16) for refusals in self.refusals for refusal in refusals
-                   for caller in refusal.callers if caller[0] == 'L'}
+                   for caller in refusal.callers
+                   if refusal.request == 'memory' and caller[0] == 'L'}
         calls = asking(self.library, MEMORY.fullmatch, through)
         exported = {self.library.place(call.returns_to)[0] for call in calls}
         for call in calls:
@@ -230,29 +237,43 @@ class Proof:
             reasons = [reason for pattern, reason in EXEMPT if pattern.fullmatch(call.name)]
             if reasons and FILE_SOURCES.match(place):
                 lines.append(f'{place} {function}: {call.name}: {reasons[0]}')
-        return lines + [f'{function}: {callee}: {reason}'
-                        for (function, callee), reason in NEVER.items()]
+        lines += [f'{" ".join(call)}: {reason}' for call, reason in NEVER.items()]
+        return lines + [f'{" ".join(call)}: once, only when made without another refusal: {reason}'
+                        for call, (_, reason) in SECOND_TRIES.items()]
+
+    def sites(self, request: str, mode: str) -> list[Site]:
+        """The sites where a request of this kind can be refused in this mode."""
+        sites = sorted(site for site in self.refused if site.request == request)
+        if mode == 'once':
+            for call, (number, _) in SECOND_TRIES.items():
+                alike = [site for site in sites if (site.function, site.callee) == call]
+                sites = [site for site in sites if site not in alike or site is alike[number]]
+        return sites
 
     def row(self, request: str, mode: str) -> dict[str, Any]:
-        """The row for one kind of request and one mode."""
-        counts = [count for site, count in self.refused.items() if site.request == request]
-        met = sum(count[mode] > 0 for count in counts)
+        """The row for one kind of request and one mode. Prints the sites that were not refused."""
+        sites = self.sites(request, mode)
+        missed = [site for site in sites if self.refused[site][mode] == 0]
+        for site in missed:
+            print(f'not refused {MODES[mode]}: {line_of(site)}')
+        met = len(sites) - len(missed)
         what = {'memory': 'sites that ask for memory', 'file': 'calls of file functions'}[request]
-        share = 100 * met / max(1, len(counts))
-        return common.row(f'{what}, refused {MODES[mode]}', f'{share:.1f} % ({met} of {len(counts)})',
-                          '100 %', met == len(counts) > 0)
+        return common.row(f'{what}, refused {MODES[mode]}',
+                          f'{100 * met / max(1, len(sites)):.1f} % ({met} of {len(sites)})',
+                          '100 %', met == len(sites) > 0)
 
     def write_report(self) -> None:
-        """Writes all sites to the report, and those that are not refused to standard output."""
+        """Writes all sites to the report, and how often each was refused."""
         with open(REPORT, 'w', encoding='utf-8') as report:
-            print('once from then on', file=report)
+            print(*MODES.values(), file=report)
             for site, count in sorted(self.refused.items()):
-                line = f'{site.place} {site.function}: {site.callee}'
-                print(f'{count["once"]:4} {count["onward"]:12} {line}', file=report)
-                for mode, words in MODES.items():
-                    if count[mode] == 0:
-                        print(f'not refused {words}: {line}')
-            print('\nNo sites:', *self.exempt(), sep='\n', file=report)
+                print(f'{count["once"]:4} {count["onward"]:12} {line_of(site)}', file=report)
+            print('\nNot counted:', *self.exempt(), sep='\n', file=report)
+
+
+def line_of(site: Site) -> str:
+    """How a site is shown."""
+    return f'{site.place} {site.function}: {site.callee}'
 
 
 def build() -> str:

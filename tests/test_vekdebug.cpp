@@ -421,6 +421,10 @@ FOLDER_TEST(Debug, OnlyARegularFileThatCanBeReadIsAConfiguration)
         expect_warnings(warnings, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
         EXPECT_EQ(std::filesystem::remove("main"), !Allocator::failed()) << request;
     }
+    for (unsigned n = 1; n == 1 || Allocator::failed(); ++n) { // nothing works any more
+        Allocator::fail_nth(n, true, everything);
+        captured(2, [] { EXPECT_NE(vek_debug_reload_config(), 1); });
+    }
 }
 
 FOLDER_TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)

@@ -124,19 +124,20 @@ constinit struct {
 
 std::unordered_map<void *, size_t> blocks;
 
-bool refuses()
+bool refuses(const char *request)
 {
+    if (strcmp(state.request, request) != 0 && state.request != everything) { return false; }
     ++state.asked;
     if (state.asked != state.failing && !(state.failed && state.onward)) { return false; }
     state.failed = state.just_failed = true;
-    if (vektest_refused) { vektest_refused(state.request, state.onward); }
+    if (vektest_refused) { vektest_refused(request, state.onward); }
     errno = ENOSPC;
     return true;
 }
 
 void *allocate(size_t size, void *)
 {
-    if (state.request == memory && refuses()) { return nullptr; }
+    if (refuses(memory)) { return nullptr; }
     void *const block = malloc(size);
     memset(block, 0xA5, size);
     blocks.emplace(block, size);
@@ -306,7 +307,8 @@ static bool refuses_call(const char *request, void *caller)
 {
     Dl_info library;
     Dl_info from;
-    return strcmp(request, vektest::state.request) == 0 &&
+    return vektest::state.failing != 0 &&
            dladdr(reinterpret_cast<void *>(vek_dump_backtrace), &library) != 0 &&
-           dladdr(caller, &from) != 0 && from.dli_fbase == library.dli_fbase && vektest::refuses();
+           dladdr(caller, &from) != 0 && from.dli_fbase == library.dli_fbase &&
+           vektest::refuses(request);
 }

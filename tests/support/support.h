@@ -118,6 +118,7 @@ FILE *plain_open(const char *path, const char *mode);
 
 /** What fail_nth() lets fail unless it names a file function. */
 inline constexpr const char memory[] = "memory";
+inline constexpr const char everything[] = "everything";
 
 /** The allocator table under test conditions, installed for the life of the object (one at a time).
  *  Blocks are poisoned when handed out and when released. The test fails if anything but a live
