@@ -38,7 +38,7 @@ ALLOCATOR = re.compile(r'veklib/vekmemory\w*\.cpp')
 WALKS = re.compile(r'vek_hash_foreach|vek_slist_dup')
 # Calls that never ask, although the callee does elsewhere: (function, callee), and the reason.
 NEVER = {('release_everything', 'vek_debug_set_config'): 'without names, nothing is copied'}
-# Sites that only ask again when a request was refused, so that no request of theirs is refused once.
+# Sites that only ask after another request was refused, so none of theirs is refused once.
 # The number is that of the call among those alike in the function that is made without a refusal.
 SECOND_TRIES = {
     ('_vek_str_builder_grow', 'vek_realloc'): (0, 'asks for less after it was refused'),
