@@ -415,23 +415,20 @@ FOLDER_TEST(Debug, OnlyARegularFileThatCanBeReadIsAConfiguration)
     const std::string lines(20000, '\n');
     write_file("debug.conf", lines + "mainfile=main" + lines + lines);
     vek_debug_set_config("debug.conf", ".");
-    const auto reload = [] { EXPECT_EQ(vek_debug_reload_config(), 0); };
-    const int unreadable = open("/dev/null", O_WRONLY);
-    read_hook = [=](FILE *file) { dup2(unreadable, fileno(file)); };
-    expect_warnings({}, reload);
-    read_hook = [](FILE *file) { close(fileno(file)); };
-    expect_warnings({{"_vek_debug_file_to_string", "!fclose(input)"}}, reload);
-    read_hook = nullptr;
-    open_hook = [](const char *, const char *mode) { // a file without a size
-        static char text[] = "mainfile=main\n";
-        return fmemopen(text, sizeof text, mode);
-    };
-    reload();
-    open_hook = nullptr;
-    close(unreadable);
-    EXPECT_FALSE(std::filesystem::exists("main"));
-    reload();
-    EXPECT_TRUE(std::filesystem::exists("main"));
+    const std::pair<const char *, std::vector<Check>> failures[] = {
+        {"fstat", {}},
+        {"fread", {}},
+        {"fclose", {{"_vek_debug_file_to_string", "!fclose(input)"}}},
+        {"none", {}}};
+    for (const auto &[request, warnings] : failures) {
+        Allocator::fail_nth(1, false, request);
+        expect_warnings(warnings, [] { EXPECT_EQ(vek_debug_reload_config(), 0); });
+        EXPECT_EQ(std::filesystem::remove("main"), !Allocator::failed()) << request;
+    }
+    for (unsigned n = 1; n == 1 || Allocator::failed(); ++n) { // nothing works any more
+        Allocator::fail_nth(n, true, everything);
+        captured(2, [] { EXPECT_NE(vek_debug_reload_config(), 1); });
+    }
 }
 
 FOLDER_TEST(Debug, AMainFileOpenedAgainServesFlagsThatAreNotReached)
@@ -483,58 +480,67 @@ FOLDER_TEST(Debug, AFileThatCannotBeOpenedIsReported)
     vek_debug_print(net, 1, "after the end"); // the domain is gone and must not be read
 }
 
-/** Runs debug output from start to stop while something fails: an allocation if `memory`, else the
- *  opening of a file. */
-void live_with_a_failure(bool memory)
+/** Expects that a configuration is loaded, and returns the status. A source that cannot be read is
+ *  an error only without memory. */
+int load_with_a_failure(const std::string &request, int (*load)())
 {
-    write_file("debug.conf", "mainfile=main\nsend=shared\nreceive=1\n");
-    setenv("VEK_DEBUG_CONFIG", "read=other,mainfile=main", 1);
-    int started = -1;
-    const std::string text =
-        captured(1, [&] { started = vek_debug_initialize("debug.conf", "."); });
-    // A setting that cannot be stored is left out; if a source cannot be read, the start fails.
-    EXPECT_TRUE(started == 0 || (started == 2 && Allocator::failed()));
-    EXPECT_TRUE(started != 0 || !memory || text.find(banner) < text.rfind(banner)) << text;
-    if (started != 0) { return; } // there is nothing to release
+    int status = -1;
     Allocator::just_failed();
-    const int status = vek_debug_add_domain("net", net_flags);
-    EXPECT_TRUE(status == 0 || (status == 2 && Allocator::just_failed()));
-    EXPECT_EQ(status == 0, vek_debug_get_domain("net") != nullptr);
-    vek_debug_add_domain("disk", disk_flags);
-    expect_consistent_streams();
-    vek_debug_print(vek_debug_get_domain("net"), 1, "%s", "text");
-    vek_debug_set_output_setting("receive", "third");
-    Allocator::just_failed();
-    const int loaded = vek_debug_reload_config();
-    EXPECT_TRUE(loaded == 0 || (loaded == 2 && Allocator::just_failed()));
-    expect_consistent_streams();
-    vek_debug_set_output_setting("send", "shared");
-    vek_debug_print(nullptr, 0, "text");
-    vek_debug_finalize();
+    const std::string text = captured(1, [&] { status = load(); });
+    const bool both = text.find(banner) < text.rfind(banner);
+    EXPECT_TRUE(both || Allocator::just_failed()) << text;
+    EXPECT_EQ(status, both || request != memory ? 0 : 2) << text;
+    return status;
 }
 
-TEST(Debug, FailCleanly)
+/** Runs debug output from start to stop while a request fails. */
+void live_with_a_failure(const std::string &request)
 {
-    for (const bool memory : {true, false}) {
-        in_folder([&] {
-            static int opens_left;
-            open_hook = [](const char *path, const char *mode) -> FILE * {
-                if (--opens_left != 0) { return plain_open(path, mode); }
-                errno = EMFILE;
-                return nullptr;
-            };
+    write_file("debug.conf", "mainfile=main\nsend=shared\nreceive=1\n");
+    setenv("VEK_DEBUG_CONFIG", "read=/dev/full,mainfile=main", 1);
+    const auto initialize = [] { return vek_debug_initialize("debug.conf", "."); };
+    if (load_with_a_failure(request, initialize) != 0) { return; } // there is nothing to release
+    Allocator::just_failed();
+    const int status = vek_debug_add_domain("net", net_flags);
+    const bool refused = Allocator::just_failed() && request == memory;
+    VekDebugDomain *const net = vek_debug_get_domain("net");
+    EXPECT_EQ(status, net != nullptr ? 0 : 2);
+    EXPECT_TRUE(status == 0 || refused);
+    vek_debug_add_domain("disk", disk_flags);
+    expect_consistent_streams();
+    vek_debug_print(vek_debug_get_domain("disk"), 1, "lost");
+    vek_debug_print(net, 2, "emptied by the load");
+    vek_debug_flush(net, 2);
+    vek_debug_set_output_setting("receive", "third");
+    load_with_a_failure(request, vek_debug_reload_config);
+    expect_consistent_streams();
+    vek_debug_set_output_setting("send", "shared");
+    Allocator::just_failed();
+    vek_debug_print(net, 1, "text");
+    vek_debug_print(nullptr, 0, "main text");
+    const bool printed = request == "vfprintf" && !Allocator::just_failed();
+    write_file("debug.conf", "x");
+    setenv("VEK_DEBUG_CONFIG", "", 1);
+    vek_debug_reload_config();
+    vek_debug_print(nullptr, 0, "standard output"); // unless the main file has stayed
+    vek_debug_finalize();
+    const std::string harmless = "fflush fputs fwrite stat vprintf";
+    if (printed || contains(harmless, request) || !Allocator::failed()) {
+        EXPECT_EQ(content_of("shared"), "text");
+        EXPECT_EQ(content_of("main"), "main text");
+    }
+}
+
+TEST(Debug, FailsCleanly)
+{
+    for (const char *const request : {memory, "fclose", "fflush", "fopen", "fputs", "fread",
+                                      "fstat", "fwrite", "stat", "vfprintf", "vprintf"}) {
+        in_folder([request] {
             const size_t before = open_descriptors();
-            bool failed = true;
-            for (int n = 1; failed && !testing::Test::HasFailure(); ++n) {
-                SCOPED_TRACE(testing::Message() << (memory ? "allocation " : "open ") << n);
-                Allocator::fail_nth(memory ? static_cast<unsigned>(n) : 0);
-                opens_left = memory ? INT_MAX : n;
-                captured(1, [&] { captured(2, [&] { live_with_a_failure(memory); }); });
-                failed = Allocator::failed() || opens_left <= 0;
-                opens_left = INT_MAX;
+            fail_each(request, [&] {
+                captured(2, [&] { live_with_a_failure(request); });
                 EXPECT_EQ(open_descriptors(), before);
-                EXPECT_EQ(Allocator::live(), 0u);
-            }
+            });
         });
     }
 }

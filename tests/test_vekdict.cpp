@@ -95,8 +95,9 @@ struct Reads {
     VekSList *list = nullptr;
 };
 
-/** Stores every kind of datum through a typed dictionary, each in place of the one before. */
-template <typename Of>
+/** Stores every kind of datum through a typed dictionary: each in place of the one before, or, with
+ *  `fresh`, each as an item that needs another segment. */
+template <typename Of, bool fresh = false>
 void store_every_kind(auto key, auto other_key, const char *null_check)
 {
     SCOPED_TRACE(Of::name);
@@ -123,7 +124,10 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
                 EXPECT_EQ(Of::get_slist(from, key), expected.list);
             });
         };
-        const auto stored = [&](int result, int reader, const Reads &expected) {
+        const auto stored = [&](auto put, int reader, const Reads &expected) {
+            if (fresh) { Of::put_int(vek_dict_clear(dict), other_key, -7); }
+            allocator.just_failed();
+            const int result = put();
             EXPECT_EQ(result, allocator.just_failed() ? 0 : 1);
             std::vector<Check> warnings = readers; // all others find another type
             if (reader >= 0) { warnings.erase(warnings.begin() + reader); }
@@ -142,18 +146,20 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
         EXPECT_EQ(Of::get_int(dict, other_key), allocator.just_failed() ? 0 : -7);
 
         // What a put does not take is still the caller's.
-        if (!stored(Of::put_dict(dict, key, child), 3, {.dict = child})) {
+        if (!stored([&] { return Of::put_dict(dict, key, child); }, 3, {.dict = child})) {
             vek_dict_destroy(child);
         }
         for (int i = 0; i < 4; ++i) {
             const auto list_type = static_cast<VekValueType>(VEK_VALUE_SLIST_OF_INT + i);
-            if (stored(Of::put_slist(dict, key, list_type, lists[i]), 4, {.list = lists[i]})) {
+            if (stored([&] { return Of::put_slist(dict, key, list_type, lists[i]); }, 4,
+                       {.list = lists[i]})) {
                 EXPECT_EQ(vek_value_get_type(Of::get_value(dict, key)), list_type);
             } else {
                 vek_slist_free(lists[i], nullptr);
             }
         }
-        if (stored(Of::put_vekstr(dict, key, vek_str_ref(&shared)), 2, {.text = ""})) {
+        if (stored([&] { return Of::put_vekstr(dict, key, vek_str_ref(&shared)); }, 2,
+                   {.text = ""})) {
             EXPECT_EQ(Of::get_vekstr(dict, key), &shared);
             EXPECT_EQ(Of::get_string(dict, key), shared.text);
             EXPECT_TRUE(Of::exists(dict, key));
@@ -161,22 +167,23 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
             EXPECT_EQ(shared.count, 2u);
             vek_str_unref(&shared);
         }
-        if (stored(Of::dup_and_put_string(dict, key, "text"), 2, {.text = "text"})) {
+        if (stored([&] { return Of::dup_and_put_string(dict, key, "text"); }, 2,
+                   {.text = "text"})) {
             EXPECT_EQ(shared.count, 1u);
         }
         for (const double real : {0.5, 0.0}) {
-            if (stored(Of::put_double(dict, key, real), 1, {.real = real})) {
+            if (stored([&] { return Of::put_double(dict, key, real); }, 1, {.real = real})) {
                 EXPECT_EQ(Of::get_double(dict, key), real);
             }
         }
-        if (stored(Of::put_persistent_pointer(dict, key, &allocator), -1, {})) {
+        if (stored([&] { return Of::put_persistent_pointer(dict, key, &allocator); }, -1, {})) {
             EXPECT_EQ(Of::get_pointer(dict, key), &allocator);
         }
         VekValue value;
         vek_value_set_slist_of_ptr(&value, nullptr);
-        const int put = stored(Of::put_value(dict, key, &value), 4, {});
+        const int put = stored([&] { return Of::put_value(dict, key, &value); }, 4, {});
         EXPECT_EQ(value.vt == nullptr, put == 1);
-        stored(Of::put_int(dict, key, 0), 0, {.integer = 0});
+        stored([&] { return Of::put_int(dict, key, 0); }, 0, {.integer = 0});
         EXPECT_TRUE(vek_dict_get_len(dict) == 2 || allocator.failed());
 
         if (VekValue *const datum = Of::get_value(dict, key); datum != nullptr) {
@@ -202,6 +209,7 @@ void store_every_kind(auto key, auto other_key, const char *null_check)
                         });
         vek_dict_destroy(dict);
     });
+    if constexpr (!fresh) { store_every_kind<Of, true>(key, other_key, null_check); }
 }
 
 } // namespace

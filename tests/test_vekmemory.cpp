@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <optional>
 #include <set>
 #include <thread>
@@ -41,13 +42,12 @@ std::string plain(const std::string &text)
     return masked(masked(text, "0x[0-9a-f]+", "P"), "P: ", "");
 }
 
-/** Makes the memory queries read `text` instead of the kernel's; empty: opening the file fails. */
+/** Makes the memory queries read `text` instead of the kernel's. */
 void serve_meminfo(const char *text)
 {
     open_hook = [text](const char *path, const char *mode) -> FILE * {
         if (strcmp(path, "/proc/meminfo") != 0) { return plain_open(path, mode); }
-        errno = ENOENT;
-        return *text != '\0' ? fmemopen(const_cast<char *>(text), strlen(text), mode) : nullptr;
+        return fmemopen(const_cast<char *>(text), strlen(text), mode);
     };
 }
 
@@ -144,6 +144,7 @@ TEST(Memory, QueriesReadMeminfo)
         const auto ended = in_clean_child([&] {
             setenv("VEK_MALLOC_TRACE", "99999999999999999999", 1); // out of range: errno must stay
             serve_meminfo(row.text);
+            Allocator::fail_nth(*row.text == '\0', false, "fopen");
             errno = EDOM;
             EXPECT_EQ(vek_malloc_get_total_bytes(), row.total) << row.text;
             vek_malloc_get_free_bytes();
@@ -252,23 +253,46 @@ TEST(Trace, PrintsNumbersAsPrintfDoes)
 TEST(Trace, GoesWhereTheEnvironmentSays)
 {
     const std::string path = testing::TempDir() + "/veklib-trace-" + std::to_string(getpid());
-    const auto traced = [](const char *file) {
-        return in_clean_child([&] {
-            setenv("VEK_MALLOC_TRACE", "1", 1);
-            setenv("VEK_MALLOC_TRACE_FILE", file, 1);
-            errno = EDOM;
-            vek_free(vek_malloc(16));
-            EXPECT_EQ(errno, EDOM);
-            _exit(testing::Test::HasFailure()); // without flushing: lines are in the file already
-        });
+    const std::string lines = "vek_malloc(16) => P [#1]\nvek_free(P)\n";
+    const struct {
+        const char *request; ///< what fails, the first time or always
+        bool onward;
+        std::string in_file;
+        std::string on_stderr = "";
+        size_t total = 2097152; ///< what the query then finds
+        std::string file = "";  ///< in place of `path`
+    } rows[] = {
+        {"none", false, lines},
+        {"none", false, "old", "/nonexistent/trace: No such file or directory\n" + lines, 2097152,
+         "/nonexistent/trace"},
+        {"none", false, "old", "", 2097152, "/dev/full"},
+        {"fopen", false, "old", path + ": No space left on device\n" + lines},
+        {"fopen", true, "old", path + ": No space left on device\n" + lines, SIZE_MAX},
+        {"fwrite", false, "vek_free(P)\n"},
+        {"fwrite", true, ""},
+        {"fgets", false, lines, "", SIZE_MAX},
+        {"fgets", true, lines, "", SIZE_MAX},
+        {"fclose", false, lines},
+        {"fclose", true, lines},
     };
-    const std::string expected = "vek_malloc(16) => P [#1]\nvek_free(P)\n";
-    for (int i = 0; i < 2; ++i) { EXPECT_EQ(traced(path.c_str()).err, ""); } // empties the file
-    EXPECT_EQ(plain(content_of(path)), expected);
+    for (const auto &row : rows) {
+        std::ofstream(path) << "old"; // a trace empties the file
+        const auto ended = in_clean_child([&] {
+            setenv("VEK_MALLOC_TRACE", "1", 1);
+            setenv("VEK_MALLOC_TRACE_FILE", (row.file.empty() ? path : row.file).c_str(), 1);
+            serve_meminfo("MemTotal: 2048 kB\n");
+            Allocator::fail_nth(1, row.onward, row.request);
+            errno = EDOM;
+            void *const block = vek_malloc(16);
+            EXPECT_NE(block, nullptr);
+            vek_free(block);
+            EXPECT_EQ(vek_malloc_get_total_bytes(), row.total);
+            EXPECT_EQ(errno, EDOM);
+            EXPECT_EQ(plain(content_of(path)), row.in_file); // each line is in the file at once
+        });
+        EXPECT_EQ(plain(ended.err), row.on_stderr) << row.request;
+    }
     unlink(path.c_str());
-
-    EXPECT_EQ(plain(traced("/nonexistent/trace").err),
-              "/nonexistent/trace: No such file or directory\n" + expected);
 
     const auto lost = in_child([] {
         setenv("VEK_MALLOC_TRACE_FILE", "/nonexistent/trace", 1);

@@ -33,8 +33,20 @@ TEST(Name, InternsEachTextOnce)
                 vek_str_unref(vekstr);
             }
         }
-        VekName *const empty = vek_name_from_string(table, "", 4);
-        EXPECT_EQ(empty == nullptr, allocator.just_failed());
+        VekStr empty = {1, ""};
+        VekName *const none = vek_name_from_vek_str(table, &empty, 4);
+        EXPECT_EQ(none == nullptr, allocator.just_failed());
+        captured(2, [&] { // a table that cannot grow warns, and takes the name all the same
+            for (char last = 'a'; last <= 'j'; ++last) {
+                const char next[] = {'n', last, '\0'};
+                const uint32_t size = table->hash->table_size;
+                VekName *const made = vek_name_from_string(table, next, last);
+                EXPECT_EQ(vek_name_try_string(table, next), made);
+                const bool failed = allocator.just_failed();
+                EXPECT_TRUE(made != nullptr || failed);
+                EXPECT_TRUE(!failed || table->hash->table_size == size);
+            }
+        });
         vek_name_table_destroy(&table);
         EXPECT_EQ(table, nullptr);
         vek_name_table_destroy(&table);

@@ -40,9 +40,11 @@ TEST(Stack, IsLastInFirstOut)
 
     vek_stack_push(&stack, nullptr);
     EXPECT_EQ(vek_stack_is_empty(&stack), 0);
-    allocator.fail_nth(1);
-    const std::string text = captured(2, [&] { vek_stack_push(&stack, word(2)); });
-    EXPECT_TRUE(contains(text, "vek_stack_push: no memory, the element was not pushed\n")) << text;
+    for (const bool onward : {false, true}) {
+        allocator.fail_nth(1, onward);
+        const std::string text = captured(2, [&] { vek_stack_push(&stack, word(2)); });
+        EXPECT_TRUE(contains(text, "vek_stack_push: no memory, the element was not pushed\n"));
+    }
     EXPECT_EQ(vek_stack_pop(&stack), nullptr);
     EXPECT_EQ(vek_stack_is_empty(&stack), 1);
 }

@@ -63,10 +63,21 @@ TEST(StrBuilder, AppendsOrRemembersTheFailure)
                 static_cast<void>(
                     allocator.just_failed()); // a block that cannot be shrunk is no failure
             }
-            for (const bool as_vekstr : {false, true}) {
-                VekStrBuilder empty = {};
-                const std::string text = handed_over(&empty, as_vekstr);
-                EXPECT_EQ(text, allocator.just_failed() ? "(null)" : "");
+            const std::pair<int (*)(VekStrBuilder *), std::string> firsts[] = {
+                {[](VekStrBuilder *) { return 1; }, ""}, {EDIT(append_n, "ab", 1), "a"},
+                {EDIT(append_n, nullptr, 0), ""},        {EDIT(append_char, 'b'), "b"},
+                {EDIT(append_printf, "%c", 'c'), "c"},
+            };
+            for (const auto &[append, result] : firsts) {
+                for (const bool as_vekstr : {false, true}) {
+                    VekStrBuilder builder = {};
+                    const bool done = append(&builder);
+                    EXPECT_TRUE(allocator.just_failed() || done);
+                    const bool is_empty = builder.str == nullptr;
+                    const std::string text = handed_over(&builder, as_vekstr);
+                    const bool lost = allocator.just_failed() && is_empty;
+                    EXPECT_EQ(text, done && !lost ? result : "(null)");
+                }
             }
         });
     }

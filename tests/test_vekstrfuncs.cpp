@@ -37,6 +37,7 @@ TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
         {[] { return vek_strdup_printf("%d-%s", 7, "x"); }, "7-x"},
         {[] { return vek_strdup_printf("%0255d", 0); }, std::string(255, '0')},
         {[] { return vek_strdup_printf("%0256d", 0); }, std::string(256, '0')},
+        {[] { return with_list<vek_strdup_vprintf>("%s", "x"); }, "x"},
         {[] { return static_cast<char *>(vek_memdup("a\0b", 4)); }, {"a\0b", 3}},
     };
     fail_each_allocation([&](Allocator &allocator) {

@@ -4,9 +4,11 @@
 #endif
 #include "support.h"
 
+#include <veklib/vekdiag.h>
 #include <veklib/vekmemory.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,32 +19,55 @@
 
 #include <dlfcn.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-/* Defined in the test program, this fopen() takes the place of the platform's. */
-extern "C" FILE *fopen(const char *path, const char *mode)
+/* Defined by the proof that every request is refused, which notes from where the call came. */
+extern "C" [[gnu::weak]] void vektest_refused(const char *request, int onward);
+
+/* Defined in the test program, these functions take the place of the platform's. A call that fails
+ * sets errno and returns `failure`. fclose() closes the file all the same; fread() reads half. */
+static bool refuses_call(const char *request, void *caller);
+#define MAY_FAIL(result, name, failure, parameters, arguments)                                     \
+    extern "C" result failing_##name parameters __asm__(#name);                                    \
+    result failing_##name parameters                                                               \
+    {                                                                                              \
+        static const auto plain =                                                                  \
+            reinterpret_cast<decltype(&failing_##name)>(dlsym(RTLD_NEXT, #name));                  \
+        return refuses_call(#name, __builtin_return_address(0)) ? failure : plain arguments;       \
+    }
+MAY_FAIL(int, fclose, (plain(file), errno = ENOSPC, EOF), (FILE * file), (file))
+MAY_FAIL(int, fflush, file != nullptr ? EOF : plain(file), (FILE * file), (file))
+MAY_FAIL(int, fputs, EOF, (const char *text, FILE *file), (text, file))
+MAY_FAIL(int, fstat, -1, (int fd, struct stat *into), (fd, into))
+MAY_FAIL(int, stat, -1, (const char *path, struct stat *into), (path, into))
+MAY_FAIL(int, vfprintf, -1, (FILE * file, const char *format, va_list args), (file, format, args))
+MAY_FAIL(int, vprintf, -1, (const char *format, va_list args), (format, args))
+MAY_FAIL(char *, fgets, nullptr, (char *text, int size, FILE *file), (text, size, file))
+MAY_FAIL(size_t, fread, (count = plain(bytes, size, count / 2, file), fputc(0, file), count),
+         (void *bytes, size_t size, size_t count, FILE *file), (bytes, size, count, file))
+MAY_FAIL(size_t, fwrite, 0, (const void *bytes, size_t size, size_t count, FILE *file),
+         (bytes, size, count, file))
+
+static FILE *open_or_fail(const char *path, const char *mode, void *caller)
 {
+    if (refuses_call("fopen", caller)) { return nullptr; }
     return vektest::open_hook ? vektest::open_hook(path, mode) : vektest::plain_open(path, mode);
 }
-#ifndef fopen64
-extern "C" FILE *fopen64(const char *path, const char *mode) { return fopen(path, mode); }
-#endif
-
-extern "C" size_t fread(void *bytes, size_t size, size_t count, FILE *file)
+extern "C" FILE *fopen(const char *path, const char *mode)
 {
-    using Read = size_t(void *, size_t, size_t, FILE *);
-    static Read *const plain_read = reinterpret_cast<Read *>(dlsym(RTLD_NEXT, "fread"));
-    const size_t before = vektest::read_hook ? count / 2 : count;
-    const size_t got = plain_read(bytes, size, before, file);
-    if (before == count) { return got; }
-    vektest::read_hook(file);
-    return got + plain_read(static_cast<char *>(bytes) + got * size, size, count - before, file);
+    return open_or_fail(path, mode, __builtin_return_address(0));
 }
+#ifndef fopen64
+extern "C" FILE *fopen64(const char *path, const char *mode)
+{
+    return open_or_fail(path, mode, __builtin_return_address(0));
+}
+#endif
 
 namespace vektest {
 
-std::function<void(FILE *file)> read_hook;
 std::function<FILE *(const char *path, const char *mode)> open_hook;
 
 FILE *plain_open(const char *path, const char *mode)
@@ -87,8 +112,9 @@ private:
     FILE *file_;
 };
 
-struct AllocatorState {
-    std::unordered_map<void *, size_t> live;
+/* Which requests fail, and what has become of them. */
+constinit struct {
+    const char *request = memory;
     unsigned asked = 0;
     unsigned failing = 0;
     bool onward = false;
@@ -96,28 +122,37 @@ struct AllocatorState {
     bool just_failed = false;
 } state;
 
+std::unordered_map<void *, size_t> blocks;
+
+bool refuses(const char *request)
+{
+    if (strcmp(state.request, request) != 0 && state.request != everything) { return false; }
+    ++state.asked;
+    if (state.asked != state.failing && !(state.failed && state.onward)) { return false; }
+    state.failed = state.just_failed = true;
+    if (vektest_refused) { vektest_refused(request, state.onward); }
+    errno = ENOSPC;
+    return true;
+}
+
 void *allocate(size_t size, void *)
 {
-    ++state.asked;
-    if (state.asked == state.failing || (state.failed && state.onward)) {
-        state.failed = state.just_failed = true;
-        return nullptr;
-    }
+    if (refuses(memory)) { return nullptr; }
     void *const block = malloc(size);
     memset(block, 0xA5, size);
-    state.live.emplace(block, size);
+    blocks.emplace(block, size);
     return block;
 }
 
 void release(void *block, void *)
 {
-    const auto found = state.live.find(block);
-    if (found == state.live.end()) {
+    const auto found = blocks.find(block);
+    if (found == blocks.end()) {
         ADD_FAILURE() << "release of a block that is not live";
         return;
     }
     memset(block, 0xDD, found->second);
-    state.live.erase(found);
+    blocks.erase(found);
     free(block);
 }
 
@@ -131,8 +166,8 @@ void *allocate_zeros(size_t count, size_t size, void *)
 void *reallocate(void *block, size_t size, void *)
 {
     void *const moved = allocate(size, nullptr);
-    const auto old = state.live.find(block);
-    if (moved != nullptr && old != state.live.end()) {
+    const auto old = blocks.find(block);
+    if (moved != nullptr && old != blocks.end()) {
         memcpy(moved, block, std::min(size, old->second));
         release(block, nullptr);
     }
@@ -217,7 +252,6 @@ std::vector<Check> same_check(const std::string &functions, const std::string &c
 
 Allocator::Allocator()
 {
-    state = {};
     VekMemoryVtable table = {}; // the operations that the library and its headers call
     table.malloc = allocate;
     table.calloc = allocate_zeros;
@@ -228,16 +262,14 @@ Allocator::Allocator()
 
 Allocator::~Allocator()
 {
-    EXPECT_EQ(state.live.size(), 0u) << "blocks are not released";
+    EXPECT_EQ(blocks.size(), 0u) << "blocks are not released";
     vek_set_memory_vtable(nullptr);
+    fail_nth(0);
 }
 
-void Allocator::fail_nth(unsigned n, bool onward)
+void Allocator::fail_nth(unsigned n, bool onward, const char *request)
 {
-    state.asked = 0;
-    state.failing = n;
-    state.onward = onward;
-    state.failed = state.just_failed = false;
+    state = {request, 0, n, onward, false, false};
 }
 
 bool Allocator::failed() { return state.failed; }
@@ -246,21 +278,38 @@ bool Allocator::just_failed() { return std::exchange(state.just_failed, false); 
 
 unsigned Allocator::allocations() { return state.asked; }
 
-size_t Allocator::live() { return state.live.size(); }
+size_t Allocator::live() { return blocks.size(); }
 
-void fail_each_allocation(const std::function<void(Allocator &)> &scenario)
+void fail_each(const char *request, const std::function<void()> &body)
 {
     for (const bool onward : {false, true}) {
         bool failed = true;
         for (unsigned n = 1; failed && !testing::Test::HasFailure(); ++n) {
-            SCOPED_TRACE(testing::Message() << "allocation " << n << (onward ? " and on" : ""));
-            Allocator allocator;
-            allocator.fail_nth(n, onward);
-            scenario(allocator);
-            failed = allocator.failed();
-            EXPECT_EQ(allocator.live(), 0u);
+            SCOPED_TRACE(testing::Message() << request << " " << n << (onward ? " and on" : ""));
+            Allocator::fail_nth(n, onward, request);
+            body();
+            failed = Allocator::failed();
+            EXPECT_EQ(Allocator::live(), 0u);
         }
     }
+    Allocator::fail_nth(0);
+}
+
+void fail_each_allocation(const std::function<void(Allocator &)> &scenario)
+{
+    Allocator allocator;
+    fail_each(memory, [&] { scenario(allocator); });
 }
 
 } // namespace vektest
+
+/** Whether a call of a file function is to fail: one that the library makes. */
+static bool refuses_call(const char *request, void *caller)
+{
+    Dl_info library;
+    Dl_info from;
+    return vektest::state.failing != 0 &&
+           dladdr(reinterpret_cast<void *>(vek_dump_backtrace), &library) != 0 &&
+           dladdr(caller, &from) != 0 && from.dli_fbase == library.dli_fbase &&
+           vektest::refuses(request);
+}

@@ -113,11 +113,12 @@ void expect_refusals(First first, const std::vector<Check> &checks, Functions...
  *  fopen() is called. */
 extern std::function<FILE *(const char *path, const char *mode)> open_hook;
 
-/** Called in the middle of every fread() of the process, the library's included; null: nothing. */
-extern std::function<void(FILE *file)> read_hook;
-
 /** The platform's own fopen(). */
 FILE *plain_open(const char *path, const char *mode);
+
+/** What fail_nth() lets fail unless it names a file function. */
+inline constexpr const char memory[] = "memory";
+inline constexpr const char everything[] = "everything";
 
 /** The allocator table under test conditions, installed for the life of the object (one at a time).
  *  Blocks are poisoned when handed out and when released. The test fails if anything but a live
@@ -129,20 +130,25 @@ public:
     Allocator(const Allocator &) = delete;
     Allocator &operator=(const Allocator &) = delete;
 
-    /** Lets the n-th allocation from now fail (0: none), with `onward` all later ones, too. */
-    static void fail_nth(unsigned n, bool onward = false);
-    static bool failed();          ///< whether an allocation has failed since fail_nth()
-    static unsigned allocations(); ///< number of allocations requested since fail_nth()
+    /** Lets the n-th request from now fail (0: none), with `onward` all later ones, too. Requests
+     *  are allocations, or the library's calls of the C library's function `request`; some builds
+     *  call another function in its place, and then none fails. */
+    static void fail_nth(unsigned n, bool onward = false, const char *request = memory);
+    static bool failed();          ///< whether a request has failed since fail_nth()
+    static unsigned allocations(); ///< number of requests since fail_nth()
     static size_t live();          ///< number of blocks that are not released
-    /** Returns whether an allocation has failed since the last call. Call it in a statement of its
+    /** Returns whether a request has failed since the last call. Call it in a statement of its
      *  own: in one statement with the operation, either may be evaluated first. */
     static bool just_failed();
 };
 
-/** Runs `scenario` with the first allocation failing, then with the second, and so on until a run
- *  meets no failure; for each, once with this allocation alone failing and once with all later ones
- *  failing, too. After each operation a scenario asks whether an allocation failed in it, and
- *  expects what is documented for that case. At its end it releases everything. */
+/** Runs `body` with the first request failing, then with the second, and so on until a run meets no
+ *  failure; for each, once with this request alone failing and once with all later ones failing,
+ *  too. After each operation `body` asks whether a request failed in it, and expects what is
+ *  documented for that case. At its end it releases everything. */
+void fail_each(const char *request, const std::function<void()> &body);
+
+/** fail_each() for allocations, with an allocator. */
 void fail_each_allocation(const std::function<void(Allocator &)> &scenario);
 
 } // namespace vektest
