@@ -4,10 +4,10 @@
 every build: by each compiler and optimisation, under the sanitizers and valgrind, and for other
 processors.
 
-A build passes if none of its tests fails, and if it runs every test of gcc-O2 that LEFT_OUT does
-not name. The folder build/prove/builds/ holds for each build its folder, its output (NAME.txt) and
-its results (NAME.xml). The other processors need the packages that `./dev prove` unpacks. --quick
-runs nothing: `./dev test`, `check` and `cross` have most of these builds.
+A build passes if none of its tests fails, and if it has every test of the last run of gcc-O2 but
+those that it leaves out for a reason. build/prove/builds/ has each build's folder, its output
+(NAME.txt) and its results (NAME.xml). The other processors need the packages that `./dev prove`
+unpacks. --quick runs nothing: `./dev test`, `check` and `cross` have most of these builds.
 """
 import dataclasses
 import os
