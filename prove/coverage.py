@@ -114,7 +114,7 @@ def read_list() -> list[tuple[Place, str]]:
                 place, reason = listed[-1]
                 listed[-1] = (place, f'{reason} {line.strip()}'.strip())
             elif line.strip() and not line.startswith('#'):
-                common.fail(f'{LIST}:{number}: write "FILE: MISSED: TEXT", and below it the reason, '
+                common.fail(f'{LIST}:{number}: write "FILE: MISSED: TEXT", and the reason below, '
                             'indented')
     for place, reason in listed:
         if not reason:
