@@ -57,14 +57,15 @@ def count(quick: bool) -> dict[str, Any]:
     """Builds and runs the tests; returns gcovr's report."""
     for place, _, names in os.walk(os.path.join(common.FOLDER, 'coverage')):
         for name in names:
-            if name.endswith('.gcda'): # counts of an earlier run
+            if name.endswith('.gcda'):  # counts of an earlier run
                 os.remove(os.path.join(place, name))
     folder = common.build('coverage', 'coverage')
     # The tour's programs are compiled by its test, without counters.
     common.run(['ctest', '--test-dir', folder, '--output-on-failure', '-j2', '-E', '^tour$'])
     report = os.path.join(folder, 'gcovr.json')
     common.run(['gcovr', '--root', '.', '--filter', 'veklib/', '--exclude-throw-branches', '-j2',
-                '--json', report, f'{folder}/CMakeFiles/veklib.dir', f'{folder}/tests'])
+                '--json', report, f'{folder}/CMakeFiles/veklib.dir', f'{folder}/fuzz',
+                f'{folder}/tests'])
     if not quick:
         html = os.path.join(folder, 'html')
         os.makedirs(html, exist_ok=True)
