@@ -59,7 +59,7 @@ char c;                ///< a character
 std::string letter;    ///< the same as a text
 const char *format;    ///< takes a text and an integer, which is the character
 std::string formatted; ///< `words` and the character in this format
-bool converts;         ///< whether that is possible
+int length;            ///< how many characters that takes; negative if it is impossible
 bool warns;            ///< whether the operation is to warn
 
 const char *read_text(Input &input)
@@ -93,8 +93,8 @@ void read(Input &input)
     words = value;
     part = words.substr(0, n);
     char buffer[4096];
-    converts = snprintf(buffer, sizeof buffer, format, value, n) >= 0;
-    formatted = converts ? buffer : "";
+    length = snprintf(buffer, sizeof buffer, format, value, n);
+    formatted = length >= 0 ? buffer : "";
     warns = refused = false;
 }
 
@@ -165,20 +165,20 @@ void take_built()
 void compare()
 {
     const auto sign = [](int number) { return (number > 0) - (number < 0); };
-    const auto key = [](const VekStr *string, size_t length) { // null comes first
-        return string != nullptr ? "+" + texts[string].substr(0, length) : "";
+    const auto key = [](const VekStr *string, size_t size) { // null comes first
+        return string != nullptr ? "+" + texts[string].substr(0, size) : "";
     };
-    const size_t length = n % 16;
+    const size_t start = n % 16;
     const int whole = key(old, UINT_MAX).compare(key(*other, UINT_MAX));
     require(sign(vek_strcmp(old, *other)) == sign(whole));
     require(vek_str_eq(old, *other) == (whole == 0));
-    require(sign(vek_strncmp(old, *other, length)) ==
-            sign(key(old, length).compare(key(*other, length))));
+    require(sign(vek_strncmp(old, *other, start)) ==
+            sign(key(old, start).compare(key(*other, start))));
     warns = old == nullptr || text == nullptr;
     require(vek_str_eq_c_str(old, text) == (!warns && head == words));
-    require(vek_str_neq_c_str(old, text, length) ==
-            (old != nullptr && (length == 0 || text != nullptr) &&
-             key(old, length) == "+" + words.substr(0, length)));
+    require(vek_str_neq_c_str(old, text, start) ==
+            (old != nullptr && (start == 0 || text != nullptr) &&
+             key(old, start) == "+" + words.substr(0, start)));
 }
 
 /** Lets a count reach its limit, then edits the string while it is persistent. */
@@ -254,7 +254,7 @@ const Operation operations[] = {
     // Strings
     [] { made(vek_str_create(text), words, !no_text()); },
     create_part,
-    [] { made(vek_str_create_printf(format, value, n), formatted, converts); },
+    [] { made(vek_str_create_printf(format, value, n), formatted, length >= 0); },
     [] { vek_str_force_destroy(std::exchange(*variable, nullptr)); },
     [] { require(vek_str_assign(variable, other) == *other); },
     count_references,
@@ -268,13 +268,15 @@ const Operation operations[] = {
     [] { edited(vek_str_append_char(variable, c), head + letter); },
     [] { edited(vek_str_prepend_char(variable, c), c != 0 ? letter + head : ""); },
     append_string,
-    [] { edited(vek_str_append_printf(variable, format, value, n), head + formatted, converts); },
+    [] {
+        edited(vek_str_append_printf(variable, format, value, n), head + formatted, length >= 0);
+    },
     // Builder
     [] { warns = no_text(), appended(vek_str_builder_append(&builder, text), words); },
     [] { warns = no_part(), appended(vek_str_builder_append_n(&builder, text, n), part); },
     [] { appended(vek_str_builder_append_char(&builder, c), letter); },
     [] {
-        appended(vek_str_builder_append_printf(&builder, format, value, n), formatted, converts);
+        appended(vek_str_builder_append_printf(&builder, format, value, n), formatted, length >= 0);
     },
     [] { vek_str_builder_release(&builder), built.clear(), failed = false; },
     take_built<vek_str_builder_steal_string>,
@@ -282,7 +284,7 @@ const Operation operations[] = {
     // Plain texts
     [] { warns = no_text(), made(vek_strdup(text), words, !warns); },
     [] { warns = no_part(), made(vek_strndup(text, n), part, !warns && n != 0); },
-    [] { made(vek_strdup_printf(format, value, n), formatted, converts && formatted != ""); },
+    [] { made(vek_strdup_printf(format, value, n), formatted, length > 0); },
     copy_block,
     copy_to_buffer,
 };
