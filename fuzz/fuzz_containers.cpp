@@ -3,60 +3,19 @@
  * input are an operation and its two arguments. One operation lets a later request for memory fail:
  * the containers must then be as their headers promise, and work again afterwards. */
 #include <veklib/vekintdict.h>
-#include <veklib/vekmemory.h>
 #include <veklib/veknamedict.h>
 #include <veklib/vekstack.h>
 #include <veklib/vekstrdict.h>
 
-#include <algorithm>
-#include <array>
+#include "support.h"
+
 #include <bitset>
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <utility>
 #include <vector>
 
-#include <malloc.h>
+using namespace fuzz;
 
 namespace {
-
-void require(bool condition)
-{
-    if (!condition) { abort(); }
-}
-
-/* ---- Memory ---- */
-
-size_t live;            ///< blocks that are not released
-unsigned until_refusal; ///< which request from now on is refused; 0: none
-bool refuses_onward;    ///< then all later ones, too
-bool refused;           ///< a request was refused
-
-bool was_refused() { return std::exchange(refused, false); }
-
-void *allocate(size_t size, void *)
-{
-    if (until_refusal > 0 && --until_refusal == 0) {
-        until_refusal = refuses_onward;
-        refused = true;
-        return nullptr;
-    }
-    ++live;
-    return memset(malloc(size), 0xA5, size);
-}
-
-void *allocate_zeros(size_t count, size_t size, void *caller)
-{
-    void *const block = allocate(count * size, caller);
-    return block != nullptr ? memset(block, 0, count * size) : nullptr;
-}
-
-void release(void *block, void *)
-{
-    --live;
-    free(memset(block, 0xDD, malloc_usable_size(block)));
-}
 
 /* ---- Elements ---- */
 
@@ -83,6 +42,17 @@ void note(void *element) { seen.push_back(element); }
 
 void expect_seen(const Elements &expected) { require(std::exchange(seen, {}) == expected); }
 
+/** What `make` makes: if memory is refused, nothing, and then something without refusals. */
+template <typename Make>
+auto made(Make make)
+{
+    const auto result = make();
+    require((result == nullptr) == refused);
+    if (!was_refused()) { return result; }
+    refuse(0, false);
+    return make();
+}
+
 /* ---- Hash tables ---- */
 
 struct Mode {
@@ -104,23 +74,14 @@ const Mode modes[] = {
      1, false},
 };
 
-using Entry = std::array<void *, 2>; ///< key and value
-
 VekHash *hash;
 Mode mode;
-const void *replacement;          ///< the value that a key has while its old one is released
-std::map<unsigned, Entry> hashed; ///< key and value by number, which is the value's last byte
+const void *replacement;             ///< what a key has while its old value is released
+std::map<unsigned, Elements> hashed; ///< key and value by number, which is the value's last byte
 
 void *key_of(unsigned number, unsigned copy = 0)
 {
     return mode.step == 0 ? text_of(number, copy) : word((uintptr_t{number} - 100) * mode.step);
-}
-
-void expect_entry_seen(const Entry &entry)
-{
-    require(seen.size() == (mode.owns ? 2 : 0) &&
-            std::equal(seen.begin(), seen.end(), entry.begin()));
-    seen.clear();
 }
 
 void release_key(void *key)
@@ -129,49 +90,48 @@ void release_key(void *key)
     require(vek_hash_lookup(hash, key) == replacement);
 }
 
+void expect_released(size_t entries)
+{
+    require(std::exchange(seen, {}).size() == (mode.owns ? 2 * entries : 0));
+}
+
 void hash_destroy()
 {
     vek_hash_destroy(hash);
-    require(std::exchange(seen, {}).size() == (mode.owns ? 2 * hashed.size() : 0));
+    expect_released(hashed.size());
     hashed.clear();
-    hash = nullptr;
 }
 
-/** Makes a table; if memory is refused, another one without refusals. */
 void hash_create(unsigned which, unsigned)
 {
-    if (hash != nullptr) { hash_destroy(); }
+    hash_destroy();
     mode = modes[which % std::size(modes)];
-    hash = which == 0
-               ? vek_hash_new()
-               : vek_hash_new_full(mode.hash_func, mode.equal_func,
-                                   mode.owns ? release_key : nullptr, mode.owns ? note : nullptr);
-    require((hash == nullptr) == refused);
-    if (was_refused()) {
-        until_refusal = 0;
-        hash_create(which, 0);
-    }
+    hash = made([] {
+        return vek_hash_new_full(mode.hash_func, mode.equal_func, mode.owns ? release_key : nullptr,
+                                 mode.owns ? note : nullptr);
+    });
 }
 
 void hash_insert(unsigned number, unsigned bits)
 {
-    const Entry entry = {key_of(number, bits), word(number | bits << 8)};
+    const Elements entry = {key_of(number, bits), word(number | bits << 8)};
+    const auto found = hashed.find(number);
     const uint32_t size = hash->table_size;
-    if (const auto found = hashed.find(number); found != hashed.end()) {
-        replacement = entry[1];
-        require(vek_hash_insert(hash, entry[0], entry[1]) == 1);
-        replacement = nullptr;
-        const Entry old = std::exchange(found->second, entry);
-        expect_entry_seen(old);
-        require(!refused && hash->table_size == size);
-        return;
-    }
     unsigned position = 0;
     const VekHashEntry *other = hash->table[hash->hash_func(entry[0]) % size];
     for (; other != nullptr; other = other->next) { ++position; }
+    replacement = found != hashed.end() ? entry[1] : nullptr;
     const bool done = vek_hash_insert(hash, entry[0], entry[1]) == 1;
-    if (done) { hashed[number] = entry; }
-    const bool due = done && (hashed.size() > 8 * size || 3 * position >= size);
+    replacement = nullptr;
+    bool due = false;
+    if (found != hashed.end()) {
+        expect_seen(mode.owns ? found->second : Elements());
+        found->second = entry;
+        require(done);
+    } else if (done) {
+        hashed[number] = entry;
+        due = hashed.size() > 8 * size || 3 * position >= size;
+    }
     require(done ? due || !refused : refused);
     require(hash->table_size == (!was_refused() && due ? 2 * size : size));
 }
@@ -181,25 +141,22 @@ void hash_remove(unsigned number, const void *key)
     const uint32_t size = hash->table_size;
     const auto found = hashed.find(number);
     require(vek_hash_remove(hash, key) == (found != hashed.end()));
-    if (found != hashed.end()) {
-        expect_entry_seen(found->second);
-        hashed.erase(found);
-        const bool due = size > 8 && hashed.size() < size;
-        require(due || !refused);
-        require(hash->table_size == (due && !was_refused() ? size / 2 : size));
-    }
+    if (found == hashed.end()) { return; }
+    expect_seen(mode.owns ? found->second : Elements());
+    hashed.erase(found);
+    const bool due = size > 8 && hashed.size() < size;
+    require(due || !refused);
+    require(hash->table_size == (due && !was_refused() ? size / 2 : size));
 }
 
 /** A walk must work whether a rehash reverses the chains or keeps their order. */
 void reverse_chains()
 {
-    for (uint32_t i = 0; i < hash->table_size; ++i) {
-        VekHashEntry *reversed = nullptr;
-        while (VekHashEntry *const entry = hash->table[i]) {
-            hash->table[i] = std::exchange(entry->next, reversed);
-            reversed = entry;
+    for (VekHashEntry **slot = hash->table; slot < hash->table + hash->table_size; ++slot) {
+        for (VekHashEntry *rest = std::exchange(*slot, nullptr); rest != nullptr;) {
+            VekHashEntry *const entry = std::exchange(rest, rest->next);
+            entry->next = std::exchange(*slot, entry);
         }
-        hash->table[i] = reversed;
     }
 }
 
@@ -224,16 +181,16 @@ void hash_remove_multiples(unsigned divisor, unsigned)
     const auto is_multiple = [](void *, void *value, void *by) -> int {
         return (number_of(value) & 255) % number_of(by) == 0;
     };
-    const size_t before = hashed.size();
     if (divisor < 2) {
         vek_hash_clear(hash);
+        expect_released(hashed.size());
         hashed.clear();
     } else {
-        std::erase_if(hashed, [&](const auto &entry) { return entry.first % divisor == 0; });
-        require(vek_hash_foreach_remove(hash, is_multiple, word(divisor)) ==
-                before - hashed.size());
+        const auto count = std::erase_if(
+            hashed, [divisor](const auto &entry) { return entry.first % divisor == 0; });
+        require(vek_hash_foreach_remove(hash, is_multiple, word(divisor)) == count);
+        expect_released(count);
     }
-    require(std::exchange(seen, {}).size() == (mode.owns ? 2 * (before - hashed.size()) : 0));
 }
 
 void hash_check()
@@ -241,24 +198,25 @@ void hash_check()
     require(vek_hash_get_count(hash) == hashed.size());
     for (const auto &[number, expected] : hashed) {
         const VekHashEntry *const entry = vek_hash_find(hash, key_of(number, 1));
-        require(entry != nullptr && Entry{entry->key, entry->value} == expected);
+        require(entry != nullptr && Elements{entry->key, entry->value} == expected);
         require(vek_hash_lookup(hash, key_of(number)) == entry->value);
     }
-    vek_hash_foreach(
-        hash, [](void *, void *value, void *) { return note(value), 0; }, nullptr);
-    require(std::exchange(seen, {}).size() == hashed.size());
+    size_t count = 0;
+    const auto add = [](void *, void *, void *to) { return ++*static_cast<size_t *>(to), 0; };
+    vek_hash_foreach(hash, add, &count);
+    require(count == hashed.size());
 }
 
 /* ---- Lists and stacks ---- */
 
-VekSList *list;
-Elements listed;
 VekStack stack;
-Elements stacked; ///< top first
+VekSList *&list = stack.top;
+Elements listed;
 
-const auto by_tens = [](const void *a, const void *b) -> int {
+int by_tens(const void *a, const void *b)
+{
     return static_cast<int>(number_of(a) / 10 - number_of(b) / 10);
-};
+}
 
 void list_insert(unsigned how, unsigned number)
 {
@@ -266,17 +224,17 @@ void list_insert(unsigned how, unsigned number)
     void *const data = word(number);
     auto place = listed.begin() + how / 4 % static_cast<ptrdiff_t>(listed.size() + 1);
     VekSList *const node = vek_slist_nth(list, static_cast<unsigned>(place - listed.begin()));
-    VekSList *result = nullptr;
+    VekSList *result = list;
     if (how % 4 == 0) {
         result = vek_slist_insert_before(list, node, data);
     } else if (how % 4 == 1) {
         result = vek_slist_append(list, data);
-        require(!refused || result == list);
-        result = refused ? nullptr : result;
+        require(!refused || std::exchange(result, nullptr) == list);
         place = listed.end();
     } else if (how % 4 == 2 && node != nullptr) {
-        result = vek_slist_insert_after(node, data) != nullptr ? list : nullptr;
+        require((vek_slist_insert_after(node, data) == nullptr) == refused);
         ++place;
+        result = refused ? nullptr : list;
     } else {
         list = vek_slist_sort(list, by_tens);
         std::stable_sort(listed.begin(), listed.end(), comes_before);
@@ -284,10 +242,8 @@ void list_insert(unsigned how, unsigned number)
         result = vek_slist_insert_sorted(list, data, by_tens);
     }
     require((result == nullptr) == refused);
-    if (!was_refused()) {
-        list = result;
-        listed.insert(place, data);
-    }
+    list = refused ? list : result;
+    listed.insert(place, !refused, data);
 }
 
 void list_remove(unsigned pattern, unsigned number)
@@ -295,21 +251,14 @@ void list_remove(unsigned pattern, unsigned number)
     const auto found = std::find(listed.begin(), listed.end(), word(number));
     list = vek_slist_remove(list, word(number));
     listed.erase(found, found + (found != listed.end()));
+    unsigned i = 0;
     VekSList *node;
     VekSList *next;
-    unsigned i = 0;
     VEK_SLIST_FOREACH_SAFE(node, next, list) {
-        if ((pattern >> i++ % 8 & 1) != 0) {
-            list = vek_slist_remove_link(list, node);
-            vek_slist_free(node, note);
-        }
+        if ((pattern >> i++ % 8 & 1) != 0) { list = vek_slist_delete_link(list, node); }
     }
     i = 0;
-    Elements removed;
-    std::erase_if(listed, [&](void *data) {
-        return (pattern >> i++ % 8 & 1) != 0 && (removed.push_back(data), true);
-    });
-    expect_seen(removed);
+    std::erase_if(listed, [&](void *) { return (pattern >> i++ % 8 & 1) != 0; });
 }
 
 /** Replaces the list by a reversed copy, whose elements are others or the same. */
@@ -320,42 +269,37 @@ void list_copy(unsigned how, unsigned)
     VekSList *const copy = vek_slist_dup(list, change != 0 ? +copy_data : nullptr);
     require((copy == nullptr) == (refused || listed.empty()));
     expect_seen(refused || change == 0 ? Elements() : listed);
-    if (!was_refused()) {
-        require(vek_slist_equal(list, copy, nullptr) == (change == 0 || listed.empty()));
-        vek_slist_free(list, note);
-        expect_seen(listed);
-        list = vek_slist_reverse(copy);
-        std::reverse(listed.begin(), listed.end());
-        for (void *&data : listed) { data = word(number_of(data) ^ change); }
-    }
+    if (refused) { return; }
+    require(vek_slist_equal(list, copy, nullptr) == (change == 0 || listed.empty()));
+    vek_slist_free(list, note);
+    expect_seen(listed);
+    list = vek_slist_reverse(copy);
+    std::reverse(listed.begin(), listed.end());
+    for (void *&data : listed) { data = word(number_of(data) ^ change); }
 }
 
 void stack_change(unsigned how, unsigned number)
 {
     if (how == 0) {
         vek_stack_free(&stack, note);
-        expect_seen(std::exchange(stacked, {}));
+        expect_seen(std::exchange(listed, {}));
     } else if (how % 3 != 0) {
         vek_stack_push(&stack, word(number));
-        stacked.insert(stacked.begin(), !was_refused(), word(number));
-    } else if (!stacked.empty()) {
-        require(vek_stack_peek(&stack) == stacked.front());
-        require(vek_stack_pop(&stack) == stacked.front());
-        stacked.erase(stacked.begin());
+        listed.insert(listed.begin(), !refused, word(number));
+    } else if (!listed.empty()) {
+        require(vek_stack_peek(&stack) == listed.front());
+        require(vek_stack_pop(&stack) == listed.front());
+        listed.erase(listed.begin());
     }
 }
 
-void lists_check()
+void list_check()
 {
-    const VekSList *node;
-    VEK_SLIST_FOREACH(node, list) { note(node->data); }
+    require(vek_stack_get_depth(&stack) == listed.size());
+    require(vek_stack_is_empty(&stack) == listed.empty());
+    const auto note_data = [](void *data, void *) { return note(data), 0; };
+    vek_stack_foreach(&stack, note_data, nullptr);
     expect_seen(listed);
-    require(vek_slist_get_length(list) == listed.size());
-    require(vek_stack_get_depth(&stack) == stacked.size());
-    require(vek_stack_is_empty(&stack) == stacked.empty());
-    vek_stack_foreach(
-        &stack, [](void *data, void *) { return note(data), 0; }, nullptr);
-    expect_seen(stacked);
 }
 
 /* ---- Names and dictionaries ---- */
@@ -367,51 +311,33 @@ std::map<unsigned, VekName *> named;
 void intern(unsigned number, unsigned how)
 {
     const char *const text = text_of(number | 1, how);
-    const auto found = named.find(number | 1);
-    VekName *const name = how % 4 == 0
-                              ? vek_name_try_string(names, text)
-                              : vek_name_from_string(names, text, static_cast<int32_t>(how));
-    if (found != named.end()) {
-        require(name == found->second && !refused);
-    } else if (how % 4 == 0) {
-        require(name == nullptr);
-    } else if (name != nullptr) {
+    const auto id = static_cast<int32_t>(how);
+    const bool creates = how % 4 != 0;
+    VekName *const name =
+        creates ? vek_name_from_string(names, text, id) : vek_name_try_string(names, text);
+    if (named.contains(number | 1)) {
+        require(name == named[number | 1] && !refused);
+    } else if (name != nullptr) { // a table that cannot grow has been refused memory, too
+        require(creates && vek_name_get_id(name) == id && strcmp(name->string, text) == 0);
         named[number | 1] = name;
-        require(vek_name_get_id(name) == static_cast<int32_t>(how));
-        require(strcmp(vek_name_to_string(name), text) == 0);
+    } else {
+        require(!creates || refused);
     }
-    require(name != nullptr || how % 4 == 0 || refused);
     require(vek_hash_get_count(names->hash) == named.size());
 }
 
-/** A datum by its number: an integer, a double, a VekStr, or a list of values with a list in it.
- *  Nothing in it is on the heap. */
-struct Datum {
-    explicit Datum(unsigned number)
-    {
-        vek_value_set_int(&leaf, static_cast<int32_t>(number));
-        vek_value_take_slist_of_value(&inner, &second);
-        if (number % 4 == 0) {
-            vek_value_set_int(&value, static_cast<int32_t>(number));
-        } else if (number % 4 == 1) {
-            vek_value_set_double(&value, number + 0.5);
-        } else if (number % 4 == 2) {
-            strcpy(text.text, text_of(number));
-            vek_value_take_vekstr(&value, reinterpret_cast<VekStr *>(&text));
-        } else {
-            vek_value_take_slist_of_value(&value, &first);
-        }
+VekValue data[256]; ///< in turn integers, doubles, VekStrs, and lists of values with a list in them
+
+void make_data()
+{
+    for (unsigned i = 0; i < 256; i += 4) {
+        vek_value_set_int(&data[i], static_cast<int32_t>(i));
+        vek_value_set_double(&data[i + 1], i + 0.5);
+        vek_value_take_vekstr(&data[i + 2], vek_str_create(text_of(i + 2)));
+        VekSList *const end = i != 0 ? vek_slist_prepend(nullptr, &data[3]) : nullptr;
+        vek_value_take_slist_of_value(&data[i + 3], vek_slist_prepend(end, &data[i + 2]));
     }
-    struct {
-        uint32_t count;
-        char text[32];
-    } text = {1, ""}; ///< laid out as a VekStr
-    VekValue leaf;
-    VekValue inner;
-    VekSList second = {&leaf, nullptr};
-    VekSList first = {&inner, &second};
-    VekValue value;
-};
+}
 
 /** The functions of a typed dictionary. */
 struct Typed {
@@ -419,38 +345,37 @@ struct Typed {
     int (*put)(VekDict *dict, unsigned number, unsigned datum);
     VekValue *(*find)(const VekDict *dict, unsigned number);
 };
+
 template <auto put_int, auto put_double, auto put_string, auto put_value>
-int put_datum(VekDict *dict, auto key, unsigned number)
+int put(VekDict *to, auto key, unsigned datum)
 {
-    const Datum datum(number);
-    switch (number % 4) {
-    case 0: return put_int(dict, key, static_cast<int32_t>(number));
-    case 1: return put_double(dict, key, number + 0.5);
-    case 2: return put_string(dict, key, text_of(number));
+    switch (datum % 4) {
+    case 0: return put_int(to, key, data[datum].payload.integer);
+    case 1: return put_double(to, key, data[datum].payload.real);
+    case 2: return put_string(to, key, text_of(datum));
     default:
         VekValue copy;
-        const bool copied = vek_value_copy(&copy, &datum.value) == 1;
-        require(copied == !refused);
-        const bool done = copied && put_value(dict, key, &copy) == 1;
+        const bool done = vek_value_copy(&copy, &data[datum]) == 1 && put_value(to, key, &copy);
         require(done == (copy.vt == nullptr));
         vek_value_release(&copy);
         return done;
     }
 }
-#define TYPED(prefix, key)                                                                         \
+
+#define TYPED(type, key)                                                                           \
     {                                                                                              \
-        prefix##_create,                                                                           \
-            [](VekDict *of, unsigned number, unsigned datum) {                                     \
-                return put_datum<prefix##_put_int, prefix##_put_double,                            \
-                                 prefix##_dup_and_put_string, prefix##_put_value>(of, key, datum); \
+        type##_create,                                                                             \
+            [](VekDict *to, unsigned number, unsigned datum) {                                     \
+                return put<type##_put_int, type##_put_double, type##_dup_and_put_string,           \
+                           type##_put_value>(to, key, datum);                                      \
             },                                                                                     \
-            [](const VekDict *of, unsigned number) { return prefix##_get_value(of, key); }         \
+            [](const VekDict *of, unsigned number) { return type##_get_value(of, key); }           \
     }
 VekName keys[256];
 const Typed typed[] = {TYPED(vek_int_dict, static_cast<int32_t>(number) - 100),
                        TYPED(vek_str_dict, text_of(number)), TYPED(vek_name_dict, &keys[number])};
 
-const Typed *functions = typed;
+const Typed *functions;
 VekDict *dict;
 std::vector<std::pair<unsigned, unsigned>> items; ///< numbers of the key and of the datum
 
@@ -459,45 +384,37 @@ void dict_create(unsigned which, unsigned slots)
     vek_dict_destroy(dict);
     items.clear();
     functions = &typed[which % std::size(typed)];
-    dict = functions->create(static_cast<int>(slots % 16) + 1);
-    require((dict == nullptr) == refused);
-    if (was_refused()) {
-        until_refusal = 0;
-        dict_create(which, slots);
-    }
+    dict = made([slots] { return functions->create(static_cast<int>(slots % 16) + 1); });
 }
 
 void dict_put(unsigned number, unsigned datum)
 {
-    const int done = functions->put(dict, number, datum);
-    require(done == !was_refused());
-    if (done) {
-        const auto found = std::find_if(items.begin(), items.end(),
-                                        [&](const auto &item) { return item.first == number; });
-        if (found != items.end()) {
-            found->second = datum;
-        } else {
-            items.emplace_back(number, datum);
-        }
+    require(functions->put(dict, number, datum) == !refused);
+    if (refused) { return; }
+    const auto has_number = [number](const auto &item) { return item.first == number; };
+    const auto found = std::find_if(items.begin(), items.end(), has_number);
+    if (found != items.end()) {
+        items.erase(items.insert(found, {number, datum}) + 1);
+    } else {
+        items.emplace_back(number, datum);
     }
 }
 
 /** Empties the dictionary, copies it, or moves its items to another one. */
 void dict_replace(unsigned how, unsigned slots)
 {
+    const auto len = static_cast<int>(items.size());
+    const int room = static_cast<int>(slots) + 1;
+    const bool moves = how % 2 != 0;
     if (how % 8 == 0) {
         require(vek_dict_clear(dict) == dict);
         items.clear();
         return;
     }
-    const bool moves = how % 2 != 0;
-    VekDict *const other =
-        moves ? vek_dict_dup_and_clear(dict) : vek_dict_copy(dict, static_cast<int>(slots) + 1);
-    require((other == nullptr) == (was_refused() || (moves && items.empty())));
+    VekDict *const other = moves ? vek_dict_dup_and_clear(dict) : vek_dict_copy(dict, room);
+    require((other == nullptr) == (refused || (moves && len == 0)));
     if (other != nullptr) {
-        const auto len = static_cast<int>(items.size());
-        require(other->first_seg.count ==
-                (moves ? len : std::max(len, static_cast<int>(slots) + 1)));
+        require(other->first_seg.count == (moves ? len : std::max(len, room)));
         require(vek_dict_get_key_type(other) == vek_dict_get_key_type(dict));
         require(vek_dict_get_len(dict) == (moves ? 0 : len));
         vek_dict_destroy(std::exchange(dict, other));
@@ -507,32 +424,28 @@ void dict_replace(unsigned how, unsigned slots)
 void dict_check()
 {
     require(vek_dict_get_len(dict) == static_cast<int>(items.size()));
-    vek_dict_foreach(
-        dict, [](VekValue *, VekValue *datum, void *) { return note(datum), 0; }, nullptr);
-    require(seen.size() == items.size());
-    for (size_t i = 0; i < items.size(); ++i) { // the walk follows the order of insertion
-        require(functions->find(dict, items[i].first) == seen[i]);
-        const Datum datum(items[i].second);
-        require(vek_value_equal(static_cast<VekValue *>(seen[i]), &datum.value));
+    const auto note_datum = [](VekValue *, VekValue *datum, void *) { return note(datum), 0; };
+    vek_dict_foreach(dict, note_datum, nullptr);
+    Elements found;
+    for (const auto &[number, datum] : items) { // the walk follows the order of insertion
+        found.push_back(functions->find(dict, number));
+        require(vek_value_equal(static_cast<VekValue *>(found.back()), &data[datum]));
     }
-    seen.clear();
+    expect_seen(found);
 }
 
 /* ---- Operations ---- */
 
-void check_all()
+void check_all(unsigned, unsigned)
 {
     hash_check();
-    lists_check();
+    list_check();
     dict_check();
 }
 
 void (*const operations[])(unsigned, unsigned) = {
-    [](unsigned request, unsigned onward) {
-        until_refusal = request % 32;
-        refuses_onward = onward % 2 != 0;
-    },
-    [](unsigned, unsigned) { check_all(); },
+    [](unsigned request, unsigned onward) { refuse(request % 32, onward % 2 != 0); },
+    check_all,
     hash_create,
     hash_insert,
     [](unsigned number, unsigned count) {
@@ -553,34 +466,27 @@ void (*const operations[])(unsigned, unsigned) = {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
 {
-    VekMemoryVtable table = {};
-    table.malloc = allocate;
-    table.calloc = allocate_zeros;
-    table.free = release;
-    vek_set_memory_vtable(&table);
-    until_refusal = 0;
-    hash_create(0, 0);
+    if (data[0].vt == nullptr) { make_data(); }
+    use_memory();
+    hash = vek_hash_new();
+    mode = modes[0];
     dict_create(0, 0);
     vek_name_table_create(&names);
-    for (size_t i = 0; i + 2 < size; i += 3) {
-        operations[data[i] % std::size(operations)](data[i + 1], data[i + 2]);
-        refused = false;
+    for (Input input = {bytes, size}; input.left > 2; refused = false) {
+        const auto operation = operations[input.byte() % std::size(operations)];
+        const unsigned first = input.byte();
+        operation(first, input.byte());
     }
-    check_all();
+    check_all(0, 0);
 
+    refuse(0, false);
     hash_destroy();
-    vek_slist_free(list, nullptr);
-    vek_stack_free(&stack, nullptr);
-    vek_dict_destroy(dict);
+    stack_change(0, 0);
+    vek_dict_destroy(std::exchange(dict, nullptr));
     vek_name_table_destroy(&names);
     require(live == 0);
-    list = nullptr;
-    dict = nullptr;
-    listed.clear();
-    stacked.clear();
     named.clear();
-    items.clear();
     return 0;
 }

@@ -3,62 +3,19 @@
  * rest in the environment. The input's first byte says how much is in the file, the second which
  * request for memory fails (128 and above: it and all later ones), the third which fopen(). */
 #include <veklib/vekdebug.h>
-#include <veklib/vekmemory.h>
 
-#include <algorithm>
+#include "support.h"
+
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 
 #include <dlfcn.h>
-#include <malloc.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace {
+using namespace fuzz;
 
-unsigned asked;
-unsigned failing_request; // counted from 1; 0: none
-bool failing_onward;
-unsigned live;
-unsigned opened;
-unsigned failing_open = UINT_MAX; // the fuzzer itself opens the null device
-
-bool failed() { return failing_request != 0 && asked >= failing_request; }
-
-void *allocate(size_t size, void *)
-{
-    ++asked;
-    if (asked == failing_request || (failing_onward && failed())) { return nullptr; }
-    ++live;
-    return malloc(size);
-}
-
-void *allocate_zeros(size_t count, size_t size, void *caller)
-{
-    void *const block = allocate(count * size, caller);
-    return block != nullptr ? memset(block, 0, count * size) : nullptr;
-}
-
-void release(void *block, void *)
-{
-    --live;
-    free(block);
-}
-
-void *reallocate(void *block, size_t size, void *)
-{
-    void *const moved = allocate(size, nullptr);
-    if (moved != nullptr && block != nullptr) {
-        memcpy(moved, block, std::min(size, malloc_usable_size(block)));
-        release(block, nullptr);
-    }
-    return moved;
-}
-
-} // namespace
+static unsigned opened;
+static unsigned failing_open = UINT_MAX; // the fuzzer itself opens the null device
 
 /* Settings name files to write to. Whatever the names are, writing goes to the null device. (The
  * fuzzer itself writes its findings in mode "wb".) */
@@ -72,13 +29,8 @@ extern "C" FILE *fopen(const char *path, const char *mode)
 
 namespace {
 
-void require(bool condition)
-{
-    if (!condition) { abort(); }
-}
-
-/** Requires that an operation succeeds, or returns 2 because a request has failed. */
-void require_done(int status) { require(status == 0 || (status == 2 && failed())); }
+/** Requires that an operation succeeds, or returns 2 because a request has been refused. */
+void require_done(int status) { require(status == 0 || (status == 2 && refused)); }
 
 void run(const std::string &path)
 {
@@ -104,27 +56,22 @@ void run(const std::string &path)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     static const int file = memfd_create("configuration", 0);
     static const int first_free = dup(file);
     close(first_free);
-    if (size < 3) { return 0; }
-    VekMemoryVtable table = {}; // the operations that the library calls
-    table.malloc = allocate;
-    table.calloc = allocate_zeros;
-    table.realloc = reallocate;
-    table.free = release;
-    vek_set_memory_vtable(&table);
-    asked = opened = 0;
-    failing_request = data[1] % 128;
-    failing_onward = data[1] >= 128;
-    failing_open = data[2];
-    const std::string text(reinterpret_cast<const char *>(data) + 3, size - 3);
-    const size_t length = text.size() * data[0] / 255;
+    Input input = {data, size};
+    const size_t in_file = input.byte();
+    const unsigned request = input.byte();
+    use_memory();
+    refuse(request % 128, request >= 128);
+    failing_open = input.byte();
+    opened = 0;
+    const std::string text = input.text(input.left * in_file / 255);
     require(ftruncate(file, 0) == 0);
-    require(pwrite(file, text.data(), length, 0) == static_cast<ssize_t>(length));
-    setenv("VEK_DEBUG_CONFIG", text.c_str() + length, 1);
+    require(pwrite(file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+    setenv("VEK_DEBUG_CONFIG", input.text(input.left).c_str(), 1);
     run("/proc/self/fd/" + std::to_string(file));
     require(live == 0);
 

@@ -1,416 +1,314 @@
 /* SPDX-License-Identifier: MIT */
 /* Runs a list of operations that the input codes, on four variables with strings and a builder, and
- * compares them with a model after each. Some operations let allocations of later ones fail. */
+ * compares them with a model after each. One operation lets allocations of later ones fail. */
 #include <veklib/veklib.h>
 
-#include <algorithm>
+#include "support.h"
+
 #include <cctype>
 #include <climits>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
+#include <map>
 #include <memory>
-#include <string>
-#include <type_traits>
-#include <utility>
+#include <set>
+
+using namespace fuzz;
 
 namespace {
 
-void require(bool condition)
+Stream errors;
+
+/* ---- The variables, the builder, and their models ---- */
+
+VekStr *strings[4];
+std::map<const VekStr *, std::string> texts; ///< of the strings; empty for null
+VekStrBuilder builder;
+std::string built;
+bool failed;
+
+void check()
 {
-    if (!condition) { abort(); }
-}
-
-size_t live;      // blocks
-unsigned fail_in; // number of the allocation to fail; 0: none
-bool fail_onward; // all later ones fail, too
-bool refused;     // whether an allocation failed in this operation
-
-/* Serves all requests of the table but zero-filled blocks, which texts do not need. */
-void *resize(void *block, size_t size, void *)
-{
-    if (fail_in != 0 && --fail_in == 0) {
-        fail_in = fail_onward;
-        refused = true;
-        return nullptr;
-    }
-    live += block == nullptr;
-    return realloc(block, size);
-}
-
-void *allocate(size_t size, void *) { return resize(nullptr, size, nullptr); }
-
-void release(void *block, void *)
-{
-    --live;
-    free(block);
-}
-
-struct Run {
-    const unsigned char *input;
-    size_t left;
-    VekStr *strings[4] = {};
-    std::shared_ptr<std::string> models[4] = {}; // shared as the strings are
-    VekStrBuilder builder = VEK_STR_BUILDER_INIT;
-    std::string built = {};
-    bool failed = false;
-
-    /* Of the operation */
-    size_t i = 0;            // the variable that it changes
-    size_t other = 0;        // another variable, or the same
-    VekStr *old = nullptr;   // what the variable held
-    std::string before = {}; // its text
-    VekStr **variable = nullptr;
-    size_t n = 0;
-    char c[2] = {};             // the same as a text
-    int number = 0;             // the same
-    const char *text = nullptr; // null, new, or part of a text of a variable or of the builder
-    std::string model = {};     // the same
-    std::string part = {};      // its first `n` characters
-    bool is_null = false;
-    const char *format = nullptr;
-    const char *words = nullptr; // the text, empty for null
-    int length = 0;              // of `words` and `number` in this format
-    std::string result = {};
-    bool converts = false; // whether it does
-    std::string literal = {};
-    bool warns = false;
-
-    int byte() { return left != 0 ? --left, *input++ : 0; }
-
-    void read_text()
-    {
-        const auto code = static_cast<unsigned>(byte());
-        const char *const texts[] = {"", vek_str_to_c_str(strings[code / 4 % 4]),
-                                     vek_str_builder_get_text(&builder), nullptr};
-        text = texts[code % 4];
-        const size_t size = text != nullptr ? strlen(text) : 0;
-        if (text != nullptr && code % 4 != 0 && size < 2048) {
-            text += static_cast<size_t>(byte()) % (size + 1);
-        } else if (code != 3) {
-            literal.assign(reinterpret_cast<const char *>(input), std::min<size_t>(code / 4, left));
-            left -= literal.size();
-            input += literal.size();
-            text = literal.c_str();
+    std::set<const VekStr *> blocks = {nullptr, builder.str};
+    for (const VekStr *const string : strings) {
+        blocks.insert(string);
+        if (string != nullptr) {
+            require(vek_str_to_c_str(string) == texts[string]);
+            require(vek_strlen(string) == texts[string].size());
+            require(_vek_str_get_ref_count(string) ==
+                    std::count(strings, std::end(strings), string));
         }
-        words = text != nullptr ? text : "";
-        model = words;
     }
-
-    void read()
-    {
-        static const char *const formats[] = {"%s", "%s%c", "[%.3s]%d", "%s%200d", "%s%lc"};
-        i = static_cast<size_t>(byte()) % 16;
-        other = i / 4;
-        i %= 4;
-        old = strings[i];
-        before = old != nullptr ? *models[i] : "";
-        variable = &strings[i];
-        number = byte();
-        n = static_cast<size_t>(number);
-        c[0] = static_cast<char>(number);
-        read_text();
-        part = model.substr(0, n);
-        is_null = text == nullptr;
-        char buffer[4096];
-        format = formats[n % std::size(formats)];
-        length = snprintf(buffer, sizeof buffer, format, words, number);
-        converts = length >= 0;
-        result = converts ? buffer : "";
-        warns = false;
-        refused = false;
-    }
-
-    /* Takes a new string into the variable. */
-    void made(VekStr *string, const std::string &expected, bool is_possible = true)
-    {
-        require((string != nullptr) == (is_possible && !refused));
-        vek_str_unref(old);
-        strings[i] = string;
-        models[i] = string != nullptr ? std::make_shared<std::string>(expected) : nullptr;
-    }
-
-    /* Follows an edit of the variable, which warns about a null argument. */
-    void edited(int done, const std::string &expected, bool is_refused = false,
-                bool is_possible = true)
-    {
-        warns = is_refused || old == nullptr;
-        require(done == (!warns && is_possible && !refused));
-        require(done == 1 || strings[i] == old);
-        models[i] = done == 1 ? std::make_shared<std::string>(expected) : models[i];
-    }
-
-    /* Follows an append to the builder, which may do with less memory than it asks for first. */
-    void appended(int done, const std::string &expected, bool is_refused = false,
-                  bool is_possible = true)
-    {
-        warns = is_refused;
-        const bool fails = is_refused || !is_possible || failed;
-        require(done == 1 ? !fails : fails || refused);
-        failed = done == 0;
-        built += done == 1 ? expected : "";
-    }
-
-    /* Checks a copy that is not kept. */
-    void copied(char *copy, const std::string &expected, bool is_possible = true) const
-    {
-        require((copy != nullptr) == (is_possible && !refused));
-        require(copy == nullptr || copy == expected);
-        vek_free(copy);
-    }
-
-    /* Changes the variable's string in place, and its model character by character. */
-    template <typename Change>
-    void change(void (*in_place)(VekStr *), Change change)
-    {
-        in_place(old);
-        warns = old == nullptr;
-        bool is_first = true; // of a word
-        for (char &letter : before) {
-            letter = static_cast<char>(change(static_cast<unsigned char>(letter), is_first));
-            is_first = isspace(static_cast<unsigned char>(letter));
-        }
-        if (old != nullptr) { *models[i] = before.c_str(); }
-    }
-
-    /* Follows the end of what was built. Returns its text. */
-    std::string emptied()
-    {
-        failed = false;
-        return std::exchange(built, "");
-    }
-
-    void check() const
-    {
-        size_t blocks = builder.str != nullptr;
-        for (size_t at = 0; at < std::size(strings); ++at) {
-            const VekStr *const string = strings[at];
-            require((string != nullptr) == (models[at] != nullptr));
-            if (string != nullptr) {
-                require(vek_str_to_c_str(string) == *models[at]);
-                require(vek_strlen(string) == models[at]->size());
-                require(_vek_str_get_ref_count(string) == models[at].use_count());
-                blocks += std::find(strings, strings + at, string) == strings + at;
-            }
-        }
-        require(live == blocks);
-        require(vek_str_builder_get_text(&builder) == built);
-        require(vek_str_builder_get_length(&builder) == built.size());
-        require(vek_str_builder_failed(&builder) == failed);
-    }
-};
-
-int sign(int number) { return (number > 0) - (number < 0); }
-
-template <auto function>
-auto listed(const char *format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    const auto result = function(format, args);
-    va_end(args);
-    return result;
+    require(live == blocks.size() - 1);
+    require(vek_str_builder_get_text(&builder) == built);
+    require(vek_str_builder_get_length(&builder) == built.size());
+    require(vek_str_builder_failed(&builder) == failed);
 }
 
-void compare(Run &r)
+/* ---- What an operation gets ---- */
+
+VekStr **variable;     ///< one of the four
+VekStr *old;           ///< its string
+VekStr **other;        ///< one of the four, too
+std::string head;      ///< the text of `old`, empty for null
+const char *text;      ///< null, new, or a part of a text of a variable or of the builder
+std::string words;     ///< the text, empty for null
+const char *value;     ///< the text, "" for null
+unsigned n;            ///< a size
+std::string part;      ///< the first `n` characters of `words`
+char c;                ///< a character
+std::string letter;    ///< the same as a text
+const char *format;    ///< takes a text and an integer, which is the character
+std::string formatted; ///< `words` and the character in this format
+int length;            ///< how many characters that takes; negative if it is impossible
+bool warns;            ///< whether the operation is to warn
+
+const char *read_text(Input &input)
 {
-    const VekStr *const a = r.old;
-    const VekStr *const b = r.strings[r.other];
-    const std::string text = b != nullptr ? *r.models[r.other] : "";
-    const size_t n = r.n % 16;
-    const bool both = a != nullptr && b != nullptr;
-    const int nulls = (a != nullptr) - (b != nullptr);
-    const int whole = both ? r.before.compare(text) : nulls;
-    const int part = both ? r.before.substr(0, n).compare(text.substr(0, n)) : nulls;
-    require(sign(vek_strcmp(a, b)) == sign(whole) && vek_str_eq(a, b) == (whole == 0));
-    require(sign(vek_strncmp(a, b, n)) == sign(part));
-    r.warns = a == nullptr || r.text == nullptr;
-    require(vek_str_eq_c_str(a, r.text) == (!r.warns && r.before == r.model));
-    require(vek_str_neq_c_str(a, r.text, n) == (a != nullptr && (n == 0 || r.text != nullptr) &&
-                                                r.before.substr(0, n) == r.model.substr(0, n)));
+    static std::string literal;
+    const unsigned code = input.byte();
+    const char *const sources[] = {"", vek_str_to_c_str(strings[code / 4 % 4]),
+                                   vek_str_builder_get_text(&builder), nullptr};
+    const char *const source = sources[code % 4];
+    const size_t size = source != nullptr ? strlen(source) : 0;
+    if (size != 0 && size < 2048) { return source + input.byte() % (size + 1); }
+    if (code == 3) { return nullptr; }
+    literal = input.text(code / 4);
+    return literal.c_str();
 }
 
-/* Lets a count reach its limit, then edits the string while it is persistent. */
-void count_references(Run &r)
+void read(Input &input)
 {
-    r.warns = true;
-    if (r.old == nullptr) {
-        vek_str_make_persistent(nullptr);
-        return;
+    static const char *const formats[] = {"%s", "%s%c", "[%.3s]%d", "%s%192d", "%s%lc"};
+    const unsigned code = input.byte();
+    variable = &strings[code % 4];
+    other = &strings[code / 4 % 4];
+    format = formats[code / 16 % 5];
+    old = *variable;
+    head = texts[old];
+    n = input.byte();
+    c = static_cast<char>(n);
+    letter = std::string(1, c).c_str();
+    text = read_text(input);
+    value = text != nullptr ? text : "";
+    words = value;
+    part = words.substr(0, n);
+    char buffer[4096];
+    length = snprintf(buffer, sizeof buffer, format, value, n);
+    formatted = length >= 0 ? buffer : "";
+    warns = refused = false;
+}
+
+/* ---- What it gives ---- */
+
+/** Checks a copy, which is not kept. It is null if it is refused, or not possible. */
+void made(char *copy, const std::string &expected, bool can = true)
+{
+    require((copy != nullptr) == (can && !refused));
+    require(copy == nullptr || copy == expected);
+    vek_free(copy);
+}
+
+/** Takes a new string into the variable; it is null if it is refused, or not possible. */
+void made(VekStr *string, const std::string &expected, bool can = true)
+{
+    require((string != nullptr) == (can && !refused));
+    vek_str_unref(old);
+    *variable = string;
+    if (string != nullptr) { texts[string] = expected; }
+}
+
+/** Follows an edit of the variable. */
+void edited(int done, const std::string &expected, bool can = true)
+{
+    warns = warns || old == nullptr;
+    require(done == (!warns && can && !refused));
+    require((*variable != old) == done);
+    if (done == 1) { texts[*variable] = expected; }
+}
+
+/** Follows an append to the builder, which may do with less memory than it requests at first. */
+void appended(int done, const std::string &expected, bool can = true)
+{
+    const bool fails = warns || !can || failed;
+    require(done == 1 ? !fails : fails || refused);
+    failed = done == 0;
+    built += done == 1 ? expected : "";
+}
+
+/** Changes the variable's string in place, and its model letter by letter. */
+template <auto in_place, typename Change>
+void change(Change change)
+{
+    in_place(old);
+    warns = old == nullptr;
+    bool is_first = true; // of a word
+    for (char &character : texts[old]) {
+        const auto from = static_cast<unsigned char>(character);
+        character = static_cast<char>(change(from, is_first));
+        is_first = isspace(from);
     }
-    const uint32_t count = std::exchange(r.old->count, UINT_MAX - 1);
-    require(vek_str_ref(r.old) == nullptr);
-    vek_str_make_persistent(r.old);
-    require(vek_str_ref(r.old) == r.old && vek_str_unref(r.old) == nullptr);
-    const bool is_done = vek_str_append_c_str(&r.strings[r.i], "") == 1;
-    require(_vek_str_get_ref_count(r.old) == 0 && r.old->text == r.before);
+}
+
+/** Hands over what was built. A block that cannot shrink is handed over all the same. Null can only
+ *  be for want of an empty one, or because an append has failed. */
+template <auto steal>
+void take_built()
+{
+    const bool is_empty = builder.str == nullptr;
+    const auto taken = steal(&builder);
+    refused = refused && is_empty;
+    made(taken, std::exchange(built, ""), !std::exchange(failed, false));
+}
+
+/* ---- Operations with a check of their own ---- */
+
+void compare()
+{
+    const auto sign = [](int number) { return (number > 0) - (number < 0); };
+    const auto key = [](const VekStr *string, size_t size) { // null comes first
+        return string != nullptr ? "+" + texts[string].substr(0, size) : "";
+    };
+    const size_t start = n % 16;
+    const int whole = key(old, UINT_MAX).compare(key(*other, UINT_MAX));
+    require(sign(vek_strcmp(old, *other)) == sign(whole));
+    require(vek_str_eq(old, *other) == (whole == 0));
+    require(sign(vek_strncmp(old, *other, start)) ==
+            sign(key(old, start).compare(key(*other, start))));
+    warns = old == nullptr || text == nullptr;
+    require(vek_str_eq_c_str(old, text) == (!warns && head == words));
+    require(vek_str_neq_c_str(old, text, start) ==
+            (old != nullptr && (start == 0 || text != nullptr) &&
+             key(old, start) == "+" + words.substr(0, start)));
+}
+
+/** Lets a count reach its limit, then edits the string while it is persistent. */
+void count_references()
+{
+    warns = true;
+    vek_str_make_persistent(nullptr);
+    if (old == nullptr) { return; }
+    const uint32_t count = std::exchange(old->count, UINT_MAX - 1);
+    require(vek_str_ref(old) == nullptr);
+    vek_str_make_persistent(old);
+    require(vek_str_ref(old) == old && vek_str_unref(old) == nullptr);
+    const bool is_done = vek_str_append_c_str(variable, "") == 1;
+    require(_vek_str_get_ref_count(old) == 0 && old->text == head);
     require(is_done == !refused);
-    vek_str_force_destroy(is_done ? r.strings[r.i] : nullptr);
-    r.strings[r.i] = r.old;
-    r.old->count = count;
+    vek_str_force_destroy(is_done ? *variable : nullptr);
+    *variable = old;
+    old->count = count;
 }
 
-void create_part(Run &r)
+void create_part()
 {
-    const int room = r.number - 8;
-    std::string padded = r.model;
+    const int room = static_cast<int>(n) - 8;
+    std::string padded = words;
     padded.resize(static_cast<size_t>(std::max(room, 0)));
-    VekStr *const string = vek_str_ncreate(r.text, room);
+    VekStr *const string = vek_str_ncreate(text, room);
     require(string == nullptr || memcmp(string->text, padded.c_str(), padded.size() + 1) == 0);
-    r.warns = room < 0 || (room > 0 && r.text == nullptr);
-    r.made(string, padded.c_str(), !r.warns);
+    warns = room < 0 || (room > 0 && text == nullptr);
+    made(string, padded.c_str(), !warns);
 }
 
-void copy_block(Run &r)
+void copy_block()
 {
-    const size_t size = std::min(r.n, r.model.size());
-    void *const block = vek_memdup(r.text, size);
+    const size_t size = std::min<size_t>(n, words.size());
+    void *const block = vek_memdup(text, size);
     require((block != nullptr) == (size != 0 && !refused));
-    require(block == nullptr || memcmp(block, r.model.data(), size) == 0);
+    require(block == nullptr || memcmp(block, words.data(), size) == 0);
     vek_free(block);
 }
 
-void copy_to_buffer(Run &r)
+void copy_to_buffer()
 {
-    const std::unique_ptr<char[]> buffer(r.n != 0 ? new char[r.n] : nullptr);
-    require(vek_strlcpy(buffer.get(), r.text, r.n) == r.model.size());
-    r.warns = r.is_null;
-    require(r.is_null || r.n == 0 || buffer.get() == r.model.substr(0, r.n - 1));
+    const std::unique_ptr<char[]> buffer(n != 0 ? new char[n] : nullptr);
+    require(vek_strlcpy(buffer.get(), text, n) == words.size());
+    warns = text == nullptr;
+    require(warns || n == 0 || buffer.get() == words.substr(0, n - 1));
 }
 
-void swap_characters(Run &r)
+void swap_characters()
 {
-    vek_str_char_swap(r.old, r.c[0], *r.words);
-    std::replace(r.before.begin(), r.before.end(), r.c[0], *r.words);
-    r.change([](VekStr *) {}, [](int c, bool) { return c; });
-    r.warns = false;
+    const char to = *value;
+    change<vek_str_tolower>([](int from, bool) { return tolower(from); });
+    vek_str_char_swap(old, c, to);
+    std::string &swapped = texts[old];
+    std::replace(swapped.begin(), swapped.end(), c, to);
+    swapped = swapped.c_str();
 }
 
-void append_string(Run &r)
+void append_string()
 {
-    const VekStr *const tail = r.before.size() < 2048 ? r.strings[r.other] : nullptr;
-    const std::string text = tail != nullptr ? tail->text : "";
-    r.edited(vek_str_append_vek_str(r.variable, tail), r.before + text, tail == nullptr);
+    VekStr *const appended = head.size() < 2048 ? *other : nullptr;
+    warns = appended == nullptr;
+    edited(vek_str_append_vek_str(variable, appended), head + texts[appended]);
 }
 
-void assign(Run &r)
-{
-    require(vek_str_assign(r.variable, &r.strings[r.other]) == r.strings[r.other]);
-    r.models[r.i] = r.models[r.other];
-}
+bool no_text() { return text == nullptr; }
 
-/* A block that cannot shrink is handed over all the same. Null can only be for want of an empty
- * one, or because an append has failed. */
-template <auto steal>
-void take_built(Run &r)
-{
-    const bool can = !r.failed;
-    const bool is_empty = r.builder.str == nullptr;
-    const auto text = steal(&r.builder);
-    refused = refused && is_empty;
-    if constexpr (std::is_same_v<decltype(text), VekStr *const>) {
-        r.made(text, r.emptied(), can);
-    } else {
-        r.copied(text, r.emptied(), can);
-    }
-}
+bool no_part() { return text == nullptr && n != 0; }
 
-using Operation = void (*)(Run &);
+using Operation = void (*)();
 const Operation operations[] = {
-    [](Run &r) { fail_in = r.n % 8, fail_onward = r.n >= 128; },
+    [] { refuse(n % 8, n >= 128); },
     // Strings
-    [](Run &r) { r.made(vek_str_create(r.text), r.model, !r.is_null); },
+    [] { made(vek_str_create(text), words, !no_text()); },
     create_part,
-    [](Run &r) {
-        r.made(vek_str_create_printf(r.format, r.words, r.number), r.result, r.converts);
-    },
-    [](Run &r) {
-        r.made(listed<vek_str_create_vprintf>(r.format, r.words, r.number), r.result, r.converts);
-    },
-    [](Run &r) { vek_str_force_destroy(r.old), *r.variable = nullptr, r.models[r.i] = nullptr; },
-    assign,
+    [] { made(vek_str_create_printf(format, value, n), formatted, length >= 0); },
+    [] { vek_str_force_destroy(std::exchange(*variable, nullptr)); },
+    [] { require(vek_str_assign(variable, other) == *other); },
     count_references,
     compare,
-    [](Run &r) { r.change(vek_str_toupper, [](int c, bool) { return toupper(c); }); },
-    [](Run &r) { r.change(vek_str_tolower, [](int c, bool) { return tolower(c); }); },
-    [](Run &r) {
-        r.change(vek_str_capitalize,
-                 [](int c, bool is_first) { return is_first ? toupper(c) : c; });
-    },
+    [] { change<vek_str_toupper>([](int from, bool) { return toupper(from); }); },
+    [] { change<vek_str_capitalize>([](int a, bool first) { return first ? toupper(a) : a; }); },
     swap_characters,
-    [](Run &r) {
-        r.edited(vek_str_append_c_str(r.variable, r.text), r.before + r.model, r.is_null);
-    },
-    [](Run &r) {
-        r.edited(vek_str_prepend_c_str(r.variable, r.text), r.model + r.before, r.is_null);
-    },
-    [](Run &r) {
-        r.edited(vek_str_append_n(r.variable, r.text, r.n), r.before + r.part,
-                 r.is_null && r.n != 0);
-    },
-    [](Run &r) { r.edited(vek_str_append_char(r.variable, *r.c), r.before + r.c); },
-    [](Run &r) { r.edited(vek_str_prepend_char(r.variable, *r.c), *r.c ? r.c + r.before : ""); },
+    [] { warns = no_text(), edited(vek_str_append_c_str(variable, text), head + words); },
+    [] { warns = no_text(), edited(vek_str_prepend_c_str(variable, text), words + head); },
+    [] { warns = no_part(), edited(vek_str_append_n(variable, text, n), head + part); },
+    [] { edited(vek_str_append_char(variable, c), head + letter); },
+    [] { edited(vek_str_prepend_char(variable, c), c != 0 ? letter + head : ""); },
     append_string,
-    [](Run &r) {
-        r.edited(vek_str_append_printf(r.variable, r.format, r.words, r.number),
-                 r.before + r.result, false, r.converts);
+    [] {
+        edited(vek_str_append_printf(variable, format, value, n), head + formatted, length >= 0);
     },
     // Builder
-    [](Run &r) { r.appended(vek_str_builder_append(&r.builder, r.text), r.model, r.is_null); },
-    [](Run &r) {
-        r.appended(vek_str_builder_append_n(&r.builder, r.text, r.n), r.part,
-                   r.is_null && r.n != 0);
+    [] { warns = no_text(), appended(vek_str_builder_append(&builder, text), words); },
+    [] { warns = no_part(), appended(vek_str_builder_append_n(&builder, text, n), part); },
+    [] { appended(vek_str_builder_append_char(&builder, c), letter); },
+    [] {
+        appended(vek_str_builder_append_printf(&builder, format, value, n), formatted, length >= 0);
     },
-    [](Run &r) { r.appended(vek_str_builder_append_char(&r.builder, *r.c), r.c); },
-    [](Run &r) {
-        r.appended(vek_str_builder_append_printf(&r.builder, r.format, r.words, r.number), r.result,
-                   false, r.converts);
-    },
-    [](Run &r) { vek_str_builder_release(&r.builder), r.emptied(); },
+    [] { vek_str_builder_release(&builder), built.clear(), failed = false; },
     take_built<vek_str_builder_steal_string>,
     take_built<vek_str_builder_steal_vekstr>,
     // Plain texts
-    [](Run &r) { r.warns = r.is_null, r.copied(vek_strdup(r.text), r.model, !r.is_null); },
-    [](Run &r) {
-        r.warns = r.is_null && r.n != 0;
-        r.copied(vek_strndup(r.text, r.n), r.part, !r.is_null && r.n != 0);
-    },
+    [] { warns = no_text(), made(vek_strdup(text), words, !warns); },
+    [] { warns = no_part(), made(vek_strndup(text, n), part, !warns && n != 0); },
+    [] { made(vek_strdup_printf(format, value, n), formatted, length > 0); },
     copy_block,
-    [](Run &r) {
-        const bool can = r.converts && r.length > 0;
-        r.copied(vek_strdup_printf(r.format, r.words, r.number), r.result, can);
-        refused = false;
-        r.copied(listed<vek_strdup_vprintf>(r.format, r.words, r.number), r.result, can);
-    },
     copy_to_buffer,
 };
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static char warnings[4096];
-    static FILE *const errors = fmemopen(warnings, sizeof warnings, "w");
-    static constexpr VekMemoryVtable table = {allocate, nullptr,  resize,   release,
-                                              nullptr,  allocate, allocate, nullptr,
-                                              nullptr,  nullptr,  nullptr};
-    stderr = errors;
-    vek_set_memory_vtable(&table);
-    fail_in = 0;
-    Run run = {data, size};
-    for (int count = 0; count < 64 && run.left != 0; ++count) {
-        const auto code = static_cast<size_t>(run.byte()) % std::size(operations);
-        run.read();
-        operations[code](run);
-        require((ftell(errors) != 0) == run.warns);
-        rewind(errors);
-        run.check();
+    stderr = errors.file;
+    use_memory();
+    Input input = {data, size};
+    for (int count = 0; count < 64 && input.left != 0; ++count) {
+        const Operation operation = operations[input.byte() % std::size(operations)];
+        read(input);
+        operation();
+        require(errors.taken().empty() != warns);
+        check();
     }
-    fail_in = 0;
-    vek_str_builder_release(&run.builder);
-    std::for_each(run.strings, std::end(run.strings), vek_str_unref);
+    refuse(0, false);
+    vek_str_builder_release(&builder);
+    for (VekStr *&string : strings) { string = vek_str_unref(string); }
     require(live == 0);
+    texts.clear();
+    built.clear();
+    failed = false;
     return 0;
 }

@@ -27,61 +27,7 @@ std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
 
 } // namespace
 
-TEST(StrBuilder, AppendsOrRemembersTheFailure)
-{
-#define EDIT(edit, ...) [](VekStrBuilder *b) { return vek_str_builder_##edit(b, __VA_ARGS__); }
-    const std::pair<int (*)(VekStrBuilder *), const char *> rows[] = {
-        // each with what it makes of the text "@": either "mid" or a text that fills its block
-        {EDIT(append, ""), "@"},
-        {EDIT(append, "post"), "@post"},
-        {EDIT(append, b->str->text), "@@"},
-        {EDIT(append_n, "post", 2), "@po"},
-        {EDIT(append_n, "post", SIZE_MAX), "@post"},
-        {EDIT(append_n, b->str->text + 1, 2), "@id"},
-        {EDIT(append_n, nullptr, 0), "@"},
-        {EDIT(append_char, '>'), "@>"},
-        {EDIT(append_char, '\0'), "@"},
-        {EDIT(append_printf, "%d", 7), "@7"},
-        {EDIT(append_printf, "%s", ""), "@"},
-        {EDIT(append_printf, "%c.", '\0'), "@"},
-        {EDIT(append_printf, "<%s%s>", b->str->text, b->str->text), "@<@@>"},
-    };
-    for (const std::string &start : {std::string("mid"), "mid" + std::string(56, '.')}) {
-        fail_each_allocation([&](Allocator &allocator) {
-            for (const auto &[edit, result] : rows) {
-                VekStrBuilder builder = {};
-                const bool done = vek_str_builder_append(&builder, start.c_str()) &&
-                                  edit(&builder) && vek_str_builder_append_char(&builder, '!');
-                EXPECT_TRUE(allocator.just_failed() || done);
-                EXPECT_EQ(vek_str_builder_failed(&builder), !done);
-                EXPECT_EQ(vek_str_builder_append(&builder, ""), done);
-                const std::string text = vek_str_builder_get_text(&builder);
-                const std::string whole = masked(result, "@", start.c_str()) + "!";
-                EXPECT_EQ(text, done ? whole : whole.substr(0, text.size()));
-                EXPECT_EQ(vek_str_builder_get_length(&builder), text.size());
-                EXPECT_EQ(handed_over(&builder, result[1] == '\0'), done ? whole : "(null)");
-                static_cast<void>(
-                    allocator.just_failed()); // a block that cannot be shrunk is no failure
-            }
-            const std::pair<int (*)(VekStrBuilder *), std::string> firsts[] = {
-                {[](VekStrBuilder *) { return 1; }, ""}, {EDIT(append_n, "ab", 1), "a"},
-                {EDIT(append_n, nullptr, 0), ""},        {EDIT(append_char, 'b'), "b"},
-                {EDIT(append_printf, "%c", 'c'), "c"},
-            };
-            for (const auto &[append, result] : firsts) {
-                for (const bool as_vekstr : {false, true}) {
-                    VekStrBuilder builder = {};
-                    const bool done = append(&builder);
-                    EXPECT_TRUE(allocator.just_failed() || done);
-                    const bool is_empty = builder.str == nullptr;
-                    const std::string text = handed_over(&builder, as_vekstr);
-                    const bool lost = allocator.just_failed() && is_empty;
-                    EXPECT_EQ(text, done && !lost ? result : "(null)");
-                }
-            }
-        });
-    }
-}
+/* What appends make, and how failures are remembered, the fuzz target `edits` compares with a model. */
 
 TEST(StrBuilder, DoublesItsBlock)
 {

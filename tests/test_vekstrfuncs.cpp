@@ -26,29 +26,10 @@ void expect_text(const char *expected, const char *format, ...)
 
 } // namespace
 
-TEST(StrFuncs, CopyOrGiveNullWithoutMemory)
+/* The fuzz target `edits` compares copies with a model. */
+
+TEST(StrFuncs, CopyTextsOfEveryLength)
 {
-    const std::pair<char *(*)(), std::string> rows[] = {
-        {[] { return vek_strdup("text"); }, "text"},
-        {[] { return vek_strdup(""); }, ""},
-        {[] { return vek_strndup("abcdef", 3); }, "abc"},
-        {[] { return vek_strndup("ab", 10); }, "ab"},
-        {[] { return vek_strndup("", 1); }, ""},
-        {[] { return vek_strdup_printf("%d-%s", 7, "x"); }, "7-x"},
-        {[] { return vek_strdup_printf("%0255d", 0); }, std::string(255, '0')},
-        {[] { return vek_strdup_printf("%0256d", 0); }, std::string(256, '0')},
-        {[] { return with_list<vek_strdup_vprintf>("%s", "x"); }, "x"},
-        {[] { return static_cast<char *>(vek_memdup("a\0b", 4)); }, {"a\0b", 3}},
-    };
-    fail_each_allocation([&](Allocator &allocator) {
-        for (const auto &[make, text] : rows) {
-            char *const copy = make();
-            EXPECT_EQ(copy == nullptr, allocator.just_failed());
-            EXPECT_TRUE(copy == nullptr || memcmp(copy, text.c_str(), text.size() + 1) == 0)
-                << text;
-            vek_free(copy);
-        }
-    });
     expect_text(std::string(255, '0').c_str(), "%0255d", 0);
     expect_text(std::string(256, '0').c_str(), "%0256d", 0);
     Allocator allocator; // an empty copy allocates nothing
@@ -66,17 +47,6 @@ TEST(StrFuncs, ATextThatChangesWhileItIsFormattedGivesNull)
     vek_set_memory_vtable(&table);
     EXPECT_EQ(vek_strdup_printf("%s", text.c_str()), nullptr);
     vek_set_memory_vtable(nullptr);
-}
-
-TEST(StrFuncs, BoundedCopy)
-{
-    const std::pair<size_t, const char *> rows[] = {{0, "######"}, {1, ""},      {4, "hel"},
-                                                    {5, "hell"},   {6, "hello"}, {7, "hello"}};
-    for (const auto &[size, text] : rows) {
-        char buffer[8] = "######";
-        EXPECT_EQ(vek_strlcpy(buffer, "hello", size), 5u);
-        EXPECT_STREQ(buffer, text);
-    }
 }
 
 TEST(StrFuncs, ChecksNameTheFault)
