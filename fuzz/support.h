@@ -16,6 +16,9 @@
 
 #include <malloc.h>
 
+/** Notes a refusal in the build that counts them; no other defines it. */
+extern "C" [[gnu::weak]] void vektest_refused(const char *request, int onward);
+
 namespace fuzz {
 
 /** Ends the process unless the condition holds: that is a finding. */
@@ -44,6 +47,7 @@ inline void *allocate(size_t size, void *)
     if (until_refusal != 0 && --until_refusal == 0) {
         until_refusal = refuses_onward;
         refused = true;
+        if (vektest_refused != nullptr) { vektest_refused("memory", refuses_onward); }
         return nullptr;
     }
     ++live;

@@ -157,7 +157,8 @@ class Proof:
 
     def __init__(self, folder: str) -> None:
         self.library = Code(os.path.join(folder, 'libveklib.so'))
-        self.programs = [Code(path) for path in sorted(glob.glob(f'{folder}/tests/test_*'))
+        self.programs = [Code(path) for path in sorted(glob.glob(f'{folder}/tests/test_*') +
+                                                       glob.glob(f'{folder}/fuzz/replay_*'))
                          if os.access(path, os.X_OK)]
         self.failed: list[str] = []  # what programs that failed printed
         self.refused: dict[Site, collections.Counter[str]] = {}
@@ -171,7 +172,9 @@ class Proof:
 
     def _run(self, program: Code) -> list[Refusal]:
         log = f'{program.path}.refusals'
-        result = subprocess.run([program.path, '--gtest_brief=1'], check=False, text=True,
+        target = program.path.partition('/replay_')[2]
+        arguments = [f'fuzz/corpus/{target}', '0'] if target else ['--gtest_brief=1']
+        result = subprocess.run([program.path, *arguments], check=False, text=True, cwd=common.ROOT,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors='replace',
                                 env={**os.environ, 'REFUSALS_LOG': log})
         if result.returncode != 0:

@@ -27,7 +27,8 @@ std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
 
 } // namespace
 
-/* What appends make, and how failures are remembered, the fuzz target `edits` compares with a model. */
+/* The fuzz target `edits` compares what appends make, and how failures are remembered, with a
+ * model. */
 
 TEST(StrBuilder, DoublesItsBlock)
 {
