@@ -55,6 +55,8 @@ def main() -> None:
     parser = common.parser(__doc__)
     parser.add_argument('--seconds', type=int, metavar='N',
                         help='how long each target runs (3600; with --quick 20)')
+    parser.add_argument('--workers', type=int, metavar='N', default=os.cpu_count(),
+                        help='how many targets run at once (one for each core)')
     parser.add_argument('targets', nargs='*', metavar='TARGET',
                         help=f'the targets ({" ".join(TARGETS)}); there is also trace')
     options = parser.parse_args()
@@ -66,7 +68,7 @@ def main() -> None:
     common.build('fuzz', 'fuzz', f'-DVEKLIB_BUILD_TOOLS={tools}',
                  targets=tuple(f'fuzz_{target}' for target in targets))
     seconds = options.seconds or (20 if options.quick else 3600)
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+    with concurrent.futures.ThreadPoolExecutor(options.workers) as pool:
         rows = list(pool.map(lambda target: fuzz(target, seconds), targets))
     common.finish('fuzz', rows, options.rows)
 

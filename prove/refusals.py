@@ -173,7 +173,7 @@ class Proof:
     def _run(self, program: Code) -> list[Refusal]:
         log = f'{program.path}.refusals'
         target = program.path.partition('/replay_')[2]
-        arguments = [f'fuzz/corpus/{target}', '0'] if target else ['--gtest_brief=1']
+        arguments = [f'fuzz/corpus/{target}', '200'] if target else ['--gtest_brief=1']
         result = subprocess.run([program.path, *arguments], check=False, text=True, cwd=common.ROOT,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors='replace',
                                 env={**os.environ, 'REFUSALS_LOG': log})
