@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Recordings that tests make up.
+// Files and recordings that tests make up, and what is read from one.
 #ifndef VEKTRACE_TESTS_RECORDING_H
 #define VEKTRACE_TESTS_RECORDING_H
 
@@ -9,7 +9,34 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "reader.h"
 #include "vekrecord_format.h"
+
+/** The path of a file with this text, which goes when the test ends. */
+inline std::string written(const std::string &text)
+{
+    const int file = memfd_create("test", 0);
+    EXPECT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    return "/proc/self/fd/" + std::to_string(file);
+}
+
+struct Collector : vektrace::EventSink {
+    std::vector<vektrace::Event> events;
+    std::vector<uint64_t> times;
+    void add(const vektrace::Event &event) override { events.push_back(event); }
+    void at_time(uint64_t milliseconds) override { times.push_back(milliseconds); }
+};
+
+/** What a reader made of its input. */
+struct Reading {
+    vektrace::Stacks stacks;
+    Collector sink;
+    vektrace::InputFacts facts;
+};
 
 /** Writes a recording, field by field. */
 class Recording {
@@ -51,12 +78,8 @@ public:
     }
     Recording &module(uint64_t bias, uint64_t start, uint64_t size, const std::string &path)
     {
-        return type(VEKRECORD_MODULE)
-            .number(bias)
-            .number(start)
-            .number(size)
-            .text("\xab\x01")
-            .text(path);
+        type(VEKRECORD_MODULE).number(bias).number(start).number(size);
+        return text("\xab\x01").text(path);
     }
     Recording &chain(int flags, const std::vector<uint64_t> &addresses)
     {

@@ -50,12 +50,6 @@ void any(int depth);
 
 // Functions whose frames are laid out in different ways.
 
-[[gnu::noinline]] void plain(int depth)
-{
-    any(depth);
-    use(&depth);
-}
-
 [[gnu::noinline]] void of_unknown_size(int depth)
 {
     void *const memory = alloca(1 + generator() % 300);
@@ -102,7 +96,7 @@ void any(int depth);
 
 void any(int depth)
 {
-    static void (*const functions[])(int) = {plain, of_unknown_size, of_many_registers, by_callback,
+    static void (*const functions[])(int) = {of_unknown_size, of_many_registers, by_callback,
                                              left_by_throw};
     for (auto i = generator() % 4; depth > 0 && i != 0; --i) {
         functions[generator() % std::size(functions)](depth - 1);
