@@ -246,6 +246,24 @@ TEST(Dict, GrowsBySegmentsAndKeepsItsOrder)
     EXPECT_EQ(vek_dict_ref(nullptr), nullptr);
 }
 
+TEST(Dict, CopiesKeysAndDataOrNothing)
+{
+    fail_each_allocation([](Allocator &allocator) {
+        VekDict *const dict = vek_str_dict_create(2);
+        for (const char *const text : {"one", "two"}) {
+            VekValue datum;
+            vek_value_set_string(&datum, text);
+            if (dict == nullptr || !vek_str_dict_put_value(dict, text, &datum)) {
+                vek_value_release(&datum);
+            }
+        }
+        allocator.just_failed();
+        VekDict *const copy = dict != nullptr ? vek_dict_copy(dict, 1) : nullptr;
+        EXPECT_EQ(copy == nullptr, dict == nullptr || allocator.just_failed());
+        for (VekDict *const each : {dict, copy}) { vek_dict_destroy(each); }
+    });
+}
+
 TEST(Dict, WalksStopWhenTheFunctionSaysSo)
 {
     Allocator allocator;

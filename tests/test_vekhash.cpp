@@ -312,6 +312,11 @@ TEST(Hash, ChecksNameTheFault)
 
 TEST(Hash, WarnsWithoutMemoryForItsSlots)
 {
+    fail_each_allocation([](Allocator &failing) {
+        VekHash *const empty = vek_hash_new();
+        EXPECT_EQ(empty == nullptr, failing.just_failed());
+        if (empty != nullptr) { vek_hash_destroy(empty); }
+    });
     Allocator allocator;
     VekHash *const hash = table_of(vek_hash_int_hash_func, 3, 8);
     const auto expect_refusal = [&](unsigned n, uint32_t size, auto change) {

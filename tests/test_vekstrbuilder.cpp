@@ -30,6 +30,25 @@ std::string handed_over(VekStrBuilder *builder, bool as_vekstr)
 /* The fuzz target `edits` compares what appends make, and how failures are remembered, with a
  * model. */
 
+TEST(StrBuilder, FailsWithoutMemoryForItsFirstText)
+{
+    const std::pair<int (*)(VekStrBuilder *), std::string> rows[] = {
+        {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, nullptr, 0); }, ""},
+        {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%0300d", 0); },
+         std::string(300, '0')}};
+    for (const auto &[append, text] : rows) {
+        fail_each_allocation([&](Allocator &allocator) {
+            VekStrBuilder builder = {};
+            const bool done = append(&builder);
+            const bool was_refused = allocator.just_failed();
+            EXPECT_TRUE(done || was_refused);
+            const std::string result = handed_over(&builder, false);
+            EXPECT_EQ(result, done ? text : "(null)");
+            allocator.just_failed(); // the block need not be shrunk
+        });
+    }
+}
+
 TEST(StrBuilder, DoublesItsBlock)
 {
     Allocator allocator;

@@ -30,6 +30,11 @@ void expect_text(const char *expected, const char *format, ...)
 
 TEST(StrFuncs, CopyTextsOfEveryLength)
 {
+    fail_each_allocation([](Allocator &allocator) {
+        char *const text = with_list<vek_strdup_vprintf>("%s", "x");
+        EXPECT_EQ(text == nullptr, allocator.just_failed());
+        vek_free(text);
+    });
     expect_text(std::string(255, '0').c_str(), "%0255d", 0);
     expect_text(std::string(256, '0').c_str(), "%0256d", 0);
     Allocator allocator; // an empty copy allocates nothing
