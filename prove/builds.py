@@ -120,7 +120,7 @@ def reason_of(case: xml.etree.ElementTree.Element) -> str:
     """Why a test was skipped, in its own words: after GoogleTest's "Skipped", or its last line."""
     lines = (case.findtext('system-out') or '').strip().splitlines()
     after = [lines[i + 1] for i, line in enumerate(lines[:-1]) if line.endswith(': Skipped')]
-    return (after or lines[-1:] or ['no reason given'])[0]
+    return (after or lines[-1:] or ['no reason given'])[0].removeprefix('skipped: ')
 
 
 def not_run(name: str, cases: list[xml.etree.ElementTree.Element]) -> tuple[list[str], list[str]]:
@@ -145,9 +145,9 @@ def judge(name: str, failure: str) -> tuple[dict[str, Any], str]:
                if case.attrib['status'] == 'notrun']
     passed = len(cases) - len(failed) - len(skipped)
     reasons, unexplained = ([], []) if failure else not_run(name, cases)
-    remarks = ([failure] if failure else []) + [f'FAILED {test}' for test in failed]
+    remarks = [f'FAILED {test}' for test in failed]
     remarks += [f'not run without a reason: {test}' for test in unexplained] + skipped + reasons
-    line = (f'{name:12}{passed + len(failed):6}{passed:8}{len(failed):8}{len(skipped):9}')
+    line = f'{name:12}{passed + len(failed):6}{passed:8}{len(failed):8}{len(skipped):9}'
     return common.row(name, failure or f'{passed} of {passed + len(failed)} tests',
                       'every test passes', not failure and not failed and not unexplained
                       and passed > 0, '; '.join(remarks)), line
