@@ -79,6 +79,7 @@ TEST(Str, Compare)
     EXPECT_EQ(vek_str_eq(nullptr, nullptr), 1);
     EXPECT_EQ(vek_str_eq(a, nullptr), 0);
     EXPECT_EQ(vek_str_eq_c_str(a, "hello"), 1);
+    EXPECT_EQ(vek_str_neq_c_str(a, "x", 1), 0);
     EXPECT_EQ(vek_str_neq_c_str(a, "help", 3), 1);
     EXPECT_EQ(vek_str_neq_c_str(a, "help", 4), 0);
     EXPECT_EQ(vek_strlen(a), 5u);

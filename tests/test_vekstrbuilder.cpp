@@ -116,6 +116,7 @@ TEST(StrBuilder, FaultsAreFailures)
     expect_warnings({}, [&] {
         vek_str_builder_append(&builder, "kept");
         EXPECT_EQ(vek_str_builder_append_printf(&builder, "x%lc", wint_t{0x7fffffff}), 0);
+        EXPECT_EQ(vek_str_builder_append_printf(&builder, "x"), 0); // as all later appends
         EXPECT_STREQ(vek_str_builder_get_text(&builder), "kept");
         EXPECT_EQ(handed_over(&builder, true), "(null)");
         VekStrBuilder full = {nullptr, INT_MAX - 1, INT_MAX, 0}; // claims 2 GB that do not exist
