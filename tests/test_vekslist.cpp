@@ -147,6 +147,13 @@ TEST(SList, DuplicatesWholeOrNotAtAll)
         EXPECT_EQ(numbers_of(copy), expected);
         for (VekSList *each : {list, shared, copy}) { vek_slist_free(each, nullptr); }
     });
+    static VekSList *growing = list_of({1});
+    VekSList *const copy = vek_slist_dup(growing, [](void *data) {
+        vek_slist_insert_after(growing, data);
+        return data;
+    });
+    EXPECT_EQ(numbers_of(copy), (Numbers{1})); // what was there before
+    for (VekSList *each : {growing, copy}) { vek_slist_free(each, nullptr); }
 }
 
 TEST(SList, LoopsMayStopAndRemove)

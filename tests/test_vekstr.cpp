@@ -120,7 +120,7 @@ TEST(Str, ReplacingEditsLeaveOtherHoldersAlone)
         {[](VekStr **s) { return vek_str_append_vek_str(s, *s); }, "midmid"},
         {[](VekStr **s) { return vek_str_append_char(s, '>'); }, "mid>"},
         {[](VekStr **s) { return vek_str_append_char(s, '\0'); }, "mid"},
-        {[](VekStr **s) { return vek_str_append_n(s, "post", 2); }, "midpo"},
+        {[](VekStr **s) { return vek_str_append_n(s, "xyz", 2); }, "midxy"},
         {[](VekStr **s) { return vek_str_append_n(s, vek_str_to_c_str(*s) + 1, 9); }, "midid"},
         {[](VekStr **s) { return vek_str_append_n(s, nullptr, 0); }, "mid"},
         {[](VekStr **s) { return vek_str_append_printf(s, "-%s", (*s)->text); }, "mid-mid"},
