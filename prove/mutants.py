@@ -59,7 +59,7 @@ class Token:
 @dataclass(frozen=True)
 class Mutant:
     """Replaces the bytes from `start` to `end` of the file. `old` and `new` are the lines before
-    and after in one line each: with file and function they identify the mutant in any version."""
+    and after in one line each: with file and function they identify the change in any version."""
     file: str
     function: str
     operator: str
@@ -69,10 +69,6 @@ class Mutant:
     line: int
     old: str
     new: str
-
-    @property
-    def identity(self) -> tuple[str, str, str, str]:
-        return self.file, self.function, self.old, self.new
 
 
 def tokenize(text: str, offset: int = 0) -> list[Token]:
@@ -305,8 +301,9 @@ class Source:
         condition = self.slice(*arguments[0])
         value = ' ' + self.slice(arguments[1][0], close - 1) if len(arguments) > 1 else ''
         public = self.name.endswith('.h') and not self.name.endswith('_internal.h')
-        report = (f'vek_warn_failed_assertion(__FILE__, __LINE__, __func__, {json.dumps(condition)})'
-                  if public else f'vek_failed_check({json.dumps(condition)}, __LINE__, __func__)')
+        said = json.dumps(condition)
+        report = (f'vek_warn_failed_assertion(__FILE__, __LINE__, __func__, {said})' if public
+                  else f'vek_failed_check({said}, __LINE__, __func__)')
         inner = Source('', f'#define F(x) {condition}')
         for mutant in inner.mutants():
             if mutant.operator != 'swapped operands':

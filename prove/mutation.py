@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: MIT
 """Mutation: do the tests notice when the library is changed?
 
-Changes one place of one source or header of veklib/ at a time (mutants.py has the changes), compiles
-what sees it, and runs the tests: the family's program first, then those that include the header,
-then the others, the slowest last. A change that leaves the compiled code the same, byte by byte,
+Changes one place of one file of veklib/ at a time (mutants.py has the changes), compiles what sees
+it, and runs the tests: the family's program first, then those that include the header, then the
+others, the slowest last. A change that leaves the compiled code the same, byte by byte,
 at -O1 or -O2, counts as equal. prove/mutation.txt lists the other changes that no test notices
 with the reason; whatever else survives is printed.
 
@@ -73,24 +73,26 @@ class Program:
     limit: float = 60.0
 
     def is_of_family(self, name: str) -> bool:
-        """Whether the program tests the family of a file: test_vekdebug that of vekdebug_config.cpp,
-        test_vekstr that of vekstr_inline.h."""
+        """Whether the program tests the family of a file: test_vekdebug for vekdebug_config.cpp,
+        test_vekstr for vekstr_inline.h."""
         return f'test_{name}'.replace('.', '_').startswith(self.name + '_')
 
     def compiles(self, mutant: Mutant) -> bool:
-        """Whether a change of a public header can be in the program: it uses the function, or its
-        family's, which call those that have no users of their own."""
+        """Whether a change of a public header can be in the program: it includes the family's
+        header itself, or names the function."""
         if self.object is None or mutant.file not in self.object.headers:
             return False
         with open(self.object.command[-1], encoding='utf-8') as file:
-            return self.is_of_family(mutant.file) or mutant.function in file.read()
+            text = file.read()
+        return f'/{header_of(mutant.file)}>' in text or mutant.function in text
 
 
 class Build:
     """What the build knows of the library and its tests."""
 
     def __init__(self) -> None:
-        self.path = common.build('release', 'mutation/build', '-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG',
+        self.path = common.build('release', 'mutation/build',
+                                 '-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG',
                                  '-DVEKLIB_BUILD_EXAMPLES=ON', '-DVEKLIB_BUILD_TOOLS=OFF')
         objects = self.read_objects()
         self.link = self.read_link('libveklib.so')
@@ -127,7 +129,8 @@ class Build:
                 words = shlex.split(part)
                 if '-o' in words and '-c' not in words:
                     return words
-        fail(f'no command of the build links {target}; read_link() in prove/mutation.py looks for it')
+        fail(f'no command of the build links {target}; read_link() in prove/mutation.py looks for '
+             'one')
 
     def read_tests(self, objects: dict[str, Object]) -> None:
         listed = json.loads(common.run(['ctest', '--test-dir', self.path, '--show-only=json-v1']))
@@ -174,17 +177,20 @@ class Bench:
                    for word in command]
         changed[changed.index('-o') + 1] = os.path.join(self.folder, output)
         changed += ['-w', f'-ffile-prefix-map={self.folder}/=', *more]
-        try:
-            return subprocess.run(changed, cwd=self.build.path, stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL, timeout=120, check=False).returncode == 0
-        except subprocess.TimeoutExpired:
-            return False
+        return self.succeeds(changed)
 
     def link(self, command: list[str], output: str, replaced: dict[str, str]) -> bool:
         words = [replaced.get(word, word) for word in command]
         words[words.index('-o') + 1] = output
-        return subprocess.run(words, cwd=self.build.path, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL, check=False).returncode == 0
+        return self.succeeds(words)
+
+    def succeeds(self, command: list[str]) -> bool:
+        try:
+            return subprocess.run(command, cwd=self.build.path, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, timeout=600,
+                                  check=False).returncode == 0
+        except subprocess.TimeoutExpired:
+            return False
 
     def users(self, name: str) -> list[Object]:
         """The library's objects that see a file, and for a public header one with all its inline
@@ -255,8 +261,8 @@ class Bench:
         places: set[str] = set()
         seen: list[str] = []
         while True:
-            command = [*program.command, '--gtest_filter=-' + ':'.join(seen)]
-            code, text = self.run(command if every else [*command, '--gtest_fail_fast'], program.limit)
+            mode = '--gtest_filter=-' + ':'.join(seen) if every else '--gtest_fail_fast'
+            code, text = self.run([*program.command, mode], program.limit)
             begun = re.findall(r'^\[ RUN      \] (\S+)', text, re.M)
             ended = re.findall(r'^\[  (?:     OK|FAILED ) \] (\S+?)(?: \(|,|$)', text, re.M)
             places.update(re.findall(r'(tests/\S+\.(?:cpp|h):\d+)(?:: Failure|: \n|$)', text, re.M))
@@ -284,26 +290,23 @@ class Bench:
 
     def judge(self, mutant: Mutant, text: str, every: bool) -> Result:
         """Applies a mutant to the file's text, and returns what becomes of it."""
-        path = os.path.join(self.folder, 'veklib', mutant.file)
+        changed = text[:mutant.start] + mutant.text + text[mutant.end:]
         users = self.users(mutant.file)
         self.compile_originals(users, '-O1')
-        try:
-            with open(path, 'w', encoding='utf-8') as file:
-                file.write(text[:mutant.start] + mutant.text + text[mutant.end:])
-            result = self.test(mutant, users, every)
-        finally:
-            with open(path, 'w', encoding='utf-8') as file:
-                file.write(text)
+        self.write(mutant.file, changed)
+        result = self.test(mutant, users, every)
         if result['status'] == 'unnoticed' and not in_public_macro(mutant):
+            self.write(mutant.file, text)
             self.compile_originals(users, '-O2')
-            with open(path, 'w', encoding='utf-8') as file:
-                file.write(text[:mutant.start] + mutant.text + text[mutant.end:])
-            same = self.make(users, '-O2') == (True, True)
-            with open(path, 'w', encoding='utf-8') as file:
-                file.write(text)
-            if same:
-                return {'status': 'equal'}
+            self.write(mutant.file, changed)
+            if self.make(users, '-O2') == (True, True):
+                result = {'status': 'equal'}
+        self.write(mutant.file, text)
         return result
+
+    def write(self, name: str, text: str) -> None:
+        with open(os.path.join(self.folder, 'veklib', name), 'w', encoding='utf-8') as file:
+            file.write(text)
 
     def test(self, mutant: Mutant, users: list[Object], every: bool) -> Result:
         compiled, same = self.make(users, '-O1')
@@ -315,18 +318,15 @@ class Bench:
                          {user.output: os.path.join(self.folder, os.path.basename(user.output))
                           for user in users}):
             return {'status': 'uncompiled'}
-        failed: dict[str, str] = {}
-        places: set[str] = set()
+        failed, places = {}, set()
         for program in in_order(self.build.programs, mutant.file):
             if is_public(mutant.file) and program.compiles(mutant):
                 if not (program := self.rebuilt(program)):
                     return {'status': 'uncompiled'}
             elif len(users) == 1 and is_public(mutant.file):
                 continue  # the change is neither in the library nor in this program
-            new, where = self.run_cases(program, every)
-            failed |= new
-            places |= where
-            if failed and not every:
+            failed, places = self.run_cases(program, every)
+            if failed:
                 break
         if not failed:
             failed = {test.name: 'failed' for test in self.build.others if not self.run_other(test)}
@@ -345,6 +345,11 @@ class Bench:
         return Program(program.name, [path], limit=program.limit)
 
 
+def header_of(name: str) -> str:
+    """The header that applications include for a file: vekstr.h for vekstr_inline.h."""
+    return re.sub(r'(_inline|_internal)?\.\w+$', '.h', name)
+
+
 def is_public(name: str) -> bool:
     return name.endswith('.h') and not name.endswith('_internal.h')
 
@@ -356,10 +361,8 @@ def in_public_macro(mutant: Mutant) -> bool:
 
 def in_order(programs: list[Program], name: str) -> list[Program]:
     """The programs in the order in which they probably notice a change of a file."""
-    header = re.sub(r'(_inline|_internal)?\.\w+$', '.h', name)
-
     def rank(program: Program) -> tuple[bool, bool, float]:
-        includes = program.object is not None and header in program.object.headers
+        includes = program.object is not None and header_of(name) in program.object.headers
         return not program.is_of_family(name), not includes, program.limit
     return sorted(programs, key=rank)
 
@@ -427,8 +430,7 @@ def measure(build: Build) -> None:
         fail('the library does not link; Bench.link() in prove/mutation.py adapts the command')
     for program in [*build.programs, *build.others]:
         begun = time.monotonic()
-        passed = not bench.run_cases(program, False)[0] if program.object else bench.run_other(program)
-        if not passed:
+        if bench.run_cases(program, False)[0] if program.object else not bench.run_other(program):
             fail(f'{program.name} fails without a change; its output is in {bench.folder}/output')
         program.limit = 5 + 10 * (time.monotonic() - begun)
 
@@ -436,7 +438,8 @@ def measure(build: Build) -> None:
 def digest() -> str:
     """Identifies the state of library and tests."""
     whole = hashlib.sha256()
-    for path in sorted(glob.glob(f'{ROOT}/veklib/*') + glob.glob(f'{ROOT}/tests/**', recursive=True)):
+    files = glob.glob(f'{ROOT}/veklib/*') + glob.glob(f'{ROOT}/tests/**', recursive=True)
+    for path in sorted(files):
         if os.path.isfile(path):
             with open(path, 'rb') as file:
                 whole.update(path.encode() + file.read())
@@ -447,15 +450,21 @@ def key_of(entry: Result) -> tuple[str, int, str]:
     return entry['file'], entry['start'], entry['text']
 
 
+def identity_of(entry: Result) -> tuple[str, str, str, str]:
+    return entry['file'], entry['function'], entry['old'], entry['new']
+
+
 def read_results(state: str, options: argparse.Namespace) -> dict[tuple[str, int, str], Result]:
     """The results that still hold: of this state, or, if only survivors are to be tried again, of
-    any state if the tests noticed the change."""
+    any state if the tests noticed the change or the list explains why not."""
     results = {}
+    known = read_known()
     if os.path.exists(RESULTS):
         with open(RESULTS, encoding='utf-8') as file:
             for entry in map(json.loads, file):
                 holds = entry['state'] == state or (
-                    options.survivors and entry['status'] != 'unnoticed')
+                    options.survivors and
+                    (entry['status'] != 'unnoticed' or identity_of(entry) in known))
                 if holds and entry['every'] >= options.all_kills:
                     results[key_of(entry)] = entry
     return results
@@ -500,8 +509,7 @@ def judge_results(results: list[Result]) -> dict[str, list[Result]]:
     for result in results:
         status = result['status']
         if status == 'unnoticed':
-            identity = (result['file'], result['function'], result['old'], result['new'])
-            status = known.get(identity, status)
+            status = known.get(identity_of(result), status)
         sorted_results[status].append(result)
     return sorted_results
 
@@ -513,7 +521,7 @@ def show_survivors(survivors: list[Result]) -> None:
 
 
 def write_cases(results: list[Result]) -> None:
-    """Which cases notice something, and what no other case notices."""
+    """Which cases notice something, and what no other case of their program notices."""
     noticed = [result for result in results if result['status'] == 'noticed']
     every: collections.Counter[str] = collections.Counter()
     alone = collections.defaultdict(list)
@@ -525,7 +533,8 @@ def write_cases(results: list[Result]) -> None:
             alone[next(iter(result['by']))].append(result)
     with open(CASES, 'w', encoding='utf-8') as file:
         print(f'{len(noticed)} changes noticed\n\n notices   alone  case', file=file)
-        for case in sorted(all_cases() | set(every), key=lambda name: (len(alone[name]), every[name])):
+        cases = sorted(all_cases() | set(every))
+        for case in sorted(cases, key=lambda name: (len(alone[name]), every[name])):
             print(f'{every[case]:8}{len(alone[case]):8}  {case}', file=file)
         print('\nWhat one case alone notices', file=file)
         for case in sorted(alone):
@@ -544,8 +553,22 @@ def all_cases() -> set[str]:
     for path in glob.glob(os.path.join(ROOT, 'tests', 'test_*.cpp')):
         with open(path, encoding='utf-8') as file:
             cases.update(f'{suite}.{name}' for suite, name in re.findall(
-                r'^(?:CHILD_)?TEST\((\w+), (\w+)\)', file.read(), re.M))
+                r'^(?:[A-Z]+_)?TEST\((\w+), (\w+)\)', file.read(), re.M))
     return cases
+
+
+def row_of(results: list[Result], chosen: int) -> dict[str, Any]:
+    count = {status: len(found) for status, found in judge_results(results).items()}
+    noticed, equal = count.get('noticed', 0), count.get('equal', 0)
+    differ = noticed + count.get('unnoticed', 0) + count.get('accepted', 0)
+    share = 100 * noticed / max(differ, 1)
+    remark = (f'of {len(results)} changes {count.get("uncompiled", 0)} do not compile and {equal} '
+              'change nothing')
+    if len(results) < chosen:
+        remark += f'; {chosen - len(results)} have not been tried yet'
+    return common.row('changes of one place of veklib/ that the tests notice',
+                      f'{share:.1f} % ({noticed:,} of {differ:,} that differ)', f'{GOAL:.0f} %',
+                      share >= GOAL and len(results) == chosen, remark)
 
 
 def parse_options() -> argparse.Namespace:
@@ -555,7 +578,8 @@ def parse_options() -> argparse.Namespace:
     parser.add_argument('--only', metavar='FILE[:LINE]', help='all changes of a file, or of a line')
     parser.add_argument('--survivors', action='store_true',
                         help='keep earlier results of what was noticed, although tests changed')
-    parser.add_argument('--all-kills', action='store_true', help='run all programs for each change')
+    parser.add_argument('--all-kills', action='store_true',
+                        help='run all cases of the program that notices')
     parser.add_argument('--workers', type=int, default=os.cpu_count() or 1, help='(one per core)')
     parser.add_argument('--minutes', type=float, default=600.0, help='stop then; go on next time')
     options = parser.parse_args()
@@ -575,26 +599,18 @@ def main() -> None:
     measure(build)
     state = digest()
     done = read_results(state, options)
-    Run(build, [mutant for mutant in chosen if key_of(vars(mutant)) not in done], options, state).go()
+    todo = [mutant for mutant in chosen if key_of(vars(mutant)) not in done]
+    Run(build, todo, options, state).go()
     done = read_results(state, options)
     results = [done[key] for mutant in chosen if (key := key_of(vars(mutant))) in done]
-
-    by_status = judge_results(results)
-    counts = {status: len(by_status[status])
-              for status in ('noticed', 'unnoticed', 'accepted', 'equal', 'uncompiled')}
-    show_survivors(by_status['unnoticed'])
+    show_survivors(judge_results(results)['unnoticed'])
     if options.all_kills:
         write_cases(results)
-    differ = counts['noticed'] + counts['unnoticed'] + counts['accepted']
-    share = 100 * counts['noticed'] / max(differ, 1)
-    common.finish('mutation', [common.row(
-        'changes of one place of veklib/ that a test notices',
-        f'{share:.1f} % ({counts["noticed"]} of {differ} that differ)', f'{GOAL:.0f} %',
-        share >= GOAL and len(results) == len(chosen),
-        f'of {len(results)} changes {counts["uncompiled"]} do not compile, {counts["equal"]} change '
-        f'nothing' + (f', {len(chosen) - len(results)} not tried yet'
-                      if len(results) < len(chosen) else ''))], options.rows)
+    common.finish('mutation', [row_of(results, len(chosen))], options.rows)
 
 
 if __name__ == '__main__':
-    main()
+    try:
+        main()
+    except KeyboardInterrupt:
+        fail('stopped; the same command goes on from here')
