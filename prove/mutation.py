@@ -527,7 +527,7 @@ def write_cases(results: list[Result]) -> None:
     alone = collections.defaultdict(list)
     places: collections.Counter[str] = collections.Counter()
     for result in noticed:
-        every.update(result['by'])
+        every.update(list(result['by']))
         places.update(result['places'])
         if len(result['by']) == 1:
             alone[next(iter(result['by']))].append(result)
