@@ -225,7 +225,8 @@ FOLDER_TEST(Debug, PrintingGoesWhereItShould)
     EXPECT_EQ(vek_debug_is_enabled(net, 3), 1);
     int evaluated = 0;
     for (const uint32_t flag : {1u, 2u}) { VEK_DEBUG(net, flag, "%d", ++evaluated); }
-    VEK_DEBUG(nullptr, 1, "%d", ++evaluated);
+    VekDebugDomain *volatile no_domain = nullptr;
+    VEK_DEBUG(no_domain, 1, "%d", ++evaluated);
     EXPECT_EQ(evaluated, 1);
     EXPECT_EQ(content_of("file"), "bc1");
     EXPECT_EQ(content_of("main"), longer + "d");

@@ -294,6 +294,9 @@ TEST(Dict, KeysAreEqualWithinTheirType)
         [](VekValue *key) { vek_value_set_string(key, "1"); },
         [](VekValue *key) { vek_value_set_string(key, ""); },
         [](VekValue *key) { vek_value_set_string(key, nullptr); },
+        // the bits of the integer, in either byte order, at odd and at even places
+        [](VekValue *key) { vek_value_set_pointer(key, nullptr), key->payload.integer = 1; },
+        [](VekValue *key) { vek_value_set_name(key, nullptr), key->payload.integer = 1; },
         [](VekValue *key) { vek_value_take_vekstr(key, vek_str_create("1")); },
         [](VekValue *key) { vek_value_set_pointer(key, &names[1]); },
         [](VekValue *key) { vek_value_set_name(key, &names[1]); },
@@ -301,17 +304,17 @@ TEST(Dict, KeysAreEqualWithinTheirType)
     for (const bool backward : {false, true}) { // each key is once before each other one
         VekDict *const dict = _vek_dict_create(1, VEK_VALUE_INT);
         for (const int round : {0, 1}) { // the second finds what the first put
-            for (int i = 0; i < 8; ++i) {
+            for (int i = 0; i < 10; ++i) {
                 VekValue key;
                 VekValue data;
-                keys[backward ? 7 - i : i](&key);
+                keys[backward ? 9 - i : i](&key);
                 vek_value_set_int(&data, round);
                 EXPECT_EQ(_vek_dict_get_value(dict, &key) != nullptr, round == 1);
                 EXPECT_EQ(_vek_dict_put_value(dict, &key, &data), 1);
                 EXPECT_EQ(key.vt, nullptr);
             }
         }
-        EXPECT_EQ(vek_dict_get_len(dict), 8);
+        EXPECT_EQ(vek_dict_get_len(dict), 10);
         vek_dict_destroy(dict);
     }
 }
@@ -499,6 +502,10 @@ TEST(Dict, ChecksNameTheFault)
     EXPECT_FAILS("INT_MAX > dict->ref_count", vek_dict_ref(dict), nullptr);
     EXPECT_EQ(std::exchange(dict->ref_count, 1), INT_MAX);
 
+    vek_value_release(vek_int_dict_get_value(dict, 1)); // an empty datum is of no type
+    expect_warnings({{"vek_value_get_int", "vekvalue->vt->type == VEK_VALUE_INT"}},
+                    [&] { EXPECT_EQ(vek_int_dict_get_int_or(dict, 1, 5), 5); });
+
     // If the key passed or stored is empty, the query for its type warns first.
     const auto expect_twice = [&](VekValue *key, const char *condition) {
         const Check first = {"vek_value_get_type", "value->vt != NULL"};
@@ -511,7 +518,11 @@ TEST(Dict, ChecksNameTheFault)
     };
     expect_twice(&empty, "vek_value_get_type(key) != VEK_VALUE_INVALID");
     vek_value_release(&dict->first_seg.items[0].key);
-    expect_twice(&one, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
+    VekValue other;
+    vek_value_set_pointer(&other, dict);
+    for (VekValue *const key : {&one, &other}) {
+        expect_twice(key, "vek_value_get_type(&(cur_seg_ptr->items[i].key)) != VEK_VALUE_INVALID");
+    }
     vek_dict_clear(dict);
     expect_warnings({no_slots}, [&] { EXPECT_EQ(vek_dict_dup_and_clear(dict), nullptr); });
     vek_dict_destroy(dict);

@@ -4,6 +4,7 @@
 
 #include "support/support.h"
 
+#include <climits>
 #include <csignal>
 #include <cstring>
 
@@ -40,7 +41,7 @@ TEST(Error, CarriesTypeMessageAndPlaces)
     EXPECT_STREQ(vek_error_get_callstack_func(err, 29), __func__);
     EXPECT_STREQ(vek_error_get_callstack_func(err, 30), "--unknown--"); // an index not in use
     EXPECT_STREQ(vek_error_get_callstack_func(nullptr, 0), "--unknown--");
-    EXPECT_EQ(vek_error_get_callstack_line(err, -1), 0);
+    EXPECT_EQ(vek_error_get_callstack_line(err, INT_MIN), 0);
     vek_error_destroy(err);
 
     VekError *const silent = vek_error_create(-1, "f", "f.c", 1, null_format);

@@ -77,6 +77,7 @@ TEST(Hash, GrowsAndShrinksByTheRules)
     for (intptr_t i = 1024; i >= 0; --i) {
         EXPECT_EQ(vek_hash_lookup(hash, word(i)), word(~i));
         expect_done(vek_hash_remove(hash, word(i)));
+        EXPECT_EQ(vek_hash_find(hash, word(i)), nullptr);
         EXPECT_EQ(vek_hash_remove(hash, word(i)), 0);
     }
     const decltype(changes) expected = {{25, 16},   {97, 32},  {257, 64}, {513, 128}, {1025, 256},
@@ -169,6 +170,8 @@ TEST(Hash, IntegersHashToThemselves)
     for (const intptr_t i : {0, 123456, INT32_MAX, -2, INT32_MIN}) {
         EXPECT_EQ(vek_hash_int_hash_func(word(i)), static_cast<uint32_t>(i));
     }
+    EXPECT_EQ(VEK_POINTER_TO_INT(word(static_cast<intptr_t>(UINT32_MAX))), -1);
+    EXPECT_EQ(VEK_INT_TO_POINTER(UINT32_MAX), word(-1));
     constexpr int half = sizeof(intptr_t) * 4; // bits above the lowest 32 are folded in
     EXPECT_EQ(vek_hash_int_hash_func(word(intptr_t{1} << half)), half == 32 ? 1u : 1u << half);
 }

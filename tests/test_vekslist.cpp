@@ -123,7 +123,7 @@ TEST(SList, ChecksNameTheFault)
                     });
 }
 
-TEST(SList, TheCopierMayShrinkTheList)
+TEST(SList, TheCopierMayChangeTheList)
 {
     static VekSList *shrinking = list_of({1, 2, 3}); // by the function that copies its elements
     VekSList *const copy = vek_slist_dup(shrinking, [](void *data) {
@@ -132,6 +132,13 @@ TEST(SList, TheCopierMayShrinkTheList)
     });
     EXPECT_EQ(numbers_of(copy), (Numbers{1, 3, 0}));
     for (VekSList *each : {shrinking, copy}) { vek_slist_free(each, nullptr); }
+    static VekSList *growing = list_of({1});
+    VekSList *const shorter = vek_slist_dup(growing, [](void *data) {
+        vek_slist_insert_after(growing, data);
+        return data;
+    });
+    EXPECT_EQ(numbers_of(shorter), (Numbers{1})); // what was there before
+    for (VekSList *each : {growing, shorter}) { vek_slist_free(each, nullptr); }
 }
 
 TEST(SList, LoopsMayStopAndRemove)

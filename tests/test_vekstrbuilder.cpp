@@ -91,10 +91,13 @@ TEST(StrBuilder, FaultsAreFailures)
     EXPECT_REFUSE(&builder, "format != NULL", vek_str_builder_append_vprintf);
     EXPECT_EQ(handed_over(&builder, false), "(null)");
     expect_warnings({}, [&] {
-        vek_str_builder_append(&builder, "kept");
-        EXPECT_EQ(vek_str_builder_append_printf(&builder, "x%lc", wint_t{0x7fffffff}), 0);
-        EXPECT_STREQ(vek_str_builder_get_text(&builder), "kept");
-        EXPECT_EQ(handed_over(&builder, true), "(null)");
+        for (const char *const kept : {"", "kept"}) {
+            if (*kept != '\0') { vek_str_builder_append(&builder, kept); }
+            EXPECT_EQ(vek_str_builder_append_printf(&builder, "x%lc", wint_t{0x7fffffff}), 0);
+            EXPECT_EQ(vek_str_builder_append_printf(&builder, "x"), 0); // as all later appends
+            EXPECT_STREQ(vek_str_builder_get_text(&builder), kept);
+            EXPECT_EQ(handed_over(&builder, true), "(null)");
+        }
         VekStrBuilder full = {nullptr, INT_MAX - 1, INT_MAX, 0}; // claims 2 GB that do not exist
         EXPECT_EQ(vek_str_builder_append(&full, "xx"), 0);
         EXPECT_EQ(vek_str_builder_failed(&full), 1);
