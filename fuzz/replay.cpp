@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* Runs a fuzz target as a test, without libFuzzer: `replay FOLDER COUNT` runs so many inputs, which
  * are the files of the folder, then changed copies of them. It silences the target. A failure says
- * how to repeat the input that failed: `replay FOLDER 0 NUMBER` runs that one alone, with output. */
+ * how to repeat the input: `replay FOLDER 0 NUMBER` runs the one that failed, with output. */
 #include <algorithm>
 #include <atomic>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// usage: sample_report json|html|diff SITES EVENTS - writes the report of three random processes, or
-// compares it with that of smaller ones: every kind of fault, and texts that try to break out of
+// usage: sample_report json|html|diff SITES EVENTS - writes the report of three random processes,
+// or compares it with that of smaller ones: every kind of fault, and texts that try to break out of
 // wherever they are put.
 #include <cstdio>
 #include <cstdlib>

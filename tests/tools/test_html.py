@@ -49,7 +49,8 @@ def load(source):
         pathlib.Path(folder, "page.html").write_text(source, encoding="utf-8")
         run = subprocess.run(
             [chromium, "--headless=new", "--no-sandbox", "--disable-gpu", "--dump-dom",
-             "--enable-logging=stderr", f"--user-data-dir={folder}/user", f"file://{folder}/page.html"],
+             "--enable-logging=stderr",
+             f"--user-data-dir={folder}/user", f"file://{folder}/page.html"],
             check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=300)
     console = [line for line in run.stderr.decode().splitlines() if ":CONSOLE" in line]
     return Page(run.stdout.decode("utf-8")), console

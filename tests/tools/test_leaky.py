@@ -19,7 +19,7 @@ emulator = sys.argv[4:]
 
 
 def expectations():
-    """The comments `expect: KIND WHAT FUNCTION COUNT`, the last two as a place with file and line."""
+    """The comments `expect: KIND WHAT FUNCTION COUNT`, the last two as a place."""
     source = pathlib.Path(__file__).parent / "leaky.c"
     for number, line in enumerate(source.read_text().splitlines(), 1):
         found = re.search(r"expect: (\S+) (\S+) ([^ ]+)(?: (\w+))?", line)
@@ -42,7 +42,8 @@ def record(case, folder, program, arguments, expected_status=0):
 
 
 def report(*arguments):
-    return json.loads(subprocess.check_output([vek_trace, "report", "--format", "json", *arguments]))
+    command = [vek_trace, "report", "--format", "json", *arguments]
+    return json.loads(subprocess.check_output(command))
 
 
 def places(frames):
