@@ -82,7 +82,7 @@ FNR == 1 {
 
 { width = $0; gsub(/[\200-\277]/, "", width); width = length(width) }
 
-# Rows of tables, headings and lines with web addresses cannot be broken.
+# Rows of tables, headings, texts in JSON and lines with web addresses cannot be broken.
 width > 100 && !is_output && !is_json && !(is_markdown && /^(\||#)/) && !/https?:\/\// {
     fault("a line of " width " columns; the most is 100")
 }
