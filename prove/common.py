@@ -23,8 +23,11 @@ def fail(message: str) -> NoReturn:
 def run(command: list[str], log: str | None = None, **options: Any) -> str:
     """Runs a command in the project's root and returns its output; fails if the command does.
     `log` names a file that gets the output as well."""
-    result = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                            text=True, errors='replace', check=False, **options)
+    try:
+        result = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                text=True, errors='replace', check=False, **options)
+    except FileNotFoundError:
+        fail(f'there is no {command[0]}; `./dev prove` installs what is missing')
     if log is not None:
         with open(log, 'w', encoding='utf-8') as file:
             file.write(result.stdout)
@@ -58,12 +61,15 @@ def parser(description: str | None) -> argparse.ArgumentParser:
 
 def finish(proof: str, rows: list[dict[str, Any]], path: str | None) -> NoReturn:
     """Prints the rows, writes them to `path` if it is not None, and ends the program."""
+    if not rows:
+        fail('nothing was measured')
     for entry in rows:
         mark = 'ok    ' if entry['reached'] else 'MISSED'
         remark = f' ({entry["remark"]})' if entry['remark'] else ''
         print(f'{mark} {entry["what"]}: {entry["figure"]}, goal {entry["goal"]}{remark}')
     if path is not None:
-        commit = run(['git', 'describe', '--always', '--dirty']).strip()
+        commit = subprocess.run(['git', 'describe', '--always', '--dirty'], cwd=ROOT, text=True,
+                                capture_output=True, check=False).stdout.strip() or 'unknown'
         done = {'proof': proof, 'commit': commit, 'date': time.strftime('%Y-%m-%d'),
                 'seconds': round(time.monotonic() - STARTED), 'rows': rows}
         os.makedirs(os.path.dirname(os.path.abspath(path)), exist_ok=True)

@@ -66,6 +66,7 @@ class Program:
     """A program with tests, or another test of the project."""
     name: str
     command: list[str]
+    has_cases: bool = False  # a GoogleTest program; the others are replays of fuzz targets
     expected: str = ''  # a pattern that the output must match
     skipped: int = -1   # the exit status of a test that cannot run here
     object: Object | None = None
@@ -138,15 +139,17 @@ class Build:
         for test in listed['tests']:
             values = {entry['name']: entry['value'] for entry in test['properties']}
             if 'unit' in values.get('LABELS', []):
-                path = test['command'][0]
+                path, *arguments = test['command']
                 name = os.path.basename(path)
+                has_cases = any(word.startswith('--gtest_filter') for word in arguments)
                 if name not in programs:
-                    link = self.read_link('tests/' + name)
+                    link = self.read_link(os.path.relpath(path, self.path))
                     own = next(objects[word] for word in link if word in objects)
-                    programs[name] = Program(name, [path], object=own, link=link)
+                    command = [path] if has_cases else test['command']
+                    programs[name] = Program(name, command, has_cases, object=own, link=link)
             elif not OTHER_SUBJECTS.match(test['name']):
                 self.others.append(Program(
-                    test['name'], test['command'],
+                    test['name'], test['command'], False,
                     ''.join(values.get('PASS_REGULAR_EXPRESSION', '')),
                     int(values.get('SKIP_RETURN_CODE', -1))))
         self.programs = list(programs.values())
@@ -260,6 +263,10 @@ class Bench:
         failed: dict[str, str] = {}
         places: set[str] = set()
         seen: list[str] = []
+        if not program.has_cases:
+            code, _ = self.run(program.command, program.limit)
+            return ({} if code == 0 else
+                    {program.name: 'timeout' if code is None else 'failed'}), places
         while True:
             mode = '--gtest_filter=-' + ':'.join(seen) if every else '--gtest_fail_fast'
             code, text = self.run([*program.command, mode], program.limit)
@@ -342,7 +349,8 @@ class Bench:
             return None
         if not self.link(program.link, path, {program.object.output: path + '.o'}):
             return None
-        return Program(program.name, [path], limit=program.limit)
+        return Program(program.name, [path, *program.command[1:]], program.has_cases,
+                       limit=program.limit)
 
 
 def header_of(name: str) -> str:
@@ -438,7 +446,8 @@ def measure(build: Build) -> None:
 def digest() -> str:
     """Identifies the state of library and tests."""
     whole = hashlib.sha256()
-    files = glob.glob(f'{ROOT}/veklib/*') + glob.glob(f'{ROOT}/tests/**', recursive=True)
+    files = [path for folder in ('veklib', 'tests', 'fuzz')
+             for path in glob.glob(f'{ROOT}/{folder}/**', recursive=True)]
     for path in sorted(files):
         if os.path.isfile(path):
             with open(path, 'rb') as file:

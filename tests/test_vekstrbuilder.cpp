@@ -36,8 +36,8 @@ TEST(StrBuilder, FailsWithoutMemoryForItsFirstText)
         {[](VekStrBuilder *b) { return vek_str_builder_append_n(b, nullptr, 0); }, ""},
         {[](VekStrBuilder *b) { return vek_str_builder_append_printf(b, "%0300d", 0); },
          std::string(300, '0')}};
-    for (const auto &[append, text] : rows) {
-        fail_each_allocation([&](Allocator &allocator) {
+    fail_each_allocation([&](Allocator &allocator) {
+        for (const auto &[append, text] : rows) {
             VekStrBuilder builder = {};
             const bool done = append(&builder);
             const bool was_refused = allocator.just_failed();
@@ -45,8 +45,8 @@ TEST(StrBuilder, FailsWithoutMemoryForItsFirstText)
             const std::string result = handed_over(&builder, false);
             EXPECT_EQ(result, done ? text : "(null)");
             allocator.just_failed(); // the block need not be shrunk
-        });
-    }
+        }
+    });
 }
 
 TEST(StrBuilder, DoublesItsBlock)
