@@ -6,12 +6,13 @@ set -eu
 export LC_ALL=C
 if [ $# -eq 0 ]; then
     cd "$(dirname "$0")/.."
-    # The folders are listed, so that builds beside them are left out. Fuzz inputs and pictures are
-    # not checked.
+    # The folders are listed, so that builds beside them are left out. Fuzz inputs, pictures
+    # and lists that quote lines are not checked.
     # shellcheck disable=SC2046 # no file of the project has a blank in its name
     set -- *.md CMakeLists.txt CMakePresets.json LICENSE dev $(
-        find .ci bench cmake docs examples fuzz tests tools veklib -type f \
-            ! -name '*.svg' ! -name '*.png' ! -name '*.pyc' ! -path 'fuzz/corpus/*'
+        find .ci bench cmake docs examples fuzz prove tests tools veklib -type f \
+            ! -name '*.svg' ! -name '*.png' ! -name '*.pyc' \
+            ! -path 'fuzz/corpus/*' ! -path 'prove/*.txt'
     )
 fi
 

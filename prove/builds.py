@@ -1,21 +1,23 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""usage: prove/builds.py [--rows FILE] [--quick] [--only NAME[,NAME...]] - the whole test suite in
-every build: by each compiler and optimisation, under the sanitizers and valgrind, and for other
-processors.
+"""The whole test suite in every build: by each compiler and optimisation, under the sanitizers and
+valgrind, and for other processors.
+
+    prove/builds.py                      all builds
+    prove/builds.py --only gcc-O2,arm64  two of them; gcc-O2 is what the others are compared with
 
 A build passes if none of its tests fails, and if it has every test of the last run of gcc-O2 but
 those that it leaves out for a reason. build/prove/builds/ has each build's folder, its output
 (NAME.txt) and its results (NAME.xml). The other processors need the packages that `./dev prove`
-unpacks. --quick runs nothing: `./dev test`, `check` and `cross` have most of these builds.
+unpacks. --quick is gcc-O2 alone: `./dev test`, `check` and `cross` have most of the others.
 """
+import collections
 import dataclasses
 import os
 import re
 import shutil
 import subprocess
 import time
-import xml.etree.ElementTree
 from typing import Any
 
 import common
@@ -105,29 +107,29 @@ def run_tests(name: str) -> str:
         for step, command in commands.items():
             status = subprocess.run(command, cwd=common.ROOT, stdout=log, stderr=log,
                                     stdin=subprocess.DEVNULL, check=False).returncode
-            if status != 0 and not os.path.exists(results):
+            failed = [case for case in results_of(name) if case.outcome == 'failed']
+            if status != 0 and not failed:
                 return f'{step} failed, see {os.path.relpath(folder, common.ROOT)}.txt'
-    return ''
+    return '' if results_of(REFERENCE) else f'there is no {REFERENCE} to compare with'
 
 
-def results_of(name: str) -> list[xml.etree.ElementTree.Element]:
+def results_of(name: str) -> list[common.Case]:
     """The test cases of a build's last run; none if there was no such run."""
     path = os.path.join(RESULTS, f'{name}.xml')
-    return list(xml.etree.ElementTree.parse(path).iter('testcase')) if os.path.exists(path) else []
+    return common.read_junit(path) if os.path.exists(path) else []
 
 
-def reason_of(case: xml.etree.ElementTree.Element) -> str:
+def reason_of(case: common.Case) -> str:
     """Why a test was skipped, in its own words: after GoogleTest's "Skipped", or its last line."""
-    lines = (case.findtext('system-out') or '').strip().splitlines()
+    lines = case.output.strip().splitlines()
     after = [lines[i + 1] for i, line in enumerate(lines[:-1]) if line.endswith(': Skipped')]
     return (after or lines[-1:] or ['no reason given'])[0].removeprefix('skipped: ')
 
 
-def not_run(name: str, cases: list[xml.etree.ElementTree.Element]) -> tuple[list[str], list[str]]:
+def not_run(name: str, cases: list[common.Case]) -> tuple[list[str], list[str]]:
     """The reference's tests that a build has not: the reasons with their numbers, and the names for
     which there is no reason."""
-    missing = ({case.attrib['name'] for case in results_of(REFERENCE)}
-               - {case.attrib['name'] for case in cases})
+    missing = {case.name for case in results_of(REFERENCE)} - {case.name for case in cases}
     reasons = []
     for pattern, reason in BUILDS[name].left_out:
         named = {test for test in missing if re.match(pattern, test)}
@@ -140,17 +142,17 @@ def not_run(name: str, cases: list[xml.etree.ElementTree.Element]) -> tuple[list
 def judge(name: str, failure: str) -> tuple[dict[str, Any], str]:
     """The row of a build, and its line of the printed table."""
     cases = results_of(name)
-    failed = [case.attrib['name'] for case in cases if case.attrib['status'] == 'fail']
-    skipped = [f'{case.attrib["name"]} skipped: {reason_of(case)}' for case in cases
-               if case.attrib['status'] == 'notrun']
-    passed = len(cases) - len(failed) - len(skipped)
+    count = collections.Counter(case.outcome for case in cases)
     reasons, unexplained = ([], []) if failure else not_run(name, cases)
-    remarks = [f'FAILED {test}' for test in failed]
-    remarks += [f'not run without a reason: {test}' for test in unexplained] + skipped + reasons
-    line = f'{name:12}{passed + len(failed):6}{passed:8}{len(failed):8}{len(skipped):9}'
-    return common.row(name, failure or f'{passed} of {passed + len(failed)} tests',
-                      'every test passes', not failure and not failed and not unexplained
-                      and passed > 0, '; '.join(remarks)), line
+    remarks = [f'FAILED {case.name}' for case in cases if case.outcome == 'failed']
+    remarks += [f'not run without a reason: {test}' for test in unexplained]
+    remarks += [f'{case.name} skipped: {reason_of(case)}' for case in cases
+                if case.outcome == 'skipped']
+    run = count['passed'] + count['failed']
+    line = f'{name:12}{run:6}{count["passed"]:8}{count["failed"]:8}{count["skipped"]:9}'
+    reached = not failure and not unexplained and run == count['passed'] > 0
+    return common.row(name, failure or f'{count["passed"]} of {run} tests', 'every test passes',
+                      reached, '; '.join(remarks + reasons)), line
 
 
 def main() -> None:
@@ -158,7 +160,9 @@ def main() -> None:
     parser = common.parser(__doc__)
     parser.add_argument('--only', metavar='NAME[,NAME...]', help=', '.join(BUILDS))
     options = parser.parse_args()
-    names = options.only.split(',') if options.only else [] if options.quick else list(BUILDS)
+    names = [REFERENCE] if options.quick else list(BUILDS)
+    if options.only:
+        names = options.only.split(',')
     for name in names:
         if name not in BUILDS:
             common.fail(f'no build {name}: there are {", ".join(BUILDS)}')

@@ -6,7 +6,8 @@ import os
 import subprocess
 import sys
 import time
-from typing import Any, NoReturn
+from typing import Any, NamedTuple, NoReturn
+from xml.etree import ElementTree
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 STARTED = time.monotonic()
@@ -43,6 +44,24 @@ def build(preset: str, folder: str, *options: str, targets: tuple[str, ...] = ()
     run(['cmake', '--preset', preset, '-B', path, *options])
     run(['cmake', '--build', path, *(['--target', *targets] if targets else [])])
     return path
+
+
+class Case(NamedTuple):
+    """What ctest says of a test."""
+    name: str
+    outcome: str  # "passed", "failed", or "skipped" by the test itself
+    output: str
+
+
+def read_junit(path: str) -> list[Case]:
+    """The tests of a run of ctest. One that could not be started, or is disabled, has failed."""
+    cases = []
+    for test in ElementTree.parse(path).iter('testcase'):
+        skipped = test.find('skipped')
+        by_itself = skipped is not None and skipped.get('message', '').startswith('SKIP_')
+        outcome = 'passed' if test.get('status') == 'run' else 'skipped' if by_itself else 'failed'
+        cases.append(Case(test.get('name', ''), outcome, test.findtext('system-out') or ''))
+    return cases
 
 
 def row(what: str, figure: str, goal: str, reached: bool, remark: str = '') -> dict[str, Any]:

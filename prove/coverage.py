@@ -20,7 +20,6 @@ fails if something is neither run nor listed, and if something listed is run aft
 import json
 import os
 import re
-import sys
 from typing import Any, NamedTuple
 
 import common
@@ -179,4 +178,4 @@ def main() -> None:
 
 
 if __name__ == '__main__':
-    sys.exit(main())
+    main()

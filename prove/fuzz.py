@@ -37,8 +37,11 @@ def fuzz(target: str, seconds: int) -> dict[str, object]:
         text = file.read()
     executed = re.search(r'number_of_executed_units: (\d+)', text)
     count = int(executed.group(1)) if executed else 0
-    figure = f'{count:,} executions in {took:,.0f} s ({usage.ru_utime + usage.ru_stime:,.0f} s of CPU)'
-    reached = process.returncode == 0 and count > 0
+    if count == 0:
+        common.fail(f'{target} did not run; see {log}')
+    processor = usage.ru_utime + usage.ru_stime
+    figure = f'{count:,} executions in {took:,.0f} s ({processor:,.0f} s of processor time)'
+    reached = process.returncode == 0 and took >= seconds
     print(f'{target}: {figure}' if reached else explained(command[0], log, text), flush=True)
     return common.row(f'target {target}', figure if reached else f'{figure}, a finding',
                       f'{seconds:,} s without a finding', reached)
