@@ -34,8 +34,8 @@ void check()
         if (string != nullptr) {
             require(vek_str_to_c_str(string) == texts[string]);
             require(vek_strlen(string) == texts[string].size());
-            require(_vek_str_get_ref_count(string) ==
-                    std::count(strings, std::end(strings), string));
+            const auto holders = std::count(strings, std::end(strings), string);
+            require(_vek_str_get_ref_count(string) == static_cast<size_t>(holders));
         }
     }
     require(live == blocks.size() - 1);
